@@ -1,0 +1,11 @@
+// The parser of the configuration file.
+#pragma once
+
+#include "config/settings.h"
+
+// Reads the file at `path` (null for the default one) into setting_list. Returns 0, or -1 when the file
+// cannot be read or its structure is broken; sections parsed before that stay in the list.
+int parse_config_file(const char* path);
+
+// As parse_config_file, from a descriptor that stays the caller's, into the list at `head`.
+int parse_config(setting_info** head, int fd);

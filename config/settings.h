@@ -1,0 +1,61 @@
+// What the configuration file says, section by section.
+#pragma once
+
+#include <cstdint>
+
+// Which server watches a section's client.
+constexpr int32_t ALGO_LISTEN = 0;
+constexpr int32_t ALGO_POLL = 1;
+constexpr int32_t ALGO_UNKNOWN = 2;
+
+// Most actions of one trigger.
+constexpr int MAX_ACTIONS = 8;
+
+struct action_config {
+    char client_name[32];  // the client whose operation runs, terminated text
+    int32_t action_info;   // the slot of that operation; as written, so the dispatch checks its range
+};
+
+struct trigger_info {
+    int32_t error_no;             // the error number (listen) or state number (poll) that fires it
+    int32_t action_num;           // entries of actions in use; 0 while the trigger is not complete
+    char running_test_switch[4];  // terminated text handed to the dump operations
+    action_config actions[MAX_ACTIONS];
+};
+
+struct listen_setting {
+    int32_t num_triggers;
+    trigger_info* triggers;  // num_triggers elements; null before num_triggers was read
+};
+
+struct poll_setting {
+    int32_t sampling_period;  // ticks of 5 seconds; 0 when the section gives none
+    int32_t num_triggers;
+    trigger_info* triggers;  // num_triggers elements; null before num_triggers was read
+};
+
+// One section. Texts are terminated, and cut to their field's size less one.
+struct setting_info {
+    int32_t algo_type;
+    setting_info* next;
+    char section_name[32];
+    char client_name[32];
+    char device_name[32];
+    char ic_name[4];
+    char module_name[4];
+    union {  // by algo_type
+        listen_setting listen;
+        poll_setting poll;
+    };
+    char algo_first;  // set when every occurrence of the section must begin with algo_type
+};
+
+// All sections, the one whose name was first met last at the head. Built by the main thread before any other
+// thread exists and never changed or freed afterwards, so it is read without a lock.
+extern setting_info* setting_list;
+
+// The first section of setting_list for the client (whole name, any case) and the server, or null.
+setting_info* find_setting(const char* client_name, int32_t algo_type);
+
+// The first section of `head` whose name equals `name` in any case over at most 32 characters, or null.
+setting_info* find_section(setting_info* head, const char* name);

@@ -1,0 +1,13 @@
+// The description of one dumped error, filled by every dump operation for report output.
+#pragma once
+
+#include <cstdint>
+
+struct dmd_error_info {
+    char device_name[32];         // terminated text
+    char ic_name[4];              // text; no terminator when it fills the field: print with "%.4s"
+    char module_name[4];          // as ic_name
+    char running_test_switch[4];  // as ic_name
+    int32_t time;                 // seconds since the epoch when the dump was taken
+    int32_t error_no;             // the error number being reported
+};

@@ -1,0 +1,51 @@
+// Owners of descriptors, directory streams and byte buffers: what they hold is released at their end of
+// scope.
+#pragma once
+
+#include <dirent.h>
+#include <unistd.h>
+
+#include <cstddef>
+#include <memory>
+#include <new>
+#include <utility>
+
+// Owns a descriptor; negative when it holds none.
+class UniqueFd {
+  public:
+    UniqueFd() = default;
+    explicit UniqueFd(int fd) : fd_(fd) {}
+    UniqueFd(UniqueFd&& other) noexcept : fd_(other.release()) {}
+    UniqueFd& operator=(UniqueFd&& other) noexcept {
+        reset(other.release());
+        return *this;
+    }
+    UniqueFd(const UniqueFd&) = delete;
+    UniqueFd& operator=(const UniqueFd&) = delete;
+    ~UniqueFd() { reset(); }
+
+    int get() const { return fd_; }
+    bool valid() const { return fd_ >= 0; }
+    // Gives the descriptor to the caller.
+    int release() { return std::exchange(fd_, -1); }
+    // Closes what it holds and takes over `fd`. Returns what close returned, 0 when it held none.
+    int reset(int fd = -1) {
+        const int old = std::exchange(fd_, fd);
+        return old >= 0 ? close(old) : 0;
+    }
+
+  private:
+    int fd_ = -1;
+};
+
+struct DirCloser {
+    void operator()(DIR* stream) const { closedir(stream); }
+};
+
+// Owns a directory stream; null when it holds none.
+using UniqueDir = std::unique_ptr<DIR, DirCloser>;
+
+// A zero-filled heap buffer of `size` bytes; null when there is no memory.
+inline std::unique_ptr<char[]> allocate_zeroed(size_t size) {
+    return std::unique_ptr<char[]>(new (std::nothrow) char[size]());
+}
