@@ -1,0 +1,240 @@
+// User and group names from the phone's text files, and the directory part of a path.
+#include "tar/lookup.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+
+#include "platform/owned.h"
+#include "tar/tar_io.h"
+
+Mutex lookup_mutex;
+
+namespace {
+
+// Step in bytes in which lines are read and a group's line grows; a user's line never does.
+constexpr int LINE_STEP = 256;
+
+// Longest group line in bytes, line feed included.
+constexpr int MAX_GROUP_LINE = INT16_MAX;
+
+// The last line read. Serves one kind of entry; kept for the life of the process.
+struct LineBuffer {
+    char* text;  // allocated where it can grow, `size` bytes
+    int size;
+    int limit;  // of size
+};
+
+char user_line_text[LINE_STEP];
+LineBuffer user_line = {user_line_text, LINE_STEP, LINE_STEP};
+LineBuffer group_line = {nullptr, 0, MAX_GROUP_LINE};
+
+passwd user_entry;
+group group_entry;
+char** group_members = nullptr;  // of the last group entry, allocated
+
+bool resize(LineBuffer* line, int size) {
+    if (size != line->size) {
+        char* const resized = static_cast<char*>(realloc(line->text, size));
+        if (resized == nullptr) {
+            return false;
+        }
+        line->text = resized;
+        line->size = size;
+    }
+    return true;
+}
+
+// Sets the offset of `fd` back so that the next read begins at `next` of the bytes that end at `read_end`.
+bool step_back(int fd, const char* next, const char* read_end) {
+    return lseek(fd, static_cast<off_t>(next - read_end), SEEK_CUR) >= 0;
+}
+
+// Sets the offset of `fd` behind the next line feed. False when there is none, or on an error.
+bool skip_line_rest(int fd, LineBuffer* line) {
+    for (;;) {
+        const int got = read_fully(fd, line->text, LINE_STEP);
+        if (got <= 0) {
+            return false;
+        }
+        const char* const feed = static_cast<char*>(memchr(line->text, '\n', got));
+        if (feed != nullptr) {
+            return step_back(fd, feed + 1, line->text + got);
+        }
+    }
+}
+
+// Reads the next line that ends with a line feed, begins like an entry and fits; others are skipped. Returns
+// its text, or null when there is none, on an error or without memory.
+char* next_line(int fd, LineBuffer* line) {
+    int used = 0;
+    for (;;) {
+        const int wanted = std::min(used + LINE_STEP, line->limit);
+        if (wanted == used) {
+            if (!skip_line_rest(fd, line)) {
+                return nullptr;
+            }
+            used = 0;
+            continue;
+        }
+        if (!resize(line, wanted)) {
+            return nullptr;
+        }
+        const int got = read_fully(fd, line->text + used, wanted - used);
+        if (got <= 0) {
+            return nullptr;
+        }
+        char* const feed = static_cast<char*>(memchr(line->text + used, '\n', got));
+        used += got;
+        if (feed == nullptr) {
+            continue;
+        }
+        if (!step_back(fd, feed + 1, line->text + used)) {
+            return nullptr;
+        }
+        *feed = '\0';
+        if (strchr("# \t", line->text[0]) == nullptr) {  // also finds the terminator of an empty line
+            return line->text;
+        }
+        used = 0;
+    }
+}
+
+// Splits a line at its first N - 1 colons; the last field is the rest. False when it has fewer.
+template <int N>
+bool split_fields(char* line, char* (&fields)[N]) {
+    for (int i = 0; i < N - 1; i++) {
+        fields[i] = line;
+        line = strchr(line, ':');
+        if (line == nullptr) {
+            return false;
+        }
+        *line++ = '\0';
+    }
+    fields[N - 1] = line;
+    return true;
+}
+
+// Reads an id: decimal digits and nothing else, in 32 bits. (strtoul would take blanks, signs and an empty
+// field, which would name root.)
+bool parse_id(const char* text, uint32_t* id) {
+    uint64_t value = 0;
+    const char* at = text;
+    for (; *at >= '0' && *at <= '9' && value <= UINT32_MAX; at++) {
+        value = value * 10 + (*at - '0');
+    }
+    *id = static_cast<uint32_t>(value);
+    return at != text && *at == '\0' && value <= UINT32_MAX;
+}
+
+// Splits a list at its commas into a newly allocated array that ends with null; null without memory.
+char** split_members(char* list) {
+    size_t count = 1;
+    for (const char* at = list; *at != '\0'; at++) {
+        count += *at == ',';
+    }
+    char** const members = static_cast<char**>(calloc(count + 1, sizeof(char*)));
+    for (char** member = members; member != nullptr && *list != '\0'; member++) {
+        *member = list;
+        list += strcspn(list, ",");
+        if (*list == ',') {
+            *list++ = '\0';
+        }
+    }
+    return members;
+}
+
+}  // namespace
+
+struct passwd* __getpwent(int fd) {
+    char* line;
+    while ((line = next_line(fd, &user_line)) != nullptr) {
+        char* fields[7];
+        uint32_t uid;
+        uint32_t gid;
+        if (!split_fields(line, fields) || !parse_id(fields[3], &gid) || !parse_id(fields[2], &uid)) {
+            continue;
+        }
+        user_entry.pw_name = fields[0];
+        user_entry.pw_uid = uid;
+        user_entry.pw_gid = gid;
+        user_entry.pw_gecos = fields[4];  // before pw_passwd: on a 32-bit phone both are one
+        user_entry.pw_passwd = fields[1];
+        user_entry.pw_dir = fields[5];
+        user_entry.pw_shell = fields[6];
+        return &user_entry;
+    }
+    return nullptr;
+}
+
+struct group* read_group_entry(int fd) {
+    char* line;
+    while ((line = next_line(fd, &group_line)) != nullptr) {
+        char* fields[4];
+        uint32_t gid;
+        if (!split_fields(line, fields) || !parse_id(fields[2], &gid)) {
+            continue;
+        }
+        free(group_members);
+        group_members = split_members(fields[3]);
+        if (group_members == nullptr) {
+            return nullptr;
+        }
+        group_entry.gr_name = fields[0];
+        group_entry.gr_passwd = fields[1];
+        group_entry.gr_gid = gid;
+        group_entry.gr_mem = group_members;
+        return &group_entry;
+    }
+    return nullptr;
+}
+
+struct passwd* getpwuid(uid_t uid) {
+    const UniqueFd file(open("/etc/passwd", O_RDONLY | O_CLOEXEC));
+    if (!file.valid()) {
+        return nullptr;
+    }
+    passwd* entry;
+    do {
+        entry = __getpwent(file.get());
+    } while (entry != nullptr && entry->pw_uid != uid);
+    return entry;
+}
+
+struct group* getgrgid(gid_t gid) {
+    const UniqueFd file(open("/etc/group", O_RDONLY | O_CLOEXEC));
+    if (!file.valid()) {
+        return nullptr;
+    }
+    group* entry;
+    do {
+        entry = read_group_entry(file.get());
+    } while (entry != nullptr && entry->gr_gid != gid);
+    return entry;
+}
+
+char* dirname(char* path) noexcept {
+    static char here[] = ".";
+    if (path == nullptr || *path == '\0') {
+        return here;
+    }
+    char* last = path + strlen(path) - 1;
+    while (last > path && *last == '/') {
+        last--;
+    }
+    while (last > path && *last != '/') {
+        last--;
+    }
+    if (*last != '/') {
+        return here;
+    }
+    while (last > path && *last == '/') {
+        last--;
+    }
+    last[1] = '\0';
+    return path;
+}

@@ -1,0 +1,271 @@
+// Writing ustar archives.
+#include "tar/tar_writer.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <climits>
+#include <cstdint>
+#include <cstring>
+
+#include "daemon/log.h"
+#include "platform/mutex.h"
+#include "platform/owned.h"
+#include "platform/text.h"
+#include "tar/directory_walker.h"
+#include "tar/lookup.h"
+#include "tar/tar_io.h"
+#include "tar/ustar_header.h"
+
+namespace {
+
+constexpr int ERROR_NO_OPERANDS = -14;
+constexpr int ERROR_OPEN = -13;
+
+// Longest path that is archived, in characters: one less than the name field, for a directory's "/".
+constexpr size_t MAX_PATH_LENGTH = sizeof(ustar_header::name) - 1;
+
+// Bytes copied at a time.
+constexpr int COPY_SIZE = 1024;
+
+// The largest size in bytes that the size field tells truly: eleven octal digits, out of an unsigned long.
+constexpr uint64_t MAX_MEMBER_SIZE = std::min<uint64_t>(077777777777, ULONG_MAX);
+
+// Zero bytes for paddings and for the end of the archive.
+constexpr char ZEROS[COPY_SIZE] = {};
+static_assert(sizeof ZEROS >= TAR_END_SIZE);
+
+// Set once the message about leading "/" was logged, for all archives of the process.
+std::atomic_flag leading_slash_reported = ATOMIC_FLAG_INIT;
+
+void fill_user_name(ustar_header* header, uid_t uid) {
+    const MutexLock lock(lookup_mutex);
+    const passwd* const user = getpwuid(uid);
+    if (user != nullptr) {
+        copy_text(header->uname, user->pw_name);  // a longer name is cut to 31 characters
+    } else {
+        format_text(header->uname, sizeof header->uname, "%-8ld ", static_cast<long>(uid));
+    }
+    if (header->uname[0] == '\0') {
+        copy_text(header->uname, "root");
+    }
+}
+
+void fill_group_name(ustar_header* header, gid_t gid) {
+    const MutexLock lock(lookup_mutex);
+    const group* const entry = getgrgid(gid);
+    if (entry != nullptr) {
+        copy_text(header->gname, entry->gr_name);
+    } else {
+        format_text(header->gname, sizeof header->gname, "%-8ld\t", static_cast<long>(gid));
+    }
+    if (header->gname[0] == '\0') {
+        copy_text(header->gname, "root");
+    }
+}
+
+template <size_t N>
+void fill_number(char (&field)[N], unsigned long value) {
+    format_octal_field(field, N, value);
+}
+
+// Fills what depends on the member's type. False when such a member is not archived.
+bool fill_type(ustar_header* header, const struct stat* status, const hl_info* link) {
+    if (link != nullptr) {
+        header->typeflag = TAR_HARD_LINK;
+        copy_field(header->linkname, link->name);
+        return true;
+    }
+    switch (status->st_mode & S_IFMT) {
+        case S_IFDIR:
+            header->typeflag = TAR_DIRECTORY;
+            header->name[strnlen(header->name, MAX_PATH_LENGTH)] = '/';
+            return true;
+        case S_IFCHR:
+        case S_IFBLK:
+            header->typeflag = S_ISCHR(status->st_mode) ? TAR_CHARACTER_DEVICE : TAR_BLOCK_DEVICE;
+            fill_number(header->devmajor, (status->st_rdev >> 8) & 0xff);
+            fill_number(header->devminor, status->st_rdev & 0xff);
+            return true;
+        case S_IFIFO:
+            header->typeflag = TAR_FIFO;
+            return true;
+        case S_IFREG:
+            header->typeflag = TAR_REGULAR;
+            fill_number(header->size, static_cast<unsigned long>(status->st_size));
+            return true;
+        default:
+            return false;
+    }
+}
+
+bool write_tar_header(const char* path, const char* member_name, const struct stat* status,
+                      const tb_info* info) {
+    ustar_header header = {};
+    copy_field(header.name, member_name);
+    fill_number(header.mode, status->st_mode);
+    fill_number(header.uid, status->st_uid);
+    fill_number(header.gid, status->st_gid);
+    fill_number(header.size, 0);
+    fill_number(header.mtime, static_cast<unsigned long>(status->st_mtime));
+    copy_field(header.magic, "ustar");
+    copy_field(header.version, "  ");
+    fill_user_name(&header, status->st_uid);
+    fill_group_name(&header, status->st_gid);
+    if (!fill_type(&header, status, info->current_hard_link)) {
+        if (!S_ISLNK(status->st_mode)) {
+            LOG_M("%s: Unknown file type", path);
+        }
+        return false;
+    }
+    header.chksum[sizeof header.chksum - 1] = ' ';
+    format_octal_field(header.chksum, sizeof header.chksum - 1, ustar_checksum(header));
+    return write_fully(info->tar_fd, &header, sizeof header) == sizeof header;
+}
+
+// Opens a regular file whose status was read before. Whatever has taken its place since then neither blocks
+// the daemon nor leads it elsewhere. Holds none on failure, with errno set.
+UniqueFd open_member(const char* path, const struct stat* status) {
+    UniqueFd file(open(path, O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
+    int error = 0;
+    struct stat opened;
+    if (!file.valid() || fstat(file.get(), &opened) != 0) {
+        error = errno;
+    } else if (!S_ISREG(opened.st_mode)) {
+        error = ESTALE;
+    } else if (static_cast<uint64_t>(status->st_size) > MAX_MEMBER_SIZE) {
+        error = EFBIG;  // readers would lose their place behind a size that its field cannot tell
+    }
+    if (error != 0) {
+        file.reset();
+        errno = error;
+    }
+    return file;
+}
+
+bool write_zeros(int fd, uint64_t count) {
+    while (count > 0) {
+        const int part = static_cast<int>(std::min<uint64_t>(count, sizeof ZEROS));
+        if (write_fully(fd, ZEROS, part) != part) {
+            return false;
+        }
+        count -= part;
+    }
+    return true;
+}
+
+// Copies `size` bytes and pads them to whole blocks. Where the file ends early or cannot be read, zero bytes
+// stand in and *intact becomes false. False on a write error.
+bool copy_data(int tar_fd, int file, uint64_t size, bool* intact) {
+    char buffer[COPY_SIZE];
+    uint64_t remaining = size;
+    while (remaining > 0) {
+        const int got = read_fully(file, buffer, sizeof buffer);
+        if (got <= 0) {
+            break;
+        }
+        const int used = static_cast<int>(std::min<uint64_t>(got, remaining));
+        if (write_fully(tar_fd, buffer, used) != used) {
+            return false;
+        }
+        remaining -= used;
+    }
+    *intact = remaining == 0;
+    const uint64_t padding = (TAR_BLOCK_SIZE - size % TAR_BLOCK_SIZE) % TAR_BLOCK_SIZE;
+    return write_zeros(tar_fd, remaining + padding);
+}
+
+// Takes away what a write error left half written, so that what follows stands on its block. Archives that
+// cannot be cut (start is -1, or the call fails) stay as they are.
+void cut_archive(int tar_fd, off_t start) {
+    if (start >= 0 && ftruncate(tar_fd, start) == 0) {
+        lseek(tar_fd, start, SEEK_SET);
+    }
+}
+
+// write_file_to_tarball as an action of the walker.
+int write_member(const char* path, const struct stat* status, void* user_data) {
+    return write_file_to_tarball(path, status, static_cast<tb_info*>(user_data));
+}
+
+}  // namespace
+
+int write_file_to_tarball(const char* path, const struct stat* status, tb_info* info) {
+    const hl_info* const earlier_links = info->hard_links.newest;
+    info->current_hard_link = addhard_link_info(&info->hard_links, path, status);
+    if (S_ISSOCK(status->st_mode)) {
+        LOG_M("%s: socket ignored", path);
+        return 1;
+    }
+    if (status->st_dev == info->archive_status.st_dev && status->st_ino == info->archive_status.st_ino) {
+        LOG_M("%s: file is the archive; skipping", path);
+        return 1;
+    }
+    const char* const member_name = path + strspn(path, "/");
+    if (member_name != path && !leading_slash_reported.test_and_set()) {
+        LOG_M("Removing leading '/' from member names");
+    }
+    if (strlen(path) > MAX_PATH_LENGTH || *member_name == '\0') {
+        return 1;
+    }
+
+    UniqueFd file;
+    const bool has_data = S_ISREG(status->st_mode) && info->current_hard_link == nullptr;
+    if (has_data) {
+        file = open_member(path, status);
+        if (!file.valid()) {
+            LOG_M("%s: Cannot open: %s", path, strerror(errno));
+            info->hard_links.drop_down_to(earlier_links);  // other names of it have no member to point at
+            return 0;
+        }
+    }
+    const off_t start = lseek(info->tar_fd, 0, SEEK_CUR);
+    bool intact = true;
+    bool written = write_tar_header(path, member_name, status, info);
+    if (written && has_data) {
+        written = copy_data(info->tar_fd, file.get(), status->st_size, &intact);
+    }
+    if (!written) {
+        cut_archive(info->tar_fd, start);
+        info->hard_links.drop_down_to(earlier_links);
+    }
+    return written && intact;
+}
+
+int write_tar_file(const char* archive_path, char** operands) {
+    if (operands == nullptr || *operands == nullptr) {
+        return ERROR_NO_OPERANDS;
+    }
+    // O_NONBLOCK: a FIFO in the archive's place must not hang the daemon.
+    UniqueFd archive(open(archive_path, O_WRONLY | O_CREAT | O_TRUNC | O_NONBLOCK | O_CLOEXEC, 0644));
+    if (!archive.valid()) {
+        LOG_M("Error opening '%s'stderr:%s.\n", archive_path, strerror(errno));
+        return ERROR_OPEN;
+    }
+    tb_info info = {};
+    info.tar_fd = archive.get();
+    if (fstat(info.tar_fd, &info.archive_status) != 0) {
+        LOG_M("stat %d tb_info.tar_fd failed.", info.tar_fd);
+        return -1;
+    }
+    bool complete = true;
+    for (char** operand = operands; *operand != nullptr; operand++) {
+        if (!recursive_action(*operand, 1, 0, 0, write_member, write_member, &info)) {
+            complete = false;
+        }
+    }
+    // An archive without its end, or that the file system did not take, is not complete either.
+    const off_t end = lseek(info.tar_fd, 0, SEEK_CUR);
+    if (!write_zeros(info.tar_fd, TAR_END_SIZE)) {
+        cut_archive(info.tar_fd, end);
+        complete = false;
+    }
+    if (archive.reset() != 0) {
+        complete = false;
+    }
+    return complete ? 1 : 0;
+}

@@ -1,0 +1,35 @@
+// Numbers in header blocks, and the checksum.
+#include "tar/ustar_header.h"
+
+#include <climits>
+#include <cstring>
+
+#include "platform/text.h"
+
+namespace {
+
+// Room for every digit of an unsigned long, and for the zero padding of the widest field.
+constexpr int OCTAL_TEXT_SIZE = sizeof(unsigned long) * CHAR_BIT / 3 + 2;
+static_assert(OCTAL_TEXT_SIZE >= static_cast<int>(sizeof(ustar_header::size)));
+
+}  // namespace
+
+int format_octal_field(char* field, int width, unsigned long value) {
+    char text[OCTAL_TEXT_SIZE];
+    const int digits = static_cast<int>(format_text(text, sizeof text, "%0*lo", width - 1, value));
+    if (digits > width + 1) {
+        return 0;
+    }
+    memcpy(field, digits < width ? text : text + 1, width);
+    return 1;
+}
+
+unsigned int ustar_checksum(const ustar_header& header) {
+    unsigned int sum = sizeof header.chksum * ' ';
+    const auto* const bytes = reinterpret_cast<const unsigned char*>(&header);
+    for (size_t i = 0; i < sizeof header; i++) {
+        const bool counted = i < offsetof(ustar_header, chksum) || i >= offsetof(ustar_header, typeflag);
+        sum += counted ? bytes[i] : 0;
+    }
+    return sum;
+}
