@@ -4,8 +4,10 @@
 #include "config/settings.h"
 
 // Reads the file at `path` (null for the default one) into setting_list. Returns 0, or -1 when the file
-// cannot be read or its structure is broken; sections parsed before that stay in the list.
+// cannot be read or its structure is broken; sections parsed before that stay in the list. Main thread only,
+// before any server runs.
 int parse_config_file(const char* path);
 
-// As parse_config_file, from a descriptor that stays the caller's, into the list at `head`.
+// As parse_config_file, with one read from a descriptor that stays the caller's, into the list at `head`.
+// Records come from new, their trigger arrays from calloc.
 int parse_config(setting_info** head, int fd);

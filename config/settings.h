@@ -16,22 +16,27 @@ struct action_config {
     int32_t action_info;   // the slot of that operation; as written, so the dispatch checks its range
 };
 
+// One trigger. It is complete, and may fire, once its `action` line was read: while action_num is 0 the other
+// fields mean nothing and the servers pass the trigger over, also when its error_no equals the one reported.
 struct trigger_info {
     int32_t error_no;             // the error number (listen) or state number (poll) that fires it
-    int32_t action_num;           // entries of actions in use; 0 while the trigger is not complete
-    char running_test_switch[4];  // terminated text handed to the dump operations
+    int32_t action_num;           // entries of actions in use, 1 to MAX_ACTIONS; 0 while not complete
+    char running_test_switch[4];  // terminated text handed to the dump operations, empty when not given
     action_config actions[MAX_ACTIONS];
 };
 
+// In both settings num_triggers is the number of elements of triggers, as the file announced them: 0 as long
+// as triggers is null, never negative, and usually but not always the number of complete triggers.
 struct listen_setting {
     int32_t num_triggers;
-    trigger_info* triggers;  // num_triggers elements; null before num_triggers was read
+    trigger_info*
+        triggers;  // from calloc, so zero where nothing was written; null before num_triggers was read
 };
 
 struct poll_setting {
     int32_t sampling_period;  // ticks of 5 seconds; 0 when the section gives none
     int32_t num_triggers;
-    trigger_info* triggers;  // num_triggers elements; null before num_triggers was read
+    trigger_info* triggers;  // as in listen_setting
 };
 
 // One section. Texts are terminated, and cut to their field's size less one.
@@ -43,11 +48,11 @@ struct setting_info {
     char device_name[32];
     char ic_name[4];
     char module_name[4];
-    union {  // by algo_type
+    union {  // by algo_type; listen, and empty, while that is ALGO_UNKNOWN
         listen_setting listen;
         poll_setting poll;
     };
-    char algo_first;  // set when every occurrence of the section must begin with algo_type
+    char algo_first;  // always 1: every occurrence of the section must begin with algo_type
 };
 
 // All sections, the one whose name was first met last at the head. Built by the main thread before any other

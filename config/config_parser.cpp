@@ -1,0 +1,126 @@
+// Reading the configuration file, and what stands in it outside the sections.
+#include "config/config_parser.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <memory>
+
+#include "config/section_fields.h"
+#include "config/section_parser.h"
+#include "config/text_cursor.h"
+#include "daemon/log.h"
+#include "platform/owned.h"
+
+namespace {
+
+constexpr char DEFAULT_CONFIG_FILE[] = "/system/etc/device_state_monitor.conf";
+
+// The numbers of the message that a broken file structure is reported with. They are fixed and name no place.
+constexpr int STRUCTURE_ERROR_LINE = 788;
+constexpr int STRUCTURE_ERROR_CODE = 1;
+
+// Reads once: of a pipe, what has been written so far is the file.
+ssize_t read_text(int fd, char* text) {
+    ssize_t got;
+    do {
+        got = read(fd, text, MAX_CONFIG_BYTES);
+    } while (got < 0 && errno == EINTR);
+    return got;
+}
+
+// The length of the text to parse. Where a file goes on beyond what was read, the line that the cut falls
+// into is left out: half a line is neither a broken file nor a shorter number.
+size_t whole_lines(int fd, const char* text, size_t got) {
+    struct stat status = {};
+    if (got < MAX_CONFIG_BYTES || (fstat(fd, &status) == 0 && status.st_size == static_cast<off_t>(got))) {
+        return got;
+    }
+    for (size_t length = got; length > 0; --length) {
+        if (text[length - 1] == '\n') {
+            return length;
+        }
+    }
+    return got;
+}
+
+// Passes over a word outside the sections: nothing there has an effect. After a keyword the next word is read
+// in its turn, after any other word the rest of the line goes. Returns false when the word never ends.
+bool pass_over_word(text_cursor* text) {
+    char separator = '\0';
+    const char* word = take_word(text, &separator);
+    if (word == nullptr) {
+        LOG_M_AS("parse_config", "Error in file\n");
+        return false;
+    }
+    if (const config_field* field = find_field(word)) {
+        LOG_M_AS("parse_config", "Found filed %s.\n", field->keyword);
+        skip_whitespace(text);
+        return true;
+    }
+    LOG_M_AS("parse_config", "Ignoring unknown field %s.\n", word);
+    if (separator != '\n') {
+        skip_line(text);
+    }
+    return true;
+}
+
+}  // namespace
+
+int parse_config(setting_info** head, int fd) {
+    // One byte more than is read: the line end that closes the last section.
+    const std::unique_ptr<char[]> buffer = allocate_zeroed(MAX_CONFIG_BYTES + 1);
+    if (buffer == nullptr) {
+        LOG_M("buffer malloc failed. error info:%s.", strerror(errno));
+        return -1;
+    }
+    if (head == nullptr || fd < 0) {
+        LOG_M("Invalid pointer or fd!\n");
+        return -1;
+    }
+    LOG_M("Loading  configuration file...\n");
+    const ssize_t got = read_text(fd, buffer.get());
+    if (got < 0) {
+        LOG_M("Failed to read config file\n");
+        return -1;
+    }
+    LOG_M("Config file read (%d bytes)\n", static_cast<int>(got));
+
+    text_cursor text = {buffer.get(), buffer.get() + whole_lines(fd, buffer.get(), static_cast<size_t>(got))};
+    while (text.at < text.end) {
+        bool sound = true;
+        if (is_whitespace(*text.at)) {
+            skip_whitespace(&text);
+        } else if (*text.at == '[') {
+            sound = parse_section(head, &text) == 0;
+        } else {
+            sound = pass_over_word(&text);
+        }
+        if (!sound) {
+            LOG_M("line:%d, error_found: %d", STRUCTURE_ERROR_LINE, STRUCTURE_ERROR_CODE);
+            return -1;
+        }
+    }
+    return 0;
+}
+
+int parse_config_file(const char* path) {
+    if (path == nullptr) {
+        path = DEFAULT_CONFIG_FILE;
+    }
+    // Non-blocking, so that a pipe given as the file cannot hold up start-up for ever; it then counts as
+    // empty, or as unreadable, until somebody has written into it. A directory is unreadable.
+    const UniqueFd file(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    if (!file.valid()) {
+        LOG_M("Unable to open config file %s, err_info:%s\n", path, strerror(errno));
+        return -1;
+    }
+    if (parse_config(&setting_list, file.get()) != 0) {
+        LOG_M("Failed to parse config file %s.\n", path);
+        return -1;
+    }
+    return 0;
+}
