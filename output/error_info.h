@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <ctime>
 
 struct dmd_error_info {
     char device_name[32];         // terminated text
@@ -11,3 +12,6 @@ struct dmd_error_info {
     int32_t time;                 // seconds since the epoch when the dump was taken
     int32_t error_no;             // the error number being reported
 };
+
+// Breaks seconds since the epoch down in the phone's time zone, also after the zone has changed. Any thread.
+tm local_time(int32_t seconds);

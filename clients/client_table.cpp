@@ -1,0 +1,87 @@
+// The rows of the built-in client table. This is the one file here that names the dump actions.
+#include "clients/client_table.h"
+
+#include <initializer_list>
+
+#include "clients/dsm_device.h"
+#include "clients/generic_dump.h"
+
+namespace {
+
+using operations = std::initializer_list<client_dump_operation>;
+
+// A row: every client is bound, released and cleared alike. Slots that are not listed are empty.
+constexpr dmd_client_info row(const char* name, uint32_t type, uint32_t buffer_size, uint32_t op_count,
+                              operations dump, operations force_dump) {
+    dmd_client_info info = {};
+    for (int i = 0; name[i] != '\0'; ++i) {
+        info.name[i] = name[i];
+    }
+    info.type = type;
+    info.buffer_size = buffer_size;
+    info.op_count = op_count;
+    info.init = dsm_client_init;
+    info.release = dsm_client_release;
+    info.clear = dsm_clear_error;
+    int slot = 0;
+    for (const client_dump_operation operation : dump) {
+        info.dump[slot++] = operation;
+    }
+    slot = 0;
+    for (const client_dump_operation operation : force_dump) {
+        info.force_dump[slot++] = operation;
+    }
+    return info;
+}
+
+}  // namespace
+
+// Columns: name, type, buffer size in bytes, slots in use, dump slots from 0, force-dump slots from 0.
+const dmd_client_info default_clients[CLIENT_TABLE_ROWS] = {
+    row("dsm_tp", 1, 1024, 3, {dsm_dump_error}, {dsm_force_dump_error}),
+    row("dsm_lcd", 1, 1024, 2, {dsm_dump_error}, {dsm_force_dump_error}),
+    row("dsm_pmu_irq", 1, 1024, 1, {dsm_dump_error}, {dsm_force_dump_error}),
+    row("dsm_pmu_ocp", 1, 1024, 1, {dsm_dump_error}, {dsm_force_dump_error}),
+    row("dsm_charger", 1, 1024, 1, {}, {dsm_force_dump_error}),
+    row("dw_mmc", 1, 1024, 1, {dsm_dump_error}, {dsm_force_dump_error}),
+    row("smartpa", 1, 1024, 1, {dsm_dump_error}, {dsm_force_dump_error}),
+    row("dsm_battery", 1, 1024, 1, {}, {dsm_force_dump_error}),
+    row("dsm_key", 1, 1024, 1, {dsm_dump_error}, {dsm_force_dump_error}),
+    row("dsm_power_key", 1, 1024, 2, {dsm_dump_error}, {dsm_force_dump_error}),
+    row("dsm_extisp", 1, 256, 1, {dsm_dump_error}, {dsm_force_dump_error}),
+    row("dsm_bluetooth", 1, 1024, 1, {dsm_dump_error}, {dsm_force_dump_error}),
+    row("dsm_ovisp23", 1, 30000, 1, {dsm_dump_error}, {dsm_force_dump_error}),
+    row("dsm_camera_user", 2, 30000, 1, {dsm_dump_error}, {dsm_force_dump_error}),
+    row("dsm_wifi", 1, 1024, 1, {dsm_dump_error}, {dsm_force_dump_error}),
+    row("dsm_ext4", 1, 16384, 1, {dsm_dump_error}, {dsm_force_dump_error}),
+    row("dsm_apcp", 1, 1024, 1, {}, {dsm_force_dump_error}),
+    row("dsm_flash", 2, 256, 1, {dsm_dump_error}, {dsm_force_dump_error}),
+    row("dsm_csi", 2, 256, 1, {dsm_dump_error}, {dsm_force_dump_error}),
+    row("dsm_sdcard", 1, 1024, 1, {dsm_dump_error}, {dsm_force_dump_error}),
+    row("sdcard_vold", 1, 1024, 1, {dsm_dump_error}, {dsm_force_dump_error}),
+    row("dsm_emmc", 1, 1024, 1, {dsm_dump_error}, {dsm_force_dump_error}),
+    row("dsm_fs", 1, 1024, 1, {dsm_dump_error}, {dsm_force_dump_error}),
+    row("dsm_battery_detect", 1, 1024, 1, {}, {dsm_force_dump_error}),
+    row("dsm_compass", 1, 1024, 1, {dsm_dump_error}, {dsm_force_dump_error}),
+    row("dsm_gsensor", 1, 1024, 1, {dsm_dump_error}, {dsm_force_dump_error}),
+    row("dsm_als_ps", 1, 1024, 1, {dsm_dump_error}, {dsm_force_dump_error}),
+    row("dsm_sensorhub", 2, 10485760, 2, {}, {dsm_force_dump_error}),
+    row("dsm_hall", 1, 1024, 1, {dsm_dump_error}, {dsm_force_dump_error}),
+    row("dsm_nfc", 1, 1024, 1, {dsm_dump_error}, {dsm_force_dump_error}),
+    row("dsm_pastar", 1, 1024, 1, {dsm_dump_error}, {dsm_force_dump_error}),
+    row("dsm_spi", 1, 1024, 1, {dsm_dump_error}, {dsm_force_dump_error}),
+    row("dsm_fpgaice40", 1, 1024, 1, {dsm_dump_error}, {dsm_force_dump_error}),
+    row("dsm_modem_spi", 1, 1024, 1, {dsm_dump_error}, {dsm_force_dump_error}),
+    row("dsm_anc_hs", 2, 1024, 1, {}, {}),
+    row("dsm_audio", 2, 4096, 7, {nullptr, nullptr, nullptr, dsm_dump_error}, {dsm_force_dump_error}),
+    row("dsm_maxim_smartpa", 1, 1024, 2, {dsm_dump_error}, {dsm_force_dump_error}),
+    row("dsm_ovisp22", 1, 1024, 1, {dsm_dump_error}, {dsm_force_dump_error}),
+    row("dsm_smpl", 1, 1024, 1, {dsm_dump_error}, {dsm_force_dump_error}),
+    row("dsm_recovery", 1, 1024, 1, {}, {}),
+    row("dsm_selinux", 1, 1024, 1, {dsm_dump_error}, {dsm_force_dump_error}),
+    row("dsm_pmu_coul", 1, 1024, 1, {}, {dsm_force_dump_error}),
+    row("dsm_sdio", 1, 1024, 1, {dsm_dump_error}, {dsm_force_dump_error}),
+    row("dsm_uart", 1, 1024, 1, {dsm_dump_error}, {dsm_force_dump_error}),
+    row("dsm_charge_monitor", 2, 1024, 1, {}, {}),
+    row("dsm_cpu_buck", 1, 1024, 1, {dsm_dump_error}, {dsm_force_dump_error}),
+};

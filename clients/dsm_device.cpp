@@ -1,0 +1,104 @@
+// Requests to the driver, and the operations that bind, release and clear a client.
+#include "clients/dsm_device.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <atomic>
+
+#include "daemon/log.h"
+#include "platform/owned.h"
+#include "platform/text.h"
+
+namespace {
+
+std::atomic<unsigned int> texts_handed_over{0};
+
+// Opens the driver and binds the descriptor to the client. Returns what the request returned, or -1 when the
+// driver could not be opened, after a message under the caller's name.
+int open_and_bind(const char* caller, const char* name, UniqueFd* fd) {
+    fd->reset(open(DSM_DEVICE, O_RDWR | O_CLOEXEC));
+    if (!fd->valid()) {
+        LOG_M_AS(caller, "can't open %s \n", DSM_DEVICE);
+        return -1;
+    }
+    dsm_argument argument = {};
+    copy_text(argument.text, name);
+    return dsm_request(fd->get(), DSM_IOCTL_BIND, &argument);
+}
+
+}  // namespace
+
+int dsm_request(int fd, unsigned int request, dsm_argument* argument) {
+    return ioctl(fd, request, argument->text);
+}
+
+int bind_client_fd(const char* name) {
+    UniqueFd fd;
+    const int result = open_and_bind(__func__, name, &fd);
+    if (!fd.valid()) {
+        return result;
+    }
+    if (result != 0) {
+        LOG_M("can't bind client %s\n", name);
+        // A positive refusal must not pass for a descriptor.
+        return result < 0 ? result : -1;
+    }
+    LOG_D("bind client %s success\n", name);
+    return fd.release();
+}
+
+int dsm_client_init(dmd_client* client) {
+    if (client == nullptr) {
+        LOG_M("input invaild\n");
+        return -1;
+    }
+    UniqueFd fd;
+    const int result = open_and_bind(__func__, client->info->name, &fd);
+    if (result != 0) {
+        return result;
+    }
+    LOG_D("bind client %s success\n", client->info->name);
+    const MutexLock lock(client->mutex);
+    client->fd = fd.release();
+    return 0;
+}
+
+int dsm_client_release(dmd_client* client) {
+    if (client != nullptr) {
+        LOG_M("client %s release called.\n", client->info->name);
+    }
+    return 0;
+}
+
+ssize_t dsm_read_pending(dmd_client* client, char* buffer) {
+    const ssize_t got = read(client->fd, buffer, client->buffer_size);
+    if (got > 0) {
+        texts_handed_over.fetch_add(1, std::memory_order_relaxed);
+    }
+    return got;
+}
+
+unsigned int dsm_texts_handed_over() {
+    return texts_handed_over.load(std::memory_order_relaxed);
+}
+
+int dsm_clear_error(dmd_client* client, int /*argument*/) {
+    if (client == nullptr) {
+        LOG_M("dmd client is NULL pointer\n");
+        return -1;
+    }
+    // One byte more than the driver fills ends the text.
+    const auto buffer = allocate_zeroed(size_t{client->buffer_size} + 1);
+    if (buffer == nullptr) {
+        LOG_M("dmd dump buff malloc failed\n");
+        return -1;
+    }
+    {
+        const MutexLock lock(client->mutex);
+        dsm_read_pending(client, buffer.get());
+        LOG_D("[BUFFER CONTENTS]:\n%s\n", buffer.get());
+    }
+    LOG_M("%s finish clear\n", client->info->name);
+    return 0;
+}

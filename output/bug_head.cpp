@@ -1,0 +1,86 @@
+// Composing and writing the head of a bug report.
+#include "output/bug_head.h"
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstring>
+
+#include "daemon/log.h"
+#include "platform/text.h"
+
+namespace {
+
+constexpr size_t HEAD_SIZE = 256;  // bytes; what does not fit is cut off
+
+constexpr char CONTENT_LINE[] = "[Content]:\n";
+
+// Accepted as the name of a record as well; the daemon itself does not use it.
+constexpr unsigned int HEAD_OTHER_RECORD = 0x40000;
+
+constexpr char PROCESS_COMMAND[] = "top -m 5 -n 1";
+
+int bytes_written(ssize_t result) {
+    return result > 0 ? static_cast<int>(result) : 0;
+}
+
+}  // namespace
+
+void process_stat_write(int fd) {
+    FILE* const output = popen(PROCESS_COMMAND, "re");
+    if (output == nullptr) {
+        LOG_M("process stat write failed, ignored...\n");
+        return;
+    }
+    int total = 0;
+    char piece[HEAD_SIZE];
+    while (fgets(piece, sizeof piece, output) != nullptr) {
+        if (piece[0] == '\n') {
+            continue;
+        }
+        LOG_D("[fgets] %s", piece);
+        total += bytes_written(write(fd, piece, strlen(piece)));
+    }
+    pclose(output);
+    LOG_D("process stat total %dbytes\n", total);
+}
+
+int bug_head_write(int fd, const dmd_error_info* info, unsigned int kind) {
+    LOG_D("device name:%s, error_no:%d\n", info->device_name, info->error_no);
+    const tm when = local_time(info->time);
+    char head[HEAD_SIZE];
+    size_t length = format_text(head, sizeof head, "\n========Device Bugreport========\n");
+    append_text(head, sizeof head, "[Date]:%4d-%02d-%02d\n", when.tm_year + 1900, when.tm_mon + 1,
+                when.tm_mday);
+    append_text(head, sizeof head, "[Time]:%02d:%02d:%02d\n", when.tm_hour, when.tm_min, when.tm_sec);
+    append_text(head, sizeof head, "[Device]:%s\n[Error no]:%02d\n", info->device_name, info->error_no);
+    length = append_text(head, sizeof head, "[Runing_test_switch]:%.4s\n", info->running_test_switch);
+
+    int written = 0;
+    switch (kind & 0xffff) {
+        case HEAD_SHORT:
+            written = bytes_written(write(fd, head, length));
+            break;
+        case HEAD_FULL:
+            length = append_text(head, sizeof head, "[Temperature]:null\n[Process]:\n");
+            written = bytes_written(write(fd, head, length));
+            process_stat_write(fd);
+            break;
+        default:
+            break;
+    }
+    int needed = static_cast<int>(length);
+    switch (kind & ~0xffffU) {
+        case HEAD_COMMERCIAL_RECORD:
+        case HEAD_ROLLING_RECORD:
+        case HEAD_OTHER_RECORD:
+            needed = static_cast<int>(strlen(CONTENT_LINE));
+            written += bytes_written(write(fd, CONTENT_LINE, strlen(CONTENT_LINE)));
+            break;
+        default:
+            break;
+    }
+    LOG_D("bughead need write %dbytes, actual write %dbytes\n", needed, written);
+    fsync(fd);
+    return 0;
+}

@@ -1,0 +1,51 @@
+// Dump archives.
+#include "output/dump_archive.h"
+
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "daemon/log.h"
+#include "output/output_dir.h"
+#include "platform/text.h"
+#include "tar/tar_main.h"
+
+namespace {
+
+constexpr mode_t DUMP_MODE = 0644;
+
+}  // namespace
+
+void format_dump_stem(char* path, size_t size, const dmd_error_info& info) {
+    const tm when = local_time(info.time);
+    format_text(path, size, "%s/dmd_dump_%05d_%02d%02d%02d", DMD_LOG_DIR, info.error_no, when.tm_hour,
+                when.tm_min, when.tm_sec);
+}
+
+int run_archive_command(const char* name, char* command) {
+    int argc = 0;
+    char* argv[MAX_COMMAND_WORDS + 1] = {};
+    const int split = parse_command(command, &argc, argv);
+    if (split != 0) {
+        LOG_M_AS(name, "invalid dmd tar compress cmd.\n");
+        return split;
+    }
+    const int result = dmd_tar_main(argc, argv);
+    if (result < 0) {
+        LOG_M_AS(name, "dmd tar file failed.");
+    }
+    return result;
+}
+
+int compress_file(const char* path) {
+    char command[COMMAND_SIZE];
+    format_text(command, sizeof command, "gzip %25s", path);
+    return secure_system(command);
+}
+
+void set_dump_mode(const char* name, const char* gz_path) {
+    if (chmod(gz_path, DUMP_MODE) != 0) {
+        LOG_M_AS(name, "chmod error  - %s\n", strerror(errno));
+    }
+}

@@ -1,0 +1,147 @@
+// Creating the output directory and its files, and running commands.
+#include "output/output_dir.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+
+#include "daemon/log.h"
+#include "platform/mutex.h"
+#include "platform/owned.h"
+#include "platform/text.h"
+
+namespace {
+
+constexpr mode_t DIRECTORY_MODE = 0775;
+constexpr mode_t FILE_MODE = 0644;
+constexpr int MIN_COMMAND_WORDS = 3;
+
+// Opens the file and sets its mode; the descriptor, or -1 after a message, errno telling why.
+int open_with_mode(const char* path, int flags) {
+    constexpr char name[] = "open_output_file";
+    // Commands that the daemon runs must not inherit its files.
+    UniqueFd fd(open(path, flags | O_CLOEXEC, FILE_MODE));
+    const char* failed = nullptr;
+    if (!fd.valid()) {
+        failed = "open";
+    } else if (chmod(path, FILE_MODE) != 0) {
+        failed = "change";
+    }
+    if (failed == nullptr) {
+        return fd.release();
+    }
+    const int reason = errno;
+    LOG_M_AS(name, "unable to %s %s - %s\n", failed, path, strerror(reason));
+    fd.reset();
+    errno = reason;
+    return -1;
+}
+
+// Gives SIGCHLD its default disposition while any thread runs a command; what it was comes back after the
+// last.
+class DefaultChildSignal {
+  public:
+    DefaultChildSignal() {
+        const MutexLock lock(mutex_);
+        if (commands_running_++ == 0) {
+            struct sigaction by_default = {};
+            by_default.sa_handler = SIG_DFL;
+            sigaction(SIGCHLD, &by_default, &previous_);
+        }
+    }
+    ~DefaultChildSignal() {
+        const MutexLock lock(mutex_);
+        if (--commands_running_ == 0) {
+            sigaction(SIGCHLD, &previous_, nullptr);
+        }
+    }
+    DefaultChildSignal(const DefaultChildSignal&) = delete;
+    DefaultChildSignal& operator=(const DefaultChildSignal&) = delete;
+
+  private:
+    static Mutex mutex_;
+    static int commands_running_ GUARDED_BY(mutex_);
+    static struct sigaction previous_ GUARDED_BY(mutex_);
+};
+
+Mutex DefaultChildSignal::mutex_;
+int DefaultChildSignal::commands_running_ = 0;
+struct sigaction DefaultChildSignal::previous_ = {};
+
+}  // namespace
+
+int mkdir_parent() {
+    char path[PATH_SIZE];
+    copy_text(path, sizeof path - 1, DMD_LOG_DIR);
+    if (path[strlen(path) - 1] != '/') {
+        append_text(path, sizeof path, "/");
+    }
+    for (char* slash = strchr(path + 1, '/'); slash != nullptr; slash = strchr(slash + 1, '/')) {
+        *slash = '\0';
+        if (access(path, F_OK) != 0) {
+            if (mkdir(path, DIRECTORY_MODE) != 0) {
+                const int reason = errno;
+                // Another thread may have created it since: both output locks lead here.
+                if (access(path, F_OK) != 0) {
+                    LOG_M("mkdir %s - %s\n", path, strerror(reason));
+                    return -1;
+                }
+            }
+            if (chmod(path, DIRECTORY_MODE) != 0) {
+                LOG_M("chmod %s failed - %s\n", path, strerror(errno));
+            }
+        }
+        *slash = '/';
+    }
+    return 0;
+}
+
+int open_output_file(const char* path, int flags) {
+    if (path == nullptr) {
+        return -1;
+    }
+    const int fd = open_with_mode(path, flags);
+    const int reason = errno;
+    LOG_D("file %s, fd %d\n", path, fd);
+    errno = reason;
+    return fd;
+}
+
+int secure_system(const char* command) {
+    LOG_M("system cmd_line:%s.\n", command);
+    const DefaultChildSignal signal;
+    return system(command);
+}
+
+bool is_plain_name(const char* name) {
+    for (; *name != '\0'; ++name) {
+        const char c = *name;
+        const bool plain = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+                           c == '.' || c == '_' || c == '-';
+        if (!plain) {
+            return false;
+        }
+    }
+    return true;
+}
+
+int parse_command(char* text, int* argc, char** argv) {
+    constexpr char separators[] = "\t \r\n";
+    char* rest = nullptr;
+    int words = 0;
+    char* word = strtok_r(text, separators, &rest);
+    for (; word != nullptr && words < MAX_COMMAND_WORDS; word = strtok_r(nullptr, separators, &rest)) {
+        argv[words++] = word;
+    }
+    *argc = words;
+    if (words < MIN_COMMAND_WORDS || word != nullptr) {
+        LOG_M("invalid compress command:%s.\n", text);
+        return -1;
+    }
+    return 0;
+}

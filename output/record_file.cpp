@@ -1,0 +1,116 @@
+// Choosing, opening and rotating the record files.
+#include "output/record_file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "daemon/log.h"
+#include "daemon/product_version.h"
+#include "platform/text.h"
+
+Mutex output_lock;
+record_state record;
+
+namespace {
+
+constexpr off_t RECORD_SIZE_LIMIT_BYTES = 512 * 1024;
+constexpr int RECORD_FILES = 4;
+
+void format_record_path(char* path, size_t size, int index) {
+    format_text(path, size, "%s/dmd_record_%d.txt", DMD_LOG_DIR, index);
+}
+
+void advance_record() REQUIRES(output_lock) {
+    record.index = (record.index + 1) % RECORD_FILES;
+}
+
+void open_record(int flags) REQUIRES(output_lock) {
+    record.fd.reset();
+    format_record_path(record.path, sizeof record.path, record.index);
+    record.fd.reset(open_output_file(record.path, O_WRONLY | O_CREAT | flags));
+}
+
+// Finds the most recently modified record file: sets record.index to its number (0 when there is none) and
+// returns its size in bytes.
+off_t find_latest_record(const char* name) REQUIRES(output_lock) {
+    const UniqueDir dir(opendir(DMD_LOG_DIR));
+    if (dir == nullptr) {
+        LOG_M_AS(name, "unable to open %s -%s\n", DMD_LOG_DIR, strerror(errno));
+        return 0;
+    }
+    unsigned long latest_time = 0;
+    off_t latest_size = 0;
+    while (const dirent* const entry = readdir(dir.get())) {
+        int index;
+        if (sscanf(entry->d_name, "dmd_record_%1d.txt", &index) != 1) {
+            continue;
+        }
+        char path[PATH_SIZE];
+        format_record_path(path, sizeof path, index);
+        struct stat status;
+        if (stat(path, &status) != 0) {
+            LOG_M_AS(name, "get %s's information failed\n", path);
+            continue;
+        }
+        const auto time = static_cast<unsigned long>(status.st_mtime);
+        if (time > latest_time) {
+            LOG_D_AS(name, "the lastest file name %s, time %lu\n", entry->d_name, time);
+            record.index = index;
+            latest_time = time;
+            latest_size = status.st_size;
+        } else {
+            LOG_D_AS(name, "file %s time %lu not the lastest file, lastest file index %d time %lu\n",
+                     entry->d_name, time, record.index, latest_time);
+        }
+    }
+    return latest_size;
+}
+
+}  // namespace
+
+void find_recently_file() {
+    record.is_commercial_version = identify_product_version();
+    record.index = 0;
+    if (access(DMD_LOG_DIR, F_OK) != 0) {
+        if (mkdir_parent() != 0) {
+            LOG_M("unable to create output dir\n");
+        } else {
+            LOG_D("create output dir success\n");
+        }
+    }
+    const off_t size = find_latest_record(__func__);
+    LOG_D("the recently file index %d, files size %d.\n", record.index, static_cast<int>(size));
+    if (size >= RECORD_SIZE_LIMIT_BYTES) {
+        advance_record();
+        open_record(O_TRUNC);
+    } else {
+        open_record(O_APPEND);
+    }
+    record.open = true;
+}
+
+bool prepare_record_file() {
+    constexpr char name[] = "dmd_direct_output";
+    if (!record.open) {
+        find_recently_file();
+    } else {
+        struct stat status;
+        if (stat(record.path, &status) != 0) {
+            LOG_M_AS(name, "get %s's information failed\n", record.path);
+            record.open = false;
+            record.fd.reset();
+            return false;
+        }
+        if (status.st_size >= RECORD_SIZE_LIMIT_BYTES) {
+            advance_record();
+            open_record(O_TRUNC);
+            LOG_M_AS(name, "output change to new file %s\n", record.path);
+        }
+    }
+    record.open = record.fd.valid();
+    return record.open;
+}

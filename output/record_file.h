@@ -1,0 +1,26 @@
+// The ring of record files and which of them is the current one.
+#pragma once
+
+#include "output/output_dir.h"
+#include "output/output_lock.h"
+#include "platform/owned.h"
+
+// What the record writer keeps between reports.
+struct record_state {
+    bool open = false;  // a record file has been chosen and opened
+    int index = 0;      // the number in its name
+    UniqueFd fd;
+    char path[PATH_SIZE] = "";
+    int is_commercial_version = 1;  // taken whenever the file is chosen
+};
+
+extern record_state record GUARDED_BY(output_lock);
+
+// Chooses the record file: the most recently modified one, or the one after it when that is full. Opens it
+// and takes the product version anew.
+void find_recently_file() REQUIRES(output_lock);
+
+// Makes `record` ready for one more report: chooses a file when none is open, and goes on to the next one of
+// the ring when the current one is full. False after a message when there is no file to write to; the next
+// call then chooses again.
+bool prepare_record_file() REQUIRES(output_lock);

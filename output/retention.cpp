@@ -1,0 +1,109 @@
+// The retention pass.
+#include "output/retention.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "daemon/log.h"
+#include "output/output_dir.h"
+#include "platform/owned.h"
+#include "platform/text.h"
+
+namespace {
+
+// The ".gz" dump archives may hold this many bytes together; deletion starts above.
+constexpr unsigned long long TOTAL_SIZE_LIMIT_BYTES = 10 * 1024 * 1024;
+
+// Characters of an archive's name that are read back after "dmd_dump_": up to ".tar" or ".txt" for a number
+// of five digits.
+constexpr size_t STEM_LENGTH = 16;
+
+constexpr char DUMP_PREFIX[] = DMD_LOG_DIR "/dmd_dump_";
+
+// Removes a file by a command line. Returns the command's status.
+int remove_by_command(const char* path) {
+    char command[COMMAND_SIZE];
+    format_text(command, sizeof command, "rm %s", path);
+    return secure_system(command);
+}
+
+// What one walk over the dump archives finds.
+struct archive_survey {
+    unsigned long long total_bytes = 0;
+    char oldest_stem[STEM_LENGTH + 1] = "";
+    unsigned long oldest_time = 0;
+    bool oldest_known = false;
+};
+
+// Removes what gzip left behind uncompressed under the stem. The daemon's stems fill the width; a shorter one
+// would be padded with blanks, which no file of the daemon has and which a shell would take for separators.
+void remove_leftover(const char* stem) {
+    char path[PATH_SIZE];
+    format_text(path, sizeof path, "%s%s", DUMP_PREFIX, stem);
+    if (strlen(stem) == STEM_LENGTH && access(path, F_OK) == 0) {
+        remove_by_command(path);
+    }
+}
+
+// Deals with one entry of the output directory. Messages carry `name`.
+void survey_entry(const char* name, const char* entry, archive_survey* survey) {
+    char stem[STEM_LENGTH + 1];
+    if (sscanf(entry, "dmd_dump_%16s", stem) != 1) {
+        return;
+    }
+    // The daemon makes no such name, and the commands here go through a shell.
+    if (!is_plain_name(entry)) {
+        LOG_M_AS(name, "leave %s alone, not a name of this daemon\n", entry);
+        return;
+    }
+    remove_leftover(stem);
+    char path[PATH_SIZE];
+    format_text(path, sizeof path, "%s%s.gz", DUMP_PREFIX, stem);
+    struct stat status;
+    if (stat(path, &status) != 0) {
+        LOG_M_AS(name, "stat %s error\n", path);
+        return;
+    }
+    const auto time = static_cast<unsigned long>(status.st_mtime);
+    survey->total_bytes += static_cast<unsigned long long>(status.st_size);
+    LOG_D_AS(name, "dump file - %s, file size %d, time %lu, del time %lu\n", path,
+             static_cast<int>(status.st_size), time, survey->oldest_time);
+    if (survey->oldest_known && time >= survey->oldest_time) {
+        return;
+    }
+    if (survey->oldest_known) {
+        LOG_D_AS(name, "the older dump %s, time %lu\n", entry, time);
+    }
+    copy_text(survey->oldest_stem, stem);
+    survey->oldest_time = time;
+    survey->oldest_known = true;
+}
+
+}  // namespace
+
+int check_compress_file() {
+    archive_survey survey;
+    {
+        const UniqueDir dir(opendir(DMD_LOG_DIR));
+        if (dir == nullptr) {
+            LOG_M("unable to open %s -%s\n", DMD_LOG_DIR, strerror(errno));
+            return -1;
+        }
+        while (const dirent* const entry = readdir(dir.get())) {
+            survey_entry(__func__, entry->d_name, &survey);
+        }
+    }
+    if (survey.total_bytes <= TOTAL_SIZE_LIMIT_BYTES) {
+        LOG_D("no file need to delete, total size %lu\n", static_cast<unsigned long>(survey.total_bytes));
+        return 0;
+    }
+    char path[PATH_SIZE];
+    format_text(path, sizeof path, "%s%s.gz", DUMP_PREFIX, survey.oldest_stem);
+    const int result = remove_by_command(path);
+    LOG_M("delete %s, result %d\n", path, result);
+    return result;
+}
