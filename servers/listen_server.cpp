@@ -1,0 +1,260 @@
+// The listen thread: setting its clients up, waiting for their errors, and running what their triggers say.
+#include "servers/listen_server.h"
+
+#include <pthread.h>
+#include <sys/select.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <memory>
+#include <new>
+
+#include "clients/dispatch.h"
+#include "clients/dsm_device.h"
+#include "clients/registry.h"
+#include "config/settings.h"
+#include "daemon/log.h"
+#include "platform/owned.h"
+#include "platform/text.h"
+
+namespace {
+
+// The result of a device description request that is not one.
+constexpr int UNKNOWN_REQUEST = -22;
+
+// Pause after a wait that brought nothing from the driver although it said there was something.
+constexpr unsigned int IDLE_PAUSE_SECONDS = 1;
+
+Mutex lclient_lock;
+Condition lclient_cond;  // a record was added
+lclient* lclient_list GUARDED_BY(lclient_lock) = nullptr;
+int32_t lclient_count GUARDED_BY(lclient_lock) = 0;
+
+pthread_t listen_thread;
+
+const char* client_name(const lclient& record) {
+    return record.dclient->info->name;
+}
+
+// Takes over the client's names, from the driver where it answers and else from the section.
+void describe_device(lclient* record, const setting_info& setting) {
+    dmd_client* const client = record->dclient;
+    if (lclient_get_device_info(record, DSM_IOCTL_GET_DEVICE_NAME) < 0) {
+        const MutexLock lock(client->mutex);
+        copy_text(client->device_name, setting.device_name);
+    }
+    if (lclient_get_device_info(record, DSM_IOCTL_GET_IC_NAME) < 0) {
+        const MutexLock lock(client->mutex);
+        copy_field(client->ic_name, setting.ic_name);
+    }
+    if (lclient_get_device_info(record, DSM_IOCTL_GET_MODULE_NAME) < 0) {
+        const MutexLock lock(client->mutex);
+        copy_field(client->module_name, setting.module_name);
+    }
+}
+
+void log_triggers(const char* name, const lclient& record) {
+    if (!debug_output_enabled) {
+        return;
+    }
+    for (int i = 0; i < record.num_triggers; ++i) {
+        const trigger_info& trigger = record.triggers[i];
+        LOG_D_AS(name, "triggers[%d] error no-%d, action num-%d\n", i, trigger.error_no, trigger.action_num);
+        for (int k = 0; k < trigger.action_num; ++k) {
+            LOG_D_AS(name, "action[%d] client name-%s, action info-%d\n", k, trigger.actions[k].client_name,
+                     trigger.actions[k].action_info);
+        }
+    }
+}
+
+// Sets one client up and adds its descriptor to the watched set.
+void watch_client(const char* name, dmd_client* client, fd_set* watched) {
+    const char* const cname = client->info->name;
+    const setting_info* const setting = find_setting(cname, ALGO_LISTEN);
+    if (setting == nullptr) {
+        LOG_M_AS(name, "can't find client %s's config.\n", cname);
+        return;
+    }
+    LOG_M_AS(name, "find client %s's config.\n", cname);
+    std::unique_ptr<lclient> record(new (std::nothrow) lclient());
+    if (record == nullptr) {
+        LOG_M_AS(name, "malloc listen %s failed\n", cname);
+        return;
+    }
+    UniqueFd fd(bind_client_fd(cname));
+    if (!fd.valid()) {
+        LOG_M_AS(name, "can't bind client %s's fd\n", cname);
+        return;
+    }
+    if (fd.get() >= FD_SETSIZE) {
+        LOG_M_AS(name, "client %s's fd-%d does not fit the watched set\n", cname, fd.get());
+        return;
+    }
+    record->dclient = client;
+    record->fd = fd.release();
+    // A section without an array has no trigger to scan, whatever number it gives.
+    record->num_triggers = setting->listen.triggers != nullptr ? setting->listen.num_triggers : 0;
+    record->triggers = setting->listen.triggers;
+    describe_device(record.get(), *setting);
+    lclient* const linked = record.release();
+    {
+        const MutexLock lock(lclient_lock);
+        linked->next = lclient_list;
+        lclient_list = linked;
+        ++lclient_count;
+        lclient_cond.broadcast();
+    }
+    LOG_M_AS(name, "lclient %s init success, fd-%d triggers num-%d\n", cname, linked->fd,
+             linked->num_triggers);
+    log_triggers(name, *linked);
+    FD_SET(linked->fd, watched);
+}
+
+void listen_client_init(fd_set* watched) {
+    FD_ZERO(watched);
+    const int count = get_client_count();
+    for (int i = 0; i < count; ++i) {
+        dmd_client* const client = get_client_by_index(i);
+        if (client == nullptr) {
+            LOG_M("dclient is NULL pointer.\n");
+            continue;
+        }
+        watch_client(__func__, client, watched);
+    }
+}
+
+lclient* find_lclient(int fd) {
+    const MutexLock lock(lclient_lock);
+    lclient* record = lclient_list;
+    while (record != nullptr && record->fd != fd) {
+        record = record->next;
+    }
+    return record;
+}
+
+// The first complete trigger for the number, or null.
+const trigger_info* find_trigger(const lclient& record, int error_no) {
+    for (int i = 0; i < record.num_triggers; ++i) {
+        const trigger_info& trigger = record.triggers[i];
+        if (trigger.action_num > 0 && trigger.error_no == error_no) {
+            return &trigger;
+        }
+    }
+    return nullptr;
+}
+
+void run_actions(const char* name, const trigger_info& trigger) {
+    for (int k = 0; k < trigger.action_num; ++k) {
+        const action_config& action = trigger.actions[k];
+        LOG_M_AS(name, "action-%d, cname-%s, info-%d\n", k, action.client_name, action.action_info);
+        dmd_client* const target = get_client_by_name(action.client_name);
+        if (target == nullptr) {
+            LOG_M_AS(name, "can not get specific client\n");
+            continue;
+        }
+        dmd_dump_error(target, trigger.error_no, action.action_info, trigger.running_test_switch);
+    }
+}
+
+void handle_error(const char* name, const lclient& record) {
+    const int error_no = lclient_get_error(&record);
+    const trigger_info* const trigger = find_trigger(record, error_no);
+    if (trigger == nullptr) {
+        LOG_M_AS(name, "%s has error (%d) ignored\n", client_name(record), error_no);
+        dmd_clear_error(record.dclient, 0);
+        return;
+    }
+    LOG_M_AS(name, "%s has error (%d) reported\n", client_name(record), error_no);
+    run_actions(name, *trigger);
+}
+
+void wait_for_client(const char* name) {
+    const MutexLock lock(lclient_lock);
+    while (lclient_count == 0) {
+        LOG_M_AS(name, "dmd listen no client wait broadcast\n");
+        lclient_cond.wait(lclient_lock);
+        LOG_M_AS(name, "dmd listen recieve broadcast, num-%d\n", lclient_count);
+    }
+}
+
+}  // namespace
+
+int lclient_get_device_info(lclient* record, unsigned int request) {
+    if (record == nullptr) {
+        return -1;
+    }
+    dsm_argument argument = {};
+    const int result = dsm_request(record->fd, request, &argument);
+    if (result != 0) {
+        LOG_D("%s get client info failed %d\n", client_name(*record), result);
+        return result;
+    }
+    dmd_client* const client = record->dclient;
+    const MutexLock lock(client->mutex);
+    switch (request) {
+        case DSM_IOCTL_GET_DEVICE_NAME:
+            copy_text(client->device_name, argument.text);
+            return 0;
+        case DSM_IOCTL_GET_IC_NAME:
+            copy_field(client->ic_name, argument.text);
+            return 0;
+        case DSM_IOCTL_GET_MODULE_NAME:
+            copy_field(client->module_name, argument.text);
+            return 0;
+        default:
+            LOG_M("ignore unkown cmd!");
+            return UNKNOWN_REQUEST;
+    }
+}
+
+int lclient_get_error(const lclient* record) {
+    dsm_argument argument = {};
+    const int result = dsm_request(record->fd, DSM_IOCTL_GET_ERROR, &argument);
+    if (result != 0) {
+        LOG_M("%s get client error failed %d\n", client_name(*record), result);
+        return 0;
+    }
+    const int error_no = atoi(argument.text);
+    LOG_D("%s client error is %d", client_name(*record), error_no);
+    return error_no;
+}
+
+void* listen_server(void* /*argument*/) {
+    fd_set watched;
+    listen_client_init(&watched);
+    for (;;) {
+        wait_for_client(__func__);
+        LOG_M("Enter select\n");
+        fd_set ready = watched;
+        if (select(FD_SETSIZE, &ready, nullptr, nullptr, nullptr) < 1) {
+            LOG_M("Dmd listen server select error");
+            return nullptr;
+        }
+        const unsigned int handed_over = dsm_texts_handed_over();
+        for (int fd = 0; fd < FD_SETSIZE; ++fd) {
+            if (!FD_ISSET(fd, &ready)) {
+                continue;
+            }
+            const lclient* const record = find_lclient(fd);
+            if (record == nullptr) {
+                LOG_M("can't find fd %d's listen client\n", fd);
+                FD_CLR(fd, &watched);
+                continue;
+            }
+            handle_error(__func__, *record);
+        }
+        // A dead driver, or a trigger whose actions do not read the client, leaves its descriptor ready: the
+        // thread then waits instead of spinning, and goes on as soon as there is something to read.
+        if (dsm_texts_handed_over() == handed_over) {
+            sleep(IDLE_PAUSE_SECONDS);
+        }
+    }
+}
+
+int dmd_listen_server_init() {
+    const int result = pthread_create(&listen_thread, nullptr, listen_server, nullptr);
+    if (result != 0) {
+        LOG_M("Error initializing dmd listen server\n");
+    }
+    return result;
+}
