@@ -1,0 +1,284 @@
+// The driver's clients, queues and answers.
+#include "emulator/driver.h"
+
+#include <poll.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cinttypes>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+namespace phone {
+
+namespace {
+
+// The clients that the drivers of the phone register.
+constexpr const char* CLIENT_NAMES[] = {
+    "dsm_tp",
+    "dsm_lcd",
+    "dsm_pmu_irq",
+    "dsm_pmu_ocp",
+    "dsm_charger",
+    "dw_mmc",
+    "smartpa",
+    "dsm_battery",
+    "dsm_key",
+    "dsm_power_key",
+    "dsm_extisp",
+    "dsm_bluetooth",
+    "dsm_ovisp23",
+    "dsm_camera_user",
+    "dsm_wifi",
+    "dsm_ext4",
+    "dsm_apcp",
+    "dsm_flash",
+    "dsm_csi",
+    "dsm_sdcard",
+    "sdcard_vold",
+    "dsm_emmc",
+    "dsm_fs",
+    "dsm_battery_detect",
+    "dsm_compass",
+    "dsm_gsensor",
+    "dsm_als_ps",
+    "dsm_sensorhub",
+    "dsm_hall",
+    "dsm_nfc",
+    "dsm_pastar",
+    "dsm_spi",
+    "dsm_fpgaice40",
+    "dsm_modem_spi",
+    "dsm_anc_hs",
+    "dsm_audio",
+    "dsm_maxim_smartpa",
+    "dsm_ovisp22",
+    "dsm_smpl",
+    "dsm_recovery",
+    "dsm_selinux",
+    "dsm_pmu_coul",
+    "dsm_sdio",
+    "dsm_uart",
+    "dsm_charge_monitor",
+    "dsm_cpu_buck",
+};
+
+struct RequestCode {
+    uint32_t code;
+    Request request;
+};
+
+constexpr RequestCode REQUEST_CODES[] = {
+    {0xc02078f1, Request::bind},    {0xc02078f2, Request::state},       {0xc02078f3, Request::force},
+    {0xc02078f4, Request::error},   {0xc02078f5, Request::device_name}, {0xc02078f6, Request::module_name},
+    {0xc02078f7, Request::ic_name},
+};
+
+// Uses up one of the times of an answer. 0 when none is set.
+int take_answer(SetAnswer* answer) {
+    const int result = answer->result;
+    if (answer->times > 0 && --answer->times == 0) {
+        *answer = SetAnswer{};
+    }
+    return result;
+}
+
+// The answer that a test wants for this request of a client (null when there is none), or 0.
+int answer_instead(Driver* driver, Client* client, Request request) {
+    const size_t index = static_cast<size_t>(request);
+    const int result = client != nullptr ? take_answer(&client->answers[index]) : 0;
+    return result != 0 ? result : take_answer(&driver->answers[index]);
+}
+
+std::string_view text_of(const char (&argument)[ARGUMENT_SIZE]) {
+    return {argument, strnlen(argument, ARGUMENT_SIZE)};
+}
+
+void put_number(char (&out)[ARGUMENT_SIZE], int32_t number) {
+    snprintf(out, ARGUMENT_SIZE, "%" PRId32, number);
+}
+
+void wake_all(Driver* driver, const Client* client) {
+    for (OpenFile& file : driver->files) {
+        if (client == nullptr || file.client == client) {
+            driver->wake(&file); break;
+        }
+    }
+}
+
+int bind(Driver* driver, OpenFile* file, std::string_view name) {
+    Client* client = driver_client(driver, name);
+    const int instead = answer_instead(driver, client, Request::bind);
+    if (instead != 0) {
+        return instead;
+    }
+    if (client == nullptr) {
+        return -EINVAL;
+    }
+    *file = OpenFile{client, false, "", "", file->poll_handle};
+    return 0;
+}
+
+int give_name(const std::string& name, char (&out)[ARGUMENT_SIZE]) {
+    if (name.empty()) {
+        return -ENODATA;
+    }
+    memcpy(out, name.data(), std::min(name.size(), ARGUMENT_SIZE));
+    return 0;
+}
+
+int force_dump(OpenFile* file, std::string_view number) {
+    const Client& client = *file->client;
+    const std::string text(number);
+    file->forced = true;
+    file->forced_text = client.has_force_text ? client.force_text
+                                              : "forced dump of error " + std::to_string(atoi(text.c_str())) +
+                                                    " of " + client.name + "\n";
+    return 0;
+}
+
+}  // namespace
+
+void driver_reset(Driver* driver) {
+    for (OpenFile& file : driver->files) {
+        file.forced = false;
+        if (file.client != nullptr && !file.client->built_in) {
+            file.client = nullptr;
+        }
+    }
+    driver->clients.remove_if([](const Client& client) { return !client.built_in; });
+    if (driver->clients.empty()) {
+        for (const char* name : CLIENT_NAMES) {
+            driver->clients.emplace_back();
+            driver->clients.back().name = name;
+        }
+    }
+    for (Client& client : driver->clients) {
+        Client fresh;
+        fresh.name = client.name;
+        fresh.built_in = true;
+        client = std::move(fresh);
+    }
+    std::fill(std::begin(driver->answers), std::end(driver->answers), SetAnswer{});
+    driver->pending_bytes = 0;
+    driver_set_gone(driver, false);
+}
+
+Client* driver_client(Driver* driver, std::string_view name) {
+    const auto found = std::find_if(driver->clients.begin(), driver->clients.end(),
+                                    [name](const Client& client) { return client.name == name; });
+    return found != driver->clients.end() ? &*found : nullptr;
+}
+
+int driver_open(Driver* driver, OpenFile** file) {
+    if (driver->gone) {
+        return -ENODEV;
+    }
+    const int instead = answer_instead(driver, nullptr, Request::open);
+    if (instead != 0) {
+        return instead;
+    }
+    *file = &driver->files.emplace_back();
+    return 0;
+}
+
+void driver_release(Driver* driver, OpenFile* file) {
+    driver->files.remove_if([file](const OpenFile& other) { return &other == file; });
+}
+
+int driver_ioctl(Driver* driver, OpenFile* file, uint32_t code, const char (&in)[ARGUMENT_SIZE],
+                 char (&out)[ARGUMENT_SIZE]) {
+    if (driver->gone) {
+        return -ENODEV;
+    }
+    const auto* known = std::find_if(std::begin(REQUEST_CODES), std::end(REQUEST_CODES),
+                                     [code](const RequestCode& row) { return row.code == code; });
+    if (known == std::end(REQUEST_CODES)) {
+        return -ENOTTY;
+    }
+    if (known->request == Request::bind) {
+        return bind(driver, file, text_of(in));
+    }
+    Client* client = file->client;
+    if (client == nullptr) {
+        return -EINVAL;
+    }
+    const int instead = answer_instead(driver, client, known->request);
+    if (instead != 0) {
+        return instead;
+    }
+    switch (known->request) {
+        case Request::state:
+            put_number(out, client->state);
+            return 0;
+        case Request::error:
+            put_number(out, client->pending.empty() ? 0 : client->pending.front().number);
+            return 0;
+        case Request::force:
+            return force_dump(file, text_of(in));
+        case Request::device_name:
+            return give_name(client->names[0], out);
+        case Request::module_name:
+            return give_name(client->names[1], out);
+        case Request::ic_name:
+            return give_name(client->names[2], out);
+        default:
+            return -ENOTTY;
+    }
+}
+
+int driver_read(Driver* driver, OpenFile* file, size_t size, uint64_t offset, std::string_view* text) {
+    *text = {};
+    if (driver->gone) {
+        return -ENODEV;
+    }
+    Client* client = file->client;
+    if (client == nullptr) {
+        return -EINVAL;
+    }
+    if (offset == 0) {
+        const int instead = answer_instead(driver, client, Request::read);
+        if (instead != 0) {
+            return instead;
+        }
+        file->handing.clear();
+        if (file->forced) {
+            file->forced = false;
+            file->handing = std::move(file->forced_text);
+        } else if (!client->pending.empty()) {
+            file->handing = std::move(client->pending.front().text);
+            client->pending.pop_front();
+            driver->pending_bytes -= file->handing.size();
+            ++client->handed;
+        }
+    }
+    const std::string_view whole = file->handing;
+    *text = whole.substr(std::min<uint64_t>(offset, whole.size()), size);
+    return 0;
+}
+
+unsigned driver_poll(const Driver& driver, const OpenFile& file) {
+    if (driver.gone) {
+        return POLLIN | POLLERR | POLLHUP;
+    }
+    // A forced dump is read by whoever forced it; it makes nothing readable.
+    return file.client != nullptr && !file.client->pending.empty() ? POLLIN | POLLRDNORM : 0;
+}
+
+bool driver_report(Driver* driver, Client* client, int32_t number, const std::string& text) {
+    if (client->pending.size() >= PENDING_MAX || PENDING_BYTES_MAX - driver->pending_bytes < text.size()) {
+        return false;
+    }
+    client->pending.push_back({number, text});
+    driver->pending_bytes += text.size();
+    wake_all(driver, client);
+    return true;
+}
+
+void driver_set_gone(Driver* driver, bool gone) {
+    driver->gone = gone;
+    wake_all(driver, nullptr);
+}
+
+}  // namespace phone

@@ -1,0 +1,96 @@
+// The driver behind /dev/dsm as the kernel would have it: its clients, their pending errors, and what its
+// requests answer. Pure state: how requests arrive is the business of driver_fuse.cpp, how a test or a person
+// sets things is that of driver_control.cpp. One thread uses it, so there are no locks.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <list>
+#include <string>
+#include <string_view>
+
+struct fuse_pollhandle;
+
+namespace phone {
+
+// Bytes of the argument of each request, both ways.
+constexpr size_t ARGUMENT_SIZE = 32;
+// Pending errors that one client holds: far above what any test queues, far below what would hurt the desk.
+constexpr size_t PENDING_MAX = 100000;
+// Bytes of all pending texts together.
+constexpr size_t PENDING_BYTES_MAX = 512u * 1024 * 1024;
+
+// What a program does to the device, as far as a test can give it another answer.
+enum class Request { open, bind, state, force, error, device_name, module_name, ic_name, read, count };
+
+constexpr size_t REQUEST_COUNT = static_cast<size_t>(Request::count);
+
+// An answer that replaces the driver's own while it is set.
+struct SetAnswer {
+    int result = 0;      // below zero an errno, above zero a result of the call; 0: nothing is set
+    uint64_t times = 0;  // how often it is given before the driver answers itself again; 0: for ever
+};
+
+struct Report {
+    int32_t number = 0;
+    std::string text;
+};
+
+struct Client {
+    std::string name;
+    bool built_in = false;
+    std::deque<Report> pending;
+    uint64_t handed = 0;  // texts handed over so far
+    int32_t state = 0;
+    std::string names[3];  // device, module, IC; empty: the driver does not know it
+    bool has_force_text = false;
+    std::string force_text;
+    SetAnswer answers[REQUEST_COUNT];
+};
+
+// One open descriptor (with its duplicates) of the device.
+struct OpenFile {
+    Client* client = nullptr;  // null until it is bound
+    bool forced = false;       // forced_text waits to be read
+    std::string forced_text;
+    std::string handing;  // the text of the read under way, for its later pieces
+    fuse_pollhandle* poll_handle = nullptr;
+};
+
+struct Driver {
+    std::list<Client> clients;
+    std::list<OpenFile> files;
+    SetAnswer answers[REQUEST_COUNT];  // for all clients; the answer of a client itself goes before
+    size_t pending_bytes = 0;
+    bool gone = false;
+    void (*wake)(OpenFile* file) = nullptr;  // readiness of `file` may have changed
+};
+
+// Brings the driver to its state at start. Open files stay, bound to what they were bound to, unless a test
+// had added that client.
+void driver_reset(Driver* driver);
+
+// The client of that name, or null.
+Client* driver_client(Driver* driver, std::string_view name);
+
+// The requests of programs. Each returns 0 or a positive result, or a negative errno.
+int driver_open(Driver* driver, OpenFile** file);
+void driver_release(Driver* driver, OpenFile* file);
+int driver_ioctl(Driver* driver, OpenFile* file, uint32_t code, const char (&in)[ARGUMENT_SIZE],
+                 char (&out)[ARGUMENT_SIZE]);
+
+// One piece of a read: `offset` is 0 for the first piece of each read call, and where the piece before ended
+// for the others. *text (at most `size` bytes) is valid until the next call for that file.
+int driver_read(Driver* driver, OpenFile* file, size_t size, uint64_t offset, std::string_view* text);
+
+// The poll events that hold for `file` now.
+unsigned driver_poll(const Driver& driver, const OpenFile& file);
+
+// A driver reports an error. False when the queues are full.
+bool driver_report(Driver* driver, Client* client, int32_t number, const std::string& text);
+
+// The device goes away, or comes back.
+void driver_set_gone(Driver* driver, bool gone);
+
+}  // namespace phone

@@ -1,0 +1,199 @@
+// The requests of the control socket, one row of a table each.
+#include "emulator/driver_control.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <cstdint>
+#include <iterator>
+
+#include "emulator/properties.h"
+#include "emulator/refusal.h"
+
+namespace phone {
+
+namespace {
+
+// The FUSE interface takes no errno from here on.
+constexpr int ERRNO_END = 512;
+
+constexpr const char* REQUEST_NAMES[REQUEST_COUNT] = {
+    "open", "bind", "state", "force", "error", "device_name", "module_name", "ic_name", "read"};
+
+template <typename Number>
+Number number_in(const std::string& word, const char* what) {
+    Number value = 0;
+    const char* const end = word.data() + word.size();
+    const auto [stop, error] = std::from_chars(word.data(), end, value);
+    if (error != std::errc() || stop != end || word.empty()) {
+        throw Refusal(std::string(what) + " is a whole number of " + std::to_string(sizeof(Number) * 8) +
+                      " bits, not '" + word + "'");
+    }
+    return value;
+}
+
+Client* client_in(ControlState* state, const std::string& name) {
+    Client* client = driver_client(&state->driver, name);
+    if (client == nullptr) {
+        throw Refusal("the phone's driver has no client '" + name + "'");
+    }
+    return client;
+}
+
+std::string do_report(ControlState* state, const Words& words) {
+    Client* client = client_in(state, words[1]);
+    if (!driver_report(&state->driver, client, number_in<int32_t>(words[2], "the error"), words[3])) {
+        throw Refusal("the driver's queue for " + client->name + " is full");
+    }
+    return "";
+}
+
+std::string do_state(ControlState* state, const Words& words) {
+    Client* client = client_in(state, words[1]);
+    client->state = number_in<int32_t>(words[2], "the state");
+    return "";
+}
+
+std::string do_names(ControlState* state, const Words& words) {
+    Client* client = client_in(state, words[1]);
+    for (size_t i = 2; i < words.size(); ++i) {
+        if (words[i].size() > ARGUMENT_SIZE) {
+            throw Refusal("a name has at most " + std::to_string(ARGUMENT_SIZE) + " bytes");
+        }
+    }
+    std::copy(words.begin() + 2, words.end(), client->names);
+    return "";
+}
+
+std::string do_client(ControlState* state, const Words& words) {
+    if (words[1].empty() || words[1].size() > ARGUMENT_SIZE) {
+        throw Refusal("the name of a client has 1 to " + std::to_string(ARGUMENT_SIZE) + " bytes");
+    }
+    if (driver_client(&state->driver, words[1]) == nullptr) {
+        state->driver.clients.emplace_back().name = words[1];
+    }
+    return "";
+}
+
+std::string do_answer(ControlState* state, const Words& words) {
+    const auto* const name = std::find(std::begin(REQUEST_NAMES), std::end(REQUEST_NAMES), words[2]);
+    if (name == std::end(REQUEST_NAMES)) {
+        throw Refusal("there is no request '" + words[2] + "'");
+    }
+    const auto request = static_cast<Request>(name - REQUEST_NAMES);
+    SetAnswer answer;
+    answer.result = number_in<int32_t>(words[3], "the result");
+    answer.times = words.size() > 4 ? number_in<uint64_t>(words[4], "the number of times") : 0;
+    if (request == Request::open && words[1] != "*") {
+        throw Refusal("the device is opened before it is bound: an answer to open is for client '*'");
+    }
+    const bool is_file_call = request == Request::open || request == Request::read;
+    if (is_file_call && answer.result > 0) {
+        throw Refusal("open and read fail with an errno (a result below zero) or work");
+    }
+    // The kernel takes ENOSYS as news about the file system and keeps it from the program.
+    if (answer.result <= -ERRNO_END || answer.result == -ENOSYS) {
+        throw Refusal("the kernel passes no such errno on");
+    }
+    SetAnswer* const answers = words[1] == "*" ? state->driver.answers : client_in(state, words[1])->answers;
+    answers[static_cast<size_t>(request)] = answer.result != 0 ? answer : SetAnswer{};
+    return "";
+}
+
+std::string do_force_text(ControlState* state, const Words& words) {
+    Client* client = client_in(state, words[1]);
+    client->has_force_text = true;
+    client->force_text = words[2];
+    return "";
+}
+
+std::string do_pending(ControlState* state, const Words& words) {
+    return std::to_string(client_in(state, words[1])->pending.size());
+}
+
+std::string do_handed(ControlState* state, const Words& words) {
+    return std::to_string(client_in(state, words[1])->handed);
+}
+
+std::string do_bound(ControlState* state, const Words& words) {
+    const Client* client = client_in(state, words[1]);
+    const auto& files = state->driver.files;
+    return std::to_string(std::count_if(files.begin(), files.end(),
+                                        [client](const OpenFile& file) { return file.client == client; }));
+}
+
+std::string do_gone(ControlState* state, const Words&) {
+    driver_set_gone(&state->driver, true);
+    return "";
+}
+
+std::string do_back(ControlState* state, const Words&) {
+    driver_set_gone(&state->driver, false);
+    return "";
+}
+
+std::string do_reset(ControlState* state, const Words&) {
+    driver_reset(&state->driver);
+    return "";
+}
+
+std::string do_die(ControlState* state, const Words&) {
+    state->die = true;
+    return "";
+}
+
+std::string do_property(ControlState*, const Words& words) {
+    if (words.size() == 2) {
+        return read_property(words[1]);
+    }
+    write_property(words[1], words[2]);
+    return "";
+}
+
+std::string do_log_dir(ControlState* state, const Words&) {
+    return state->log_dir;
+}
+
+struct Row {
+    const char* name;
+    size_t least;  // words after the name
+    size_t most;
+    const char* usage;
+    std::string (*run)(ControlState* state, const Words& words);
+};
+
+constexpr Row ROWS[] = {
+    {"report", 3, 3, "CLIENT ERROR TEXT", do_report},
+    {"state", 2, 2, "CLIENT NUMBER", do_state},
+    {"names", 4, 4, "CLIENT DEVICE MODULE IC", do_names},
+    {"client", 1, 1, "NAME", do_client},
+    {"answer", 3, 4, "CLIENT REQUEST RESULT [TIMES]", do_answer},
+    {"force-text", 2, 2, "CLIENT TEXT", do_force_text},
+    {"pending", 1, 1, "CLIENT", do_pending},
+    {"handed", 1, 1, "CLIENT", do_handed},
+    {"bound", 1, 1, "CLIENT", do_bound},
+    {"gone", 0, 0, "", do_gone},
+    {"back", 0, 0, "", do_back},
+    {"reset", 0, 0, "", do_reset},
+    {"die", 0, 0, "", do_die},
+    {"property", 1, 2, "NAME [VALUE]", do_property},
+    {"log-dir", 0, 0, "", do_log_dir},
+};
+
+}  // namespace
+
+std::string control(ControlState* state, const Words& words) {
+    const std::string name = words.empty() ? "" : words[0];
+    const auto* const row = std::find_if(std::begin(ROWS), std::end(ROWS),
+                                         [&name](const Row& other) { return name == other.name; });
+    if (row == std::end(ROWS)) {
+        throw Refusal("a phone does not understand '" + name + "'");
+    }
+    const size_t given = words.size() - 1;
+    if (given < row->least || given > row->most) {
+        throw Refusal("usage: " + name + " " + row->usage);
+    }
+    return row->run(state, words);
+}
+
+}  // namespace phone

@@ -1,0 +1,180 @@
+// One loop over the FUSE descriptor, the control socket and its connections. Nothing here waits for a single
+// peer: who connects and says nothing holds up nobody.
+#include "emulator/driver_server.h"
+
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <list>
+#include <string>
+#include <vector>
+
+#include "emulator/control_client.h"
+#include "emulator/driver_control.h"
+#include "emulator/driver_fuse.h"
+#include "emulator/owned_fd.h"
+#include "emulator/refusal.h"
+
+namespace phone {
+
+namespace {
+
+// Connections kept at a time. The oldest one makes room for a new one.
+constexpr size_t CONNECTIONS_MAX = 32;
+// Bytes taken from a connection at a time, so that a large request leaves room for the driver's own.
+constexpr size_t RECEIVE_SIZE = 256 * 1024;
+
+struct Connection {
+    OwnedFd fd;
+    std::string received;
+};
+
+bool is_own_user(int fd) {
+    ucred peer = {};
+    socklen_t size = sizeof(peer);
+    return getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 && peer.uid == geteuid();
+}
+
+void accept_connection(int listen_fd, std::list<Connection>* connections) {
+    OwnedFd fd(accept4(listen_fd, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+    if (!fd.valid() || !is_own_user(fd.get())) {
+        return;
+    }
+    if (connections->size() == CONNECTIONS_MAX) {
+        connections->pop_front();
+    }
+    connections->push_back({std::move(fd), ""});
+}
+
+// What the server listens on.
+struct Doors {
+    int fuse_fd;
+    int listen_fd;
+};
+
+// Does a complete request and answers it; answers are short, so one that does not fit at once is for a peer
+// that is not listening.
+void answer(ControlState* state, Doors doors, const Connection& connection) {
+    const std::string_view message = std::string_view(connection.received).substr(WIRE_LENGTH_SIZE);
+    Words words;
+    Words reply;
+    try {
+        if (!decode_words(message, &words)) {
+            throw Refusal("that is not a list of words");
+        }
+        reply = {WIRE_DONE, control(state, words)};
+    } catch (const Refusal& refusal) {
+        reply = {WIRE_REFUSED, refusal.what()};
+    }
+    if (state->die) {
+        // Who asked for a dead driver finds it dead when the answer comes.
+        close(doors.fuse_fd);
+        close(doors.listen_fd);
+    }
+    const std::string data = encode_words(reply);
+    send(connection.fd.get(), data.data(), data.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+    if (state->die) {
+        _exit(0);
+    }
+}
+
+// Takes what a connection has sent. False when the connection is over.
+bool serve_connection(ControlState* state, Doors doors, Connection* connection) {
+    static std::vector<char> buffer(RECEIVE_SIZE);
+    const ssize_t count = recv(connection->fd.get(), buffer.data(), buffer.size(), 0);
+    if (count < 0) {
+        return errno == EAGAIN || errno == EINTR;
+    }
+    if (count == 0) {
+        return false;
+    }
+    std::string& received = connection->received;
+    received.append(buffer.data(), static_cast<size_t>(count));
+    if (received.size() < WIRE_LENGTH_SIZE) {
+        return true;
+    }
+    const size_t length = announced_length(received);
+    if (length > WIRE_MESSAGE_MAX) {
+        return false;
+    }
+    if (received.size() - WIRE_LENGTH_SIZE < length) {
+        return true;
+    }
+    received.resize(WIRE_LENGTH_SIZE + length);
+    answer(state, doors, *connection);
+    return false;
+}
+
+void serve(Doors doors, ControlState* state) {
+    fuse_session* const session = start_driver_session(&state->driver, doors.fuse_fd);
+    std::list<Connection> connections;
+    std::vector<pollfd> polls;
+    for (;;) {
+        polls.assign({{doors.fuse_fd, POLLIN, 0}, {doors.listen_fd, POLLIN, 0}});
+        for (const Connection& connection : connections) {
+            polls.push_back({connection.fd.get(), POLLIN, 0});
+        }
+        if (poll(polls.data(), polls.size(), -1) < 0) {
+            if (errno == EINTR) {
+                continue;
+            }
+            throw refusal_errno("the driver server cannot wait");
+        }
+        if (polls[0].revents != 0 && !serve_driver_request(session)) {
+            return;
+        }
+        size_t i = 2;
+        for (auto connection = connections.begin(); connection != connections.end(); ++i) {
+            const bool stays = polls[i].revents == 0 || serve_connection(state, doors, &*connection);
+            connection = stays ? std::next(connection) : connections.erase(connection);
+        }
+        if (polls[1].revents != 0) {
+            accept_connection(doors.listen_fd, &connections);
+        }
+    }
+}
+
+}  // namespace
+
+int listen_for_control(const std::string& socket_name) {
+    sockaddr_un address;
+    const unsigned length = fill_address(socket_name, &address);
+    if (length == 0) {
+        throw Refusal("the name of the phone is too long");
+    }
+    OwnedFd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    if (!fd.valid()) {
+        throw refusal_errno("no control socket");
+    }
+    if (bind(fd.get(), reinterpret_cast<sockaddr*>(&address), length) != 0) {
+        if (errno == EADDRINUSE) {
+            throw Refusal(
+                "a phone of that name is running already: end it, or give this one another with --name");
+        }
+        throw refusal_errno("the control socket cannot be bound");
+    }
+    if (listen(fd.get(), static_cast<int>(CONNECTIONS_MAX)) != 0) {
+        throw refusal_errno("the control socket cannot listen");
+    }
+    return fd.release();
+}
+
+void run_driver_server(int fuse_fd, int listen_fd, const std::string& log_dir) {
+    // A session of its own: Ctrl-C on the phone's terminal is not for the drivers.
+    setsid();
+    try {
+        ControlState state;
+        state.log_dir = log_dir;
+        serve({fuse_fd, listen_fd}, &state);
+    } catch (const std::exception& error) {
+        print_refusal(error.what());
+        _exit(STATUS_NO_PHONE);
+    }
+    _exit(0);
+}
+
+}  // namespace phone

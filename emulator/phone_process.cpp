@@ -1,0 +1,283 @@
+// The processes of a phone. `phone` itself stays outside and waits; its child is the first process of a new
+// process namespace, so that everything in the phone ends with it, and it ends with `phone`.
+#include <fcntl.h>
+#include <poll.h>
+#include <sched.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+#include "emulator/control_client.h"
+#include "emulator/driver_server.h"
+#include "emulator/files.h"
+#include "emulator/owned_fd.h"
+#include "emulator/phone.h"
+#include "emulator/refusal.h"
+
+namespace phone {
+
+namespace {
+
+constexpr int STATUS_CANNOT_RUN = 126;
+constexpr int STATUS_NOT_FOUND = 127;
+constexpr int STATUS_SIGNAL = 128;
+
+constexpr int FORWARDED_SIGNALS[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
+
+// Variables of the caller that the command sees too.
+constexpr const char* PASSED_VARIABLES[] = {
+    "TERM", "TZ", "ASAN_OPTIONS", "LSAN_OPTIONS", "TSAN_OPTIONS", "UBSAN_OPTIONS", "LLVM_PROFILE_FILE"};
+constexpr char PASSED_PREFIX[] = "GTEST_";
+
+// The signal mask that `phone` was started with; the command gets it back.
+sigset_t original_mask;
+
+sigset_t watched_signals() {
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, SIGCHLD);
+    for (const int number : FORWARDED_SIGNALS) {
+        sigaddset(&set, number);
+    }
+    return set;
+}
+
+// From here on signals are taken one by one with sigwaitinfo.
+void hold_signals() {
+    const sigset_t set = watched_signals();
+    sigprocmask(SIG_BLOCK, &set, &original_mask);
+    // A caller that ignores SIGCHLD would have the kernel throw exit statuses away.
+    signal(SIGCHLD, SIG_DFL);
+}
+
+int exit_status(int status) {
+    return WIFSIGNALED(status) ? STATUS_SIGNAL + WTERMSIG(status) : WEXITSTATUS(status);
+}
+
+// Waits for the next signal. What somebody sent goes on to `receiver`; what the terminal sent has reached all
+// processes of the foreground already.
+void take_signal(pid_t receiver) {
+    const sigset_t set = watched_signals();
+    siginfo_t info = {};
+    const int number = sigwaitinfo(&set, &info);
+    if (number > 0 && number != SIGCHLD && info.si_code != SI_KERNEL) {
+        kill(receiver, number);
+    }
+}
+
+// Waits for a child of this process. Returns its exit status.
+int wait_for(pid_t child) {
+    for (;;) {
+        int status = 0;
+        if (waitpid(child, &status, WNOHANG) == child) {
+            return exit_status(status);
+        }
+        take_signal(child);
+    }
+}
+
+// In a new user namespace the caller is root.
+void become_root(uid_t user, gid_t group) {
+    write_existing("/proc/self/setgroups", "deny");
+    write_existing("/proc/self/uid_map", "0 " + std::to_string(user) + " 1\n");
+    write_existing("/proc/self/gid_map", "0 " + std::to_string(group) + " 1\n");
+}
+
+// A phone must not outlive who started it, however that one ends.
+void end_with_parent(int alive_fd) {
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    pollfd parent = {alive_fd, 0, 0};
+    if (poll(&parent, 1, 0) != 0) {
+        _exit(STATUS_NO_PHONE);
+    }
+}
+
+// The first process: starts the driver server and the command, and reaps whatever ends, until the command
+// does. Returns the command's exit status.
+int run_first_process(const PhoneOptions& options) {
+    OwnedFd listen_fd(listen_for_control(options.socket_name));
+    OwnedFd fuse_fd(enter_private_root(options));
+    const std::string log_dir = options.data_dir.empty() ? "" : options.data_dir + "/kvdx_logs/dmd_log";
+    const pid_t driver = fork();
+    if (driver < 0) {
+        throw refusal_errno("cannot start the driver server");
+    }
+    if (driver == 0) {
+        run_driver_server(fuse_fd.get(), listen_fd.get(), log_dir);
+    }
+    // The server alone keeps these, so that they end with it.
+    fuse_fd.reset();
+    listen_fd.reset();
+    place_devices();
+    show_in_proc(getpid());
+
+    const pid_t command = fork();
+    if (command < 0) {
+        throw refusal_errno("cannot start the command");
+    }
+    if (command == 0) {
+        show_in_proc(getpid());
+        become_command(options.socket_name, options.command);
+    }
+    for (;;) {
+        int status = 0;
+        const pid_t ended = waitpid(-1, &status, WNOHANG);
+        if (ended == command) {
+            return exit_status(status);
+        }
+        if (ended == driver && exit_status(status) != 0) {
+            print_refusal("the driver server ended with status " + std::to_string(exit_status(status)));
+        }
+        if (ended <= 0) {
+            take_signal(command);
+        }
+    }
+}
+
+pid_t clone_with(unsigned long namespaces) {
+    // As fork, but with namespaces of its own from the start. glibc's fork has no way to say so.
+    return static_cast<pid_t>(syscall(SYS_clone, namespaces | SIGCHLD, nullptr, nullptr, nullptr, nullptr));
+}
+
+bool has_other_user_namespace(pid_t pid) {
+    struct stat theirs = {};
+    struct stat ours = {};
+    const std::string path = "/proc/" + std::to_string(pid) + "/ns/user";
+    return stat(path.c_str(), &theirs) == 0 && stat("/proc/self/ns/user", &ours) == 0 &&
+           theirs.st_ino != ours.st_ino;
+}
+
+}  // namespace
+
+int run_phone(const PhoneOptions& options) {
+    hold_signals();
+    int alive[2];
+    if (pipe2(alive, O_CLOEXEC) != 0) {
+        throw refusal_errno("no pipe");
+    }
+    OwnedFd alive_read(alive[0]);
+    OwnedFd alive_write(alive[1]);
+    const uid_t user = geteuid();
+    const gid_t group = getegid();
+    bool new_user = false;
+    pid_t first = clone_with(CLONE_NEWNS | CLONE_NEWPID);
+    if (first < 0 && errno == EPERM) {
+        new_user = true;
+        first = clone_with(CLONE_NEWNS | CLONE_NEWPID | CLONE_NEWUSER);
+    }
+    if (first < 0) {
+        throw refusal_errno(
+            "cannot make the namespaces of a phone: run phone as root, or allow unprivileged user namespaces "
+            "(sysctl user.max_user_namespaces, kernel.unprivileged_userns_clone)");
+    }
+    if (first != 0) {
+        return wait_for(first);
+    }
+    try {
+        alive_write.reset();
+        end_with_parent(alive_read.get());
+        alive_read.reset();
+        close_range(STDERR_FILENO + 1, ~0U, 0);
+        if (new_user) {
+            become_root(user, group);
+        }
+        _exit(run_first_process(options));
+    } catch (const std::exception& error) {
+        print_refusal(error.what());
+    }
+    _exit(STATUS_NO_PHONE);
+}
+
+pid_t first_process_of(const std::string& socket_name) {
+    std::string why;
+    const OwnedFd connection(connect_to_phone(socket_name, &why));
+    if (!connection.valid()) {
+        throw Refusal(why);
+    }
+    // That process made the socket listen, before it gave it to the driver server.
+    ucred peer = {};
+    socklen_t size = sizeof(peer);
+    if (getsockopt(connection.get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0 || peer.pid <= 0) {
+        throw Refusal("cannot tell which process the phone is");
+    }
+    return peer.pid;
+}
+
+[[noreturn]] void run_in_phone(const std::string& socket_name, const std::vector<std::string>& command) {
+    const pid_t first = first_process_of(socket_name);
+    const OwnedFd phone(static_cast<int>(syscall(SYS_pidfd_open, first, 0)));
+    if (!phone.valid()) {
+        throw refusal_errno("cannot find the phone's first process");
+    }
+    hold_signals();
+    int namespaces = CLONE_NEWNS | CLONE_NEWPID;
+    if (has_other_user_namespace(first)) {
+        namespaces |= CLONE_NEWUSER;
+    }
+    if (setns(phone.get(), namespaces) != 0) {
+        throw refusal_errno("cannot enter the phone (this needs Linux 5.8 or later)");
+    }
+    const pid_t child = fork();
+    if (child < 0) {
+        throw refusal_errno("cannot start a command in the phone");
+    }
+    if (child == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        become_command(socket_name, command);
+    }
+    // Not by a return: at exit a sanitizer's leak check would start its helper in the phone's process
+    // namespace, where it cannot see this process, and wait for it for ever.
+    _exit(wait_for(child));
+}
+
+void become_command(const std::string& socket_name, const std::vector<std::string>& command) {
+    std::vector<std::string> variables = {"PATH=/system/bin:/usr/local/bin:/usr/bin:/bin:/usr/sbin:/sbin",
+                                          "HOME=/data", std::string(CONTROL_VARIABLE) + "=" + socket_name};
+    for (const char* name : PASSED_VARIABLES) {
+        if (const char* value = getenv(name)) {
+            variables.push_back(std::string(name) + "=" + value);
+        }
+    }
+    for (char** variable = environ; *variable != nullptr; ++variable) {
+        if (strncmp(*variable, PASSED_PREFIX, strlen(PASSED_PREFIX)) == 0) {
+            variables.emplace_back(*variable);
+        }
+    }
+    std::vector<char*> environment;
+    for (std::string& variable : variables) {
+        environment.push_back(variable.data());
+    }
+    environment.push_back(nullptr);
+    std::vector<std::string> words = command;
+    std::vector<char*> arguments;
+    for (std::string& word : words) {
+        arguments.push_back(word.data());
+    }
+    arguments.push_back(nullptr);
+
+    sigprocmask(SIG_SETMASK, &original_mask, nullptr);
+    close_range(STDERR_FILENO + 1, ~0U, 0);
+    environ = environment.data();
+    execvp(arguments[0], arguments.data());
+    const int reason = errno;
+    print_refusal(command[0] + " cannot be run in the phone: " + strerror(reason) +
+                  (reason == ENOENT ? " (a folder of the desk is shown there with --bind)" : ""));
+    _exit(reason == ENOENT ? STATUS_NOT_FOUND : STATUS_CANNOT_RUN);
+}
+
+void print_refusal(const std::string& line) {
+    const std::string text = "phone: " + line + "\n";
+    if (write(STDERR_FILENO, text.data(), text.size()) < 0) {
+        return;  // nobody is left to be told
+    }
+}
+
+}  // namespace phone
