@@ -1,0 +1,228 @@
+// The client table, the registry, binding, dispatch and the generic operations, against the driver.
+#include <sys/mount.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <set>
+
+#include "clients/client_table.h"
+#include "clients/dispatch.h"
+#include "clients/dsm_device.h"
+#include "clients/generic_dump.h"
+#include "clients/registry.h"
+#include "daemon/log.h"
+#include "platform/text.h"
+#include "tests/log_capture.h"
+#include "tests/phone_test.h"
+
+namespace {
+
+constexpr char RECORD[] = "/data/kvdx_logs/dmd_log/dmd_record_0.txt";
+
+int calls = 0;
+
+int counting_operation(dmd_client* /*client*/, int error_no, const char* RT_switch) {
+    ++calls;
+    return error_no + static_cast<int>(strlen(RT_switch));
+}
+
+int counting_clear(dmd_client* /*client*/, int argument) {
+    ++calls;
+    return argument;
+}
+
+dmd_client* bound_client(const char* name) {
+    EXPECT_EQ(0, dmd_client_init());
+    return get_client_by_name(name);
+}
+
+}  // namespace
+
+TEST(ClientTable, RowsAreTheDriversClients) {
+    struct {
+        const char* name;
+        uint32_t type, buffer_size, op_count;
+    } const unusual[] = {
+        {"dsm_tp", 1, 1024, 3},
+        {"dsm_lcd", 1, 1024, 2},
+        {"dsm_power_key", 1, 1024, 2},
+        {"dsm_extisp", 1, 256, 1},
+        {"dsm_ovisp23", 1, 30000, 1},
+        {"dsm_camera_user", 2, 30000, 1},
+        {"dsm_ext4", 1, 16384, 1},
+        {"dsm_flash", 2, 256, 1},
+        {"dsm_csi", 2, 256, 1},
+        {"dsm_sensorhub", 2, 10485760, 2},
+        {"dsm_anc_hs", 2, 1024, 1},
+        {"dsm_audio", 2, 4096, 7},
+        {"dsm_maxim_smartpa", 1, 1024, 2},
+        {"dsm_charge_monitor", 2, 1024, 1},
+    };
+    std::set<std::string> names;
+    for (const dmd_client_info& row : default_clients) {
+        names.insert(row.name);
+        const dmd_client_info* expected = &default_clients[2];  // a row like most
+        dmd_client_info special = {};
+        for (const auto& u : unusual) {
+            if (strcmp(u.name, row.name) == 0) {
+                special.type = u.type;
+                special.buffer_size = u.buffer_size;
+                special.op_count = u.op_count;
+                expected = &special;
+            }
+        }
+        EXPECT_EQ(expected->type, row.type) << row.name;
+        EXPECT_EQ(expected->buffer_size, row.buffer_size) << row.name;
+        EXPECT_EQ(expected->op_count, row.op_count) << row.name;
+        for (uint32_t slot = row.op_count; slot < SLOT_COUNT; ++slot) {
+            EXPECT_EQ(nullptr, row.dump[slot]) << row.name;
+            EXPECT_EQ(nullptr, row.force_dump[slot]) << row.name;
+        }
+    }
+    EXPECT_EQ(46U, names.size());
+    EXPECT_STREQ("dsm_tp", default_clients[0].name);
+    EXPECT_STREQ("dsm_cpu_buck", default_clients[45].name);
+}
+
+TEST(Registry, HoldsWhatCouldBeBound) {
+    phone_do({"answer", "dsm_pmu_ocp", "bind", "-22"});
+    const int descriptors = open_descriptors("self");
+    const LogCapture log;
+    EXPECT_EQ(0, dmd_client_init());
+    EXPECT_EQ(45, get_client_count());
+    EXPECT_EQ(descriptors + 45, open_descriptors("self"));
+    EXPECT_TRUE(log.has("[M/dmd_client_init] default-client total: 46 ret = 0"));
+    EXPECT_EQ(1U, log.lines().size());
+
+    EXPECT_STREQ("dsm_charger", get_client_by_index(3)->info->name);
+    EXPECT_EQ(44, get_client_by_name("dsm_cpu_buck")->index);
+    EXPECT_EQ(nullptr, get_client_by_index(-1));
+    EXPECT_EQ(nullptr, get_client_by_index(45));
+    EXPECT_EQ(get_client_by_index(0), get_client_by_name("DSM_TP"));
+    EXPECT_EQ(nullptr, get_client_by_name("dsm_pmu_ocp"));
+    EXPECT_EQ(nullptr, get_client_by_name("dsm_t"));
+    EXPECT_EQ(nullptr, get_client_by_name(nullptr));
+}
+
+TEST(Registry, IsEmptyWithoutTheDriver) {
+    ASSERT_EQ(0, umount2(DSM_DEVICE, MNT_DETACH));
+    ASSERT_EQ(0, unlink(DSM_DEVICE));
+    const LogCapture log;
+    EXPECT_EQ(0, dmd_client_init());
+    EXPECT_EQ(0, get_client_count());
+    EXPECT_EQ(46, log.count("[M/dsm_client_init] can't open /dev/dsm "));
+    EXPECT_TRUE(log.has("default-client total: 46 ret = -1"));
+}
+
+TEST(Binding, RefusalsKeepNoDescriptor) {
+    const int descriptors = open_descriptors("self");
+    const LogCapture log;
+    EXPECT_LT(bind_client_fd("dsm_nobody"), 0);
+    EXPECT_TRUE(log.has("[M/bind_client_fd] can't bind client dsm_nobody"));
+    phone_do({"answer", "dsm_tp", "bind", "7"});
+    EXPECT_LT(bind_client_fd("dsm_tp"), 0) << "a positive refusal is no descriptor";
+    EXPECT_EQ(descriptors, open_descriptors("self"));
+}
+
+TEST(Dispatch, RunsOnlyWhatASlotHolds) {
+    dmd_client client = {};
+    client.info = &default_clients[0];
+    client.dump[9] = counting_operation;
+    client.force_dump[0] = counting_operation;
+    debug_output_enabled = 1;
+    const LogCapture log;
+    EXPECT_EQ(7, dmd_dump_error(&client, 5, 9, "on"));
+    EXPECT_EQ(8, dmd_force_dump_error(&client, 5, 0, "off"));
+    for (const int slot : {-1, 0, 10, 0x7fffffff, -0x7fffffff - 1}) {
+        EXPECT_EQ(0, dmd_dump_error(&client, 5, slot, "on")) << slot;
+    }
+    EXPECT_EQ(0, dmd_force_dump_error(&client, 5, 9, "on"));
+    EXPECT_EQ(0, dmd_dump_error(nullptr, 5, 9, "on"));
+    EXPECT_EQ(0, dmd_clear_error(nullptr, 3));
+    EXPECT_EQ(0, dmd_clear_error(&client, 3));
+    EXPECT_EQ(2, calls);
+    client.clear = counting_clear;
+    EXPECT_EQ(3, dmd_clear_error(&client, 3));
+    EXPECT_EQ((std::vector<std::string>{"[D/dmd_dump_error] dump dsm_tp error 5 return 7",
+                                        "[D/dmd_force_dump_error] dump dsm_tp error 5 return 8",
+                                        "[D/dmd_clear_error] clear dsm_tp error return 3"}),
+              log.lines());
+}
+
+TEST(ClearError, DropsOneTextAndShowsItInDebug) {
+    dmd_client* const client = bound_client("dsm_tp");
+    ASSERT_NE(nullptr, client);
+    report_error("dsm_tp", 20002, std::string(2000, 'x'));
+    report_error("dsm_tp", 20003, "second");
+    LogCapture log;
+    EXPECT_EQ(0, dsm_clear_error(client, 0));
+    EXPECT_EQ((std::vector<std::string>{"[M/dsm_clear_error] dsm_tp finish clear"}), log.lines());
+    EXPECT_EQ("1", phone_do({"pending", "dsm_tp"}));
+
+    debug_output_enabled = 1;
+    log.clear();
+    EXPECT_EQ(0, dsm_clear_error(client, 0));
+    EXPECT_TRUE(log.has("[D/dsm_clear_error] [BUFFER CONTENTS]:\nsecond"));
+    EXPECT_EQ(0, dsm_clear_error(client, 0)) << "nothing pending";
+    EXPECT_EQ(2, log.count("dsm_tp finish clear"));
+    EXPECT_EQ(-1, dsm_clear_error(nullptr, 0));
+    EXPECT_TRUE(log.has("[M/dsm_clear_error] dmd client is NULL pointer"));
+}
+
+TEST(GenericDump, ReportsWhatTheDriverHandsOver) {
+    set_commercial(true);
+    dmd_client* const client = bound_client("dsm_tp");
+    ASSERT_NE(nullptr, client);
+    {
+        const MutexLock lock(client->mutex);
+        copy_text(client->device_name, "panel");
+    }
+    report_error("dsm_tp", 20002, "first text");
+    const LogCapture log;
+    EXPECT_EQ(0, dsm_dump_error(client, 20002, "off"));
+    const std::string record = read_file(RECORD);
+    EXPECT_NE(std::string::npos, record.find("[Device]:panel\n[Error no]:20002\n[Runing_test_switch]:off\n"));
+    EXPECT_NE(std::string::npos, record.find("[Content]:\nfirst text"));
+    EXPECT_TRUE(log.has("[M/dsm_dump_error] dsm_tp finish dump 10 bytes"));
+
+    // Nothing pending, a failing read, and arguments that are none: no report.
+    EXPECT_EQ(0, dsm_dump_error(client, 20002, "on"));
+    EXPECT_TRUE(log.has("[M/dsm_dump_error] read dsm_tp return 0 - "));
+    phone_do({"answer", "dsm_tp", "read", "-5"});
+    EXPECT_EQ(0, dsm_dump_error(client, 20002, "on"));
+    EXPECT_TRUE(log.has("[M/dsm_dump_error] read dsm_tp return -1 - Input/output error"));
+    EXPECT_EQ(-1, dsm_dump_error(nullptr, 20002, "on"));
+    EXPECT_EQ(-1, dsm_dump_error(client, 20002, nullptr));
+    EXPECT_EQ(2, log.count("[M/dsm_dump_error] dmd client or RT_switch is NULL pointer"));
+    EXPECT_EQ(record, read_file(RECORD));
+}
+
+TEST(GenericDump, ForceDumpReportsUnderTheClientsName) {
+    set_commercial(true);
+    dmd_client* const client = bound_client("dsm_lcd");
+    ASSERT_NE(nullptr, client);
+    {
+        const MutexLock lock(client->mutex);
+        copy_text(client->device_name, "panel");
+        memcpy(client->ic_name, "wxyz", 4);
+    }
+    const LogCapture log;
+    EXPECT_EQ(0, dsm_force_dump_error(client, -5, "on"));
+    const std::string record = read_file(RECORD);
+    EXPECT_NE(std::string::npos, record.find("[Device]:dsm_lcd\n[Error no]:-5\n"));
+    EXPECT_NE(std::string::npos, record.find("-5 of dsm_lcd"))
+        << "the number reaches the driver with its sign";
+    EXPECT_NE(std::string::npos,
+              read_file(std::string(LOG_DIR) + "/apr_info.txt").find("IC_name\twxyz\nmodule_name\t\n"));
+
+    phone_do({"answer", "dsm_lcd", "force", "-22"});
+    EXPECT_EQ(-1, dsm_force_dump_error(client, 7, "on"));
+    phone_do({"answer", "dsm_lcd", "force", "3"});
+    EXPECT_EQ(3, dsm_force_dump_error(client, 7, "on"));
+    EXPECT_TRUE(log.has("[M/dsm_force_dump_error] force dump dsm_lcd failed 3"));
+    phone_do({"answer", "dsm_lcd", "force", "0"});
+    phone_do({"answer", "dsm_lcd", "read", "-5"});
+    EXPECT_EQ(0, dsm_force_dump_error(client, 7, "on")) << "accepted by the driver, then the read failed";
+    EXPECT_TRUE(log.has("[M/dsm_force_dump_error] read dsm_lcd return -1 - "));
+    EXPECT_EQ(record, read_file(RECORD));
+}

@@ -1,0 +1,33 @@
+#include "tests/desk_calls.h"
+
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <atomic>
+
+namespace {
+
+std::atomic<unsigned int> slept{0};
+std::atomic<int> synced{0};
+
+}  // namespace
+
+unsigned int seconds_slept() {
+    return slept.load();
+}
+
+int files_synced() {
+    return synced.load();
+}
+
+// A millisecond for each call keeps a loop that waits from spinning.
+extern "C" unsigned int sleep(unsigned int seconds) {
+    slept += seconds;
+    usleep(1000);
+    return 0;
+}
+
+extern "C" int fsync(int fd) {
+    ++synced;
+    return static_cast<int>(syscall(SYS_fsync, fd));
+}

@@ -1,0 +1,366 @@
+// The driver behind /dev/dsm: what a program sees through open, ioctl, read and select.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/ioctl.h>
+#include <sys/select.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "emulator/control_client.h"
+#include "platform/owned.h"
+#include "tests/phone_test.h"
+
+namespace {
+
+constexpr unsigned long BIND = 0xc02078f1;
+constexpr unsigned long STATE = 0xc02078f2;
+constexpr unsigned long FORCE = 0xc02078f3;
+constexpr unsigned long ERROR = 0xc02078f4;
+constexpr unsigned long DEVICE_NAME = 0xc02078f5;
+constexpr unsigned long MODULE_NAME = 0xc02078f6;
+constexpr unsigned long IC_NAME = 0xc02078f7;
+
+// One request. Returns the call's result, or the negative errno; *argument holds its 32 bytes both ways.
+int ask(int fd, unsigned long code, std::string* argument) {
+    char bytes[32] = {};
+    memcpy(bytes, argument->data(), std::min(sizeof bytes, argument->size()));
+    const int result = ioctl(fd, code, bytes);
+    const int reason = errno;
+    argument->assign(bytes, strnlen(bytes, sizeof bytes));
+    return result < 0 ? -reason : result;
+}
+
+int ask(int fd, unsigned long code, std::string argument = "") {
+    return ask(fd, code, &argument);
+}
+
+// What a request that must succeed says.
+std::string told(int fd, unsigned long code) {
+    std::string argument;
+    EXPECT_EQ(0, ask(fd, code, &argument)) << std::hex << code;
+    return argument;
+}
+
+UniqueFd open_device() {
+    return UniqueFd(open("/dev/dsm", O_RDWR | O_CLOEXEC));
+}
+
+UniqueFd bound(const char* client) {
+    UniqueFd fd = open_device();
+    EXPECT_EQ(0, ask(fd.get(), BIND, client)) << client;
+    return fd;
+}
+
+// What one read of `size` bytes brings, into a buffer that begins `skew` bytes after a page.
+std::string text_read(int fd, size_t size, size_t skew = 0) {
+    constexpr size_t PAGE_SIZE = 4096;
+    std::vector<char> memory(size + 2 * PAGE_SIZE);
+    char* const page = memory.data() + PAGE_SIZE - reinterpret_cast<uintptr_t>(memory.data()) % PAGE_SIZE;
+    const ssize_t count = read(fd, page + skew, size);
+    EXPECT_GE(count, 0) << strerror(errno);
+    return std::string(page + skew, static_cast<size_t>(std::max<ssize_t>(count, 0)));
+}
+
+int read_error(int fd) {
+    char byte;
+    return read(fd, &byte, 1) < 0 ? -errno : 0;
+}
+
+// Waits with select for at most `seconds`; negative: for ever.
+bool readable(int fd, int seconds = 0) {
+    fd_set set;
+    FD_ZERO(&set);
+    FD_SET(fd, &set);
+    timeval timeout = {seconds, 0};
+    return select(fd + 1, &set, nullptr, nullptr, seconds < 0 ? nullptr : &timeout) == 1;
+}
+
+// A text that differs at every place from its neighbours'.
+std::string pattern(size_t size) {
+    std::string text(size, '\0');
+    for (size_t i = 0; i < size; ++i) {
+        text[i] = static_cast<char>(i * 31 + i / 4096);
+    }
+    return text;
+}
+
+}  // namespace
+
+TEST(EmulatorDriver, AnswersEachRequest) {
+    const UniqueFd tp = bound("dsm_tp");
+    EXPECT_EQ("0", told(tp.get(), STATE));
+    EXPECT_EQ("0", told(tp.get(), ERROR));
+    phone_do({"state", "dsm_tp", "-2147483648"});
+    report_error("dsm_tp", 20002, "first");
+    report_error("dsm_tp", -7, "second");
+    EXPECT_EQ("-2147483648", told(tp.get(), STATE));
+    EXPECT_EQ("20002", told(tp.get(), ERROR));
+    EXPECT_EQ("first", text_read(tp.get(), 1024));
+    EXPECT_EQ("-7", told(tp.get(), ERROR));
+    for (const unsigned long code : {DEVICE_NAME, MODULE_NAME, IC_NAME}) {
+        EXPECT_EQ(-ENODATA, ask(tp.get(), code));
+    }
+    const std::string whole(32, 'w');
+    phone_do({"names", "dsm_tp", whole, "ofilm", ""});
+    EXPECT_EQ(whole, told(tp.get(), DEVICE_NAME));
+    EXPECT_EQ("ofilm", told(tp.get(), MODULE_NAME));
+    EXPECT_EQ(-ENODATA, ask(tp.get(), IC_NAME));
+    // Other clients know nothing of all that.
+    const UniqueFd lcd = bound("dsm_lcd");
+    EXPECT_EQ("0", told(lcd.get(), STATE));
+    EXPECT_EQ("0", told(lcd.get(), ERROR));
+    EXPECT_EQ("", text_read(lcd.get(), 1024));
+}
+
+TEST(EmulatorDriver, RefusesWhatItDoesNotKnow) {
+    const UniqueFd fd = open_device();
+    for (const char* name : {"", "dsm_tp2", "DSM_TP", "dsm_t", "*"}) {
+        EXPECT_EQ(-EINVAL, ask(fd.get(), BIND, name)) << name;
+    }
+    for (const unsigned long code : {STATE, FORCE, ERROR, DEVICE_NAME, MODULE_NAME, IC_NAME}) {
+        EXPECT_EQ(-EINVAL, ask(fd.get(), code)) << std::hex << code;
+    }
+    EXPECT_EQ(-EINVAL, read_error(fd.get()));
+    EXPECT_FALSE(readable(fd.get()));
+    const UniqueFd tp = bound("dsm_tp");
+    // No such number, no such type, one direction only, another size.
+    for (const unsigned long code : {0xc02078f0, 0xc02078f8, 0xc02079f4, 0x802078f4, 0xc01078f4}) {
+        EXPECT_EQ(-ENOTTY, ask(tp.get(), code)) << std::hex << code;
+    }
+    EXPECT_EQ(-1, write(tp.get(), "x", 1));
+    EXPECT_EQ(-1, lseek(tp.get(), 0, SEEK_SET));
+    phone_do({"client", "dsm_new"});
+    EXPECT_EQ(0, ask(fd.get(), BIND, "dsm_new"));
+    EXPECT_EQ("1", phone_do({"bound", "dsm_new"}));
+    EXPECT_EQ("1", phone_do({"bound", "dsm_tp"}));
+}
+
+TEST(EmulatorDriver, AReadHandsOverTheOldestTextAndDropsIt) {
+    const UniqueFd tp = bound("dsm_tp");
+    const std::string zeros("a\0b\0", 4);
+    // Two texts of exactly what is read stay two texts; what is not asked for is dropped with its text.
+    const std::string full(1024, 'f');
+    for (const std::string& text : {std::string("short"), full, full, full + "more", std::string(), zeros}) {
+        report_error("dsm_tp", 1, text);
+    }
+    for (const std::string& text : {std::string("short"), full, full, full, std::string(), zeros}) {
+        EXPECT_EQ(text, text_read(tp.get(), 1024));
+    }
+    EXPECT_EQ("", text_read(tp.get(), 1024));
+    EXPECT_EQ("6", phone_do({"handed", "dsm_tp"}));
+    report_error("dsm_tp", 1, "abcdef");
+    report_error("dsm_tp", 1, "ghi");
+    EXPECT_EQ("ab", text_read(tp.get(), 2));
+    EXPECT_EQ("1", phone_do({"pending", "dsm_tp"}));
+    EXPECT_EQ("ghi", text_read(tp.get(), 3));
+}
+
+TEST(EmulatorDriver, TextsOfAllSizesAreReadInOneCall) {
+    constexpr size_t PIECE = 1024 * 1024;
+    constexpr size_t LARGEST = 10485760;
+    const UniqueFd hub = bound("dsm_sensorhub");
+    for (const size_t skew : {0, 1, 4095}) {
+        for (const size_t size :
+             {PIECE - 4096, PIECE - 1, PIECE, PIECE + 1, 2 * PIECE, LARGEST - 1, LARGEST, LARGEST + 1}) {
+            const std::string text = pattern(size);
+            report_error("dsm_sensorhub", 1, text);
+            report_error("dsm_sensorhub", 2, "the next one");
+            EXPECT_TRUE(text.substr(0, LARGEST) == text_read(hub.get(), LARGEST, skew))
+                << size << " " << skew;
+            EXPECT_EQ("the next one", text_read(hub.get(), LARGEST, skew)) << size << " " << skew;
+        }
+    }
+    // A read of exactly one piece leaves nothing for the read after it.
+    report_error("dsm_sensorhub", 1, pattern(2 * PIECE));
+    EXPECT_TRUE(pattern(PIECE) == text_read(hub.get(), PIECE));
+    EXPECT_EQ("", text_read(hub.get(), PIECE));
+}
+
+TEST(EmulatorDriver, AForcedDumpIsReadFirstAndByWhoForcedItOnly) {
+    const UniqueFd first = bound("dsm_tp");
+    const UniqueFd second = bound("dsm_tp");
+    EXPECT_EQ(0, ask(first.get(), FORCE, "20005"));
+    EXPECT_FALSE(readable(second.get()));
+    EXPECT_EQ("0", told(first.get(), ERROR));
+    EXPECT_EQ("", text_read(second.get(), 1024));
+    report_error("dsm_tp", 20002, "reported");
+    EXPECT_EQ("forced dump of error 20005 of dsm_tp\n", text_read(first.get(), 1024));
+    EXPECT_EQ("reported", text_read(first.get(), 1024));
+    phone_do({"force-text", "dsm_tp", pattern(10485760)});
+    EXPECT_EQ(0, ask(first.get(), FORCE, "-1"));
+    EXPECT_TRUE(pattern(10485760) == text_read(first.get(), 10485760));
+    EXPECT_EQ("1", phone_do({"handed", "dsm_tp"}));
+}
+
+TEST(EmulatorDriver, ReadinessIsLevelTriggeredOnEveryDescriptor) {
+    const UniqueFd first = bound("dsm_tp");
+    const UniqueFd second = bound("dsm_tp");
+    const UniqueFd lcd = bound("dsm_lcd");
+    EXPECT_FALSE(readable(first.get()));
+    report_error("dsm_tp", 1, "one");
+    for (int again = 0; again < 3; ++again) {
+        EXPECT_TRUE(readable(first.get()));
+        EXPECT_TRUE(readable(second.get()));
+        EXPECT_FALSE(readable(lcd.get()));
+    }
+    report_error("dsm_tp", 2, "two");
+    EXPECT_EQ("one", text_read(first.get(), 1024));
+    EXPECT_TRUE(readable(first.get()));
+    EXPECT_TRUE(readable(second.get()));
+    EXPECT_EQ("two", text_read(second.get(), 1024));
+    EXPECT_FALSE(readable(first.get()));
+    EXPECT_FALSE(readable(second.get()));
+}
+
+TEST(EmulatorDriver, OneSingleEventWakesWhoSleepsAndNothingElseDoes) {
+    const UniqueFd tp = bound("dsm_tp");
+    report_error("dsm_tp", 1, "wait for this one first");
+    const pid_t child = fork();
+    if (child == 0) {
+        const bool first = readable(tp.get(), -1) && text_read(tp.get(), 1024) == "wait for this one first";
+        const bool second = readable(tp.get(), -1) && text_read(tp.get(), 1024) == "then for this";
+        _exit(first && second ? 0 : 1);
+    }
+    const std::string process = "/.phone/proc/" + std::to_string(child);
+    const auto switches = [&] {
+        const std::string status = read_file(process + "/status");
+        return status.substr(status.find("voluntary_ctxt_switches"));
+    };
+    // It has read the first text, is in select, and stays where it is.
+    std::string last;
+    const auto sleeps = [&] {
+        const std::string now = read_file(process + "/syscall") + switches();
+        const bool same = now == last && now.find(std::to_string(SYS_pselect6) + " ") == 0;
+        last = now;
+        return same && phone_do({"pending", "dsm_tp"}) == "0";
+    };
+    ASSERT_TRUE(wait_until(sleeps));
+    const std::string before = switches();
+    for (int other = 0; other < 20; ++other) {
+        report_error("dsm_lcd", 1, "for somebody else");
+    }
+    EXPECT_EQ(before, switches());
+    report_error("dsm_tp", 2, "then for this");
+    int status = -1;
+    ASSERT_EQ(child, waitpid(child, &status, 0));
+    EXPECT_EQ(0, status);
+}
+
+TEST(EmulatorDriver, AKilledProcessTakesNoPendingErrorWithIt) {
+    UniqueFd fd = bound("dsm_tp");
+    const pid_t child = fork();
+    if (child == 0) {
+        readable(fd.get(), -1);
+        pause();
+    }
+    fd.reset();
+    EXPECT_EQ("1", phone_do({"bound", "dsm_tp"}));
+    report_error("dsm_tp", 1, "before");
+    kill(child, SIGKILL);
+    ASSERT_EQ(child, waitpid(child, nullptr, 0));
+    EXPECT_TRUE(wait_until([] { return phone_do({"bound", "dsm_tp"}) == "0"; }));
+    report_error("dsm_tp", 2, "after");
+    const UniqueFd again = bound("dsm_tp");
+    EXPECT_EQ("before", text_read(again.get(), 1024));
+    EXPECT_EQ("after", text_read(again.get(), 1024));
+}
+
+TEST(EmulatorDriver, GivesTheAnswersThatATestSets) {
+    const UniqueFd tp = bound("dsm_tp");
+    const UniqueFd lcd = bound("dsm_lcd");
+    phone_do({"names", "dsm_tp", "device", "mod", "ic"});
+    const struct {
+        const char* request;
+        unsigned long code;
+    } requests[] = {
+        {"bind", BIND},
+        {"state", STATE},
+        {"force", FORCE},
+        {"error", ERROR},
+        {"device_name", DEVICE_NAME},
+        {"module_name", MODULE_NAME},
+        {"ic_name", IC_NAME},
+    };
+    for (const auto& row : requests) {
+        for (const int result : {-EIO, -ENODEV, -511, 1, 77}) {
+            phone_do({"answer", "dsm_tp", row.request, std::to_string(result)});
+            EXPECT_EQ(result, ask(tp.get(), row.code, "dsm_tp")) << row.request;
+            EXPECT_EQ(result, ask(tp.get(), row.code, "dsm_tp")) << row.request;
+        }
+        phone_do({"answer", "*", row.request, "-5", "2"});
+        phone_do({"answer", "dsm_tp", row.request, "3", "1"});
+        EXPECT_EQ(3, ask(tp.get(), row.code, "dsm_tp")) << row.request;
+        EXPECT_EQ(-5, ask(tp.get(), row.code, "dsm_tp")) << row.request;
+        EXPECT_EQ(-5, ask(lcd.get(), row.code, "dsm_lcd")) << row.request;
+        EXPECT_EQ(0, ask(tp.get(), row.code, "dsm_tp")) << row.request;
+        phone_do({"answer", "dsm_tp", row.request, "-5"});
+        phone_do({"answer", "dsm_tp", row.request, "0"});
+        EXPECT_EQ(0, ask(tp.get(), row.code, "dsm_tp")) << row.request;
+    }
+    EXPECT_EQ("forced dump of error 0 of dsm_tp\n", text_read(tp.get(), 1024));
+    // A failed read keeps the text.
+    report_error("dsm_tp", 1, "kept");
+    phone_do({"answer", "dsm_tp", "read", "-5", "1"});
+    EXPECT_EQ(-EIO, read_error(tp.get()));
+    EXPECT_EQ("kept", text_read(tp.get(), 1024));
+    phone_do({"answer", "*", "open", "-2"});
+    EXPECT_FALSE(open_device().valid());
+    EXPECT_EQ(ENOENT, errno);
+    // A reset brings all back to the start, but for what is bound.
+    report_error("dsm_tp", 1, "forgotten");
+    phone_do({"answer", "dsm_tp", "state", "-5"});
+    phone_do({"reset"});
+    EXPECT_TRUE(open_device().valid());
+    EXPECT_EQ("0", told(tp.get(), STATE));
+    EXPECT_EQ(-ENODATA, ask(tp.get(), DEVICE_NAME));
+    EXPECT_FALSE(readable(tp.get()));
+    EXPECT_EQ("0", phone_do({"handed", "dsm_tp"}));
+}
+
+TEST(EmulatorDriver, ADeviceThatGoesAwayFailsAndWakesAndComesBack) {
+    const UniqueFd tp = bound("dsm_tp");
+    const UniqueFd lcd = bound("dsm_lcd");
+    report_error("dsm_tp", 1, "kept");
+    const pid_t child = fork();
+    if (child == 0) {
+        _exit(readable(lcd.get(), -1) && read_error(lcd.get()) == -ENODEV ? 0 : 1);
+    }
+    phone_do({"gone"});
+    int status = -1;
+    ASSERT_EQ(child, waitpid(child, &status, 0));
+    EXPECT_EQ(0, status);
+    EXPECT_FALSE(open_device().valid());
+    EXPECT_EQ(ENODEV, errno);
+    EXPECT_EQ(-ENODEV, ask(tp.get(), BIND, "dsm_tp"));
+    EXPECT_EQ(-ENODEV, ask(tp.get(), ERROR));
+    EXPECT_EQ(-ENODEV, read_error(tp.get()));
+    phone_do({"back"});
+    EXPECT_FALSE(readable(lcd.get()));
+    EXPECT_EQ("kept", text_read(tp.get(), 1024));
+}
+
+TEST(EmulatorDriver, ADeadDriverFailsEverythingAndHangsNothing) {
+    const UniqueFd tp = bound("dsm_tp");
+    const pid_t child = fork();
+    if (child == 0) {
+        _exit(readable(tp.get(), -1) ? 0 : 1);
+    }
+    phone_do({"die"});
+    int status = -1;
+    ASSERT_EQ(child, waitpid(child, &status, 0));
+    EXPECT_EQ(0, status);
+    EXPECT_FALSE(open_device().valid());
+    EXPECT_EQ(-ENOTCONN, ask(tp.get(), ERROR));
+    EXPECT_EQ(-ENOTCONN, read_error(tp.get()));
+    std::string why;
+    EXPECT_FALSE(phone::request("", {"pending", "dsm_tp"}, &why));
+    EXPECT_NE(std::string::npos, why.find("no phone answers"));
+}

@@ -1,0 +1,208 @@
+// The private root of a phone, its stand-in commands, its properties and its control socket.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "emulator/control_client.h"
+#include "platform/owned.h"
+#include "platform/properties.h"
+#include "tests/phone_test.h"
+
+namespace {
+
+// The errno of an attempt to make a file, 0 when it can be made.
+int error_of_making(const std::string& path) {
+    const UniqueFd fd(open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
+    return fd.valid() ? 0 : errno;
+}
+
+std::string refusal_of(const std::vector<std::string>& words) {
+    std::string answer;
+    EXPECT_FALSE(phone::request("", words, &answer)) << words[0] << ": " << answer;
+    return answer;
+}
+
+UniqueFd connected() {
+    sockaddr_un address;
+    const unsigned length = phone::fill_address(getenv(phone::CONTROL_VARIABLE), &address);
+    UniqueFd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    EXPECT_EQ(0, connect(fd.get(), reinterpret_cast<sockaddr*>(&address), length)) << strerror(errno);
+    return fd;
+}
+
+}  // namespace
+
+TEST(EmulatorRoot, HasTheShapeOfAPhone) {
+    using Names = std::vector<std::string>;
+    EXPECT_EQ(Names{}, names_in("/data"));
+    EXPECT_EQ(Names{}, names_in("/tmp"));
+    EXPECT_EQ(Names{"device_state_monitor.conf"}, names_in("/system/etc"));
+    EXPECT_EQ((Names{"debuggerd", "dumpsys", "screencap", "settings", "top"}), names_in("/system/bin"));
+    EXPECT_EQ((Names{"dev.bootcomplete", "persist.sys.qelvan.debug.on"}), names_in("/dev/__properties__"));
+    EXPECT_EQ(Names{}, names_in("/dev/socket"));
+    EXPECT_EQ(Names{}, names_in("/dev/log"));
+    EXPECT_EQ((Names{"driver", "proc", "sys"}), names_in("/.phone"));
+    EXPECT_FALSE(exists("/dev/fuse"));
+    EXPECT_FALSE(exists("/home"));
+    EXPECT_FALSE(exists("/etc/hostname"));
+    EXPECT_EQ("/\n", output_of("pwd -P"));
+    EXPECT_EQ("root system radio bluetooth graphics input audio camera log media shell ",
+              output_of("cut -d: -f1 /etc/passwd | tr '\\n' ' '"));
+    EXPECT_EQ("0 1000 1001 1002 1003 1004 1005 1006 1007 1013 2000 ",
+              output_of("cut -d: -f3 /etc/group | tr '\\n' ' '"));
+    EXPECT_EQ(0u, geteuid());
+    EXPECT_STREQ("/data", getenv("HOME"));
+    EXPECT_EQ(0u, std::string(getenv("PATH")).find("/system/bin:"));
+    EXPECT_EQ(nullptr, getenv("USER"));
+}
+
+TEST(EmulatorRoot, WritesNothingOfTheDesk) {
+    char self[4096] = {};
+    ASSERT_GT(readlink("/proc/self/exe", self, sizeof self - 1), 0);
+    const std::string build(self, strrchr(self, '/'));
+    EXPECT_TRUE(exists(build + "/dmd"));
+    for (const std::string& folder : {std::string("/usr/bin"), std::string("/bin"), build,
+                                      std::string("/etc/alternatives"), std::string("/sys/kernel")}) {
+        EXPECT_EQ(EROFS, error_of_making(folder + "/phone-was-here")) << folder;
+    }
+    const UniqueFd kernel_setting(open("/proc/sys/kernel/printk", O_WRONLY | O_CLOEXEC));
+    EXPECT_FALSE(kernel_setting.valid());
+    EXPECT_EQ(EROFS, errno);
+    for (const char* folder : {"/data", "/tmp", "/dev/socket", "/dev/log", "/system/etc", "/proc", "/sys"}) {
+        EXPECT_EQ(0, error_of_making(std::string(folder) + "/phone-was-here")) << folder;
+    }
+}
+
+TEST(EmulatorRoot, ProcAndSysTakeWhatATestAdds) {
+    // The process information of the desk is there, but only the phone's first process and this one by
+    // number.
+    EXPECT_FALSE(read_file("/proc/self/maps").empty());
+    EXPECT_FALSE(read_file("/proc/meminfo").empty());
+    EXPECT_TRUE(exists("/proc/" + std::to_string(getpid()) + "/task"));
+    int numbers = 0;
+    for (const std::string& name : names_in("/proc")) {
+        numbers += name.find_first_not_of("0123456789") == std::string::npos ? 1 : 0;
+    }
+    EXPECT_EQ(2, numbers);
+    ASSERT_EQ(0, mkdir("/proc/touchscreen", 0755));
+    write_file("/proc/touchscreen/rawdata", "raw");
+    ASSERT_EQ(0, mkdir("/proc/4242", 0755));
+    write_file("/proc/4242/status", "Name:\tmediaserver\n");
+    ASSERT_EQ(0, mkdir("/sys/touchscreen", 0755));
+    // A link to the desk's own can make room for a folder.
+    ASSERT_EQ(0, unlink("/sys/class"));
+    ASSERT_EQ(0, system("mkdir -p /sys/class/power_supply/Mains"));
+    write_file("/sys/class/power_supply/Mains/online", "1\n");
+    EXPECT_EQ("1\n", read_file("/sys/class/power_supply/Mains/online"));
+}
+
+TEST(EmulatorRoot, StandInsNoteHowTheyWereCalledAndPrintTheRightShape) {
+    EXPECT_EQ("DUMP OF SERVICE SurfaceFlinger:\n", output_of("dumpsys SurfaceFlinger").substr(0, 32));
+    EXPECT_EQ("", output_of("settings put system show_touches 1"));
+    EXPECT_EQ("1\n", output_of("settings get system show_touches"));
+    EXPECT_EQ("", output_of("screencap -p /data/screen.png"));
+    EXPECT_EQ("\211PNG\r\n\032\n", read_file("/data/screen.png").substr(0, 8));
+    EXPECT_EQ("\211PNG", output_of("screencap -p").substr(0, 4));
+    EXPECT_NE(std::string::npos, output_of("debuggerd -b 4242").find("pid 4242"));
+    const std::string top = output_of("top -m 5 -n 1");
+    EXPECT_EQ(7, count_of(top, "\n"));
+    EXPECT_EQ(1, count_of(top, "\n\n"));
+    EXPECT_EQ(
+        "dumpsys SurfaceFlinger\n"
+        "settings put system show_touches 1\n"
+        "settings get system show_touches\n"
+        "screencap -p /data/screen.png\n"
+        "screencap -p\n"
+        "debuggerd -b 4242\n"
+        "top -m 5 -n 1\n",
+        read_file("/data/commands.log"));
+    // A full or missing /data is no reason to fail.
+    ASSERT_EQ(0, system("mount -t tmpfs -o ro none /data"));
+    EXPECT_EQ(top, output_of("top -m 5 -n 1"));
+}
+
+TEST(EmulatorControl, PropertiesAreThoseThatTheDaemonSees) {
+    char value[PROPERTY_VALUE_MAX];
+    EXPECT_EQ(1, property_get("persist.sys.qelvan.debug.on", value, ""));
+    EXPECT_STREQ("1", value);
+    const std::string longest(91, 'v');
+    phone_do({"property", "a.b", longest});
+    EXPECT_EQ(longest, phone_do({"property", "a.b"}));
+    EXPECT_EQ(91, property_get("a.b", value, ""));
+    EXPECT_EQ(longest, value);
+    phone_do({"property", "a.b", ""});
+    EXPECT_EQ(0, property_get("a.b", value, "default"));
+    EXPECT_NE("", refusal_of({"property", "a.b", longest + "v"}));
+    EXPECT_NE("", refusal_of({"property", "not.set"}));
+    for (const char* name :
+         {"", "../log/x", "/etc/passwd", ".hidden", "a b", "a.name.of.thirty-two.characters_"}) {
+        EXPECT_NE("", refusal_of({"property", name, "1"})) << name;
+    }
+}
+
+TEST(EmulatorControl, RefusesWhatMakesNoSense) {
+    const std::vector<std::vector<std::string>> bad = {
+        {"nonsense"},
+        {""},
+        {},
+        {"report", "dsm_tp", "1"},
+        {"report", "dsm_tp", "1", "text", "more"},
+        {"report", "nobody", "1", "text"},
+        {"report", "dsm_tp", "one", "text"},
+        {"report", "dsm_tp", "", "text"},
+        {"report", "dsm_tp", "2147483648", "text"},
+        {"report", "dsm_tp", "1x", "text"},
+        {"state", "dsm_tp", "1.5"},
+        {"names", "dsm_tp", std::string(33, 'n'), "", ""},
+        {"client", ""},
+        {"client", std::string(33, 'c')},
+        {"answer", "dsm_tp", "open", "-2"},
+        {"answer", "*", "open", "1"},
+        {"answer", "*", "open", "-38"},  // ENOSYS
+        {"answer", "dsm_tp", "read", "1"},
+        {"answer", "dsm_tp", "state", "-512"},
+        {"answer", "dsm_tp", "close", "-1"},
+        {"answer", "dsm_tp", "state", "-1", "-1"},
+    };
+    for (const auto& words : bad) {
+        std::string answer;
+        EXPECT_FALSE(phone::request("", words, &answer));
+        EXPECT_FALSE(answer.empty());
+        EXPECT_EQ(std::string::npos, answer.find('\n')) << answer;
+    }
+    EXPECT_EQ("0", phone_do({"pending", "dsm_tp"}));
+    std::string answer;
+    EXPECT_FALSE(phone::request("no-such-phone", {"gone"}, &answer));
+    EXPECT_FALSE(phone::request(std::string(200, 'n'), {"gone"}, &answer));
+    EXPECT_FALSE(phone::request("", {"report", "dsm_tp", "1", std::string(33 * 1024 * 1024, 't')}, &answer));
+}
+
+TEST(EmulatorControl, NobodyHoldsUpTheOthers) {
+    // More than it keeps, silent, half a length, half a message, and a length that no message has.
+    std::vector<UniqueFd> silent;
+    for (int i = 0; i < 40; ++i) {
+        silent.push_back(connected());
+    }
+    const UniqueFd half_length = connected();
+    ASSERT_EQ(2, write(half_length.get(), "\x10\x00", 2));
+    const UniqueFd half_message = connected();
+    ASSERT_EQ(7, write(half_message.get(), "\x10\x00\x00\x00\x01\x00\x00", 7));
+    const UniqueFd no_length = connected();
+    ASSERT_EQ(4, write(no_length.get(), "\xff\xff\xff\xff", 4));
+    char byte;
+    EXPECT_EQ(0, read(no_length.get(), &byte, 1));
+    const UniqueFd no_list = connected();
+    ASSERT_EQ(8, write(no_list.get(), "\x04\x00\x00\x00\xff\xff\xff\xff", 8));
+    EXPECT_EQ(1, read(no_list.get(), &byte, 1));
+    report_error("dsm_tp", 1, "still served");
+    EXPECT_EQ("1", phone_do({"pending", "dsm_tp"}));
+}

@@ -1,0 +1,201 @@
+// The listen server's thread on the real driver: which errors it acts on, in which order, and what it does
+// when the driver fails.
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include "clients/dsm_device.h"
+#include "clients/registry.h"
+#include "config/config_parser.h"
+#include "daemon/log.h"
+#include "servers/listen_server.h"
+#include "tests/desk_calls.h"
+#include "tests/log_capture.h"
+#include "tests/phone_test.h"
+
+namespace {
+
+constexpr char RECORD[] = "/data/kvdx_logs/dmd_log/dmd_record_0.txt";
+
+std::string section(const std::string& client, const std::string& fields) {
+    return "[" + client + "]\nalgo_type listen\nclient_name " + client + "\n" + fields;
+}
+
+std::string trigger(int error_no, const std::string& actions) {
+    return "error_no " + std::to_string(error_no) + "\nrunning_test_switch on\naction " + actions + "\n";
+}
+
+// Brings the daemon up as far as the listen server, on a commercial build: no archives.
+void start_listening(const std::string& configuration) {
+    set_commercial(true);
+    ASSERT_EQ(0, dmd_client_init());
+    write_file("/system/etc/device_state_monitor.conf", configuration);
+    ASSERT_EQ(0, parse_config_file(nullptr));
+    ASSERT_EQ(0, dmd_listen_server_init());
+}
+
+// The messages of the thread's loop, without those before its first wait.
+std::vector<std::string> loop_messages(const LogCapture& log) {
+    std::vector<std::string> messages;
+    for (const std::string& line : log.lines()) {
+        if (line.find("[M/listen_server] ") == 0) {
+            messages.push_back(line.substr(18));
+        }
+    }
+    return messages;
+}
+
+}  // namespace
+
+TEST(ListenServer, RunsTheFirstMatchingTriggersActionsInOrder) {
+    LogCapture log;
+    start_listening(section("dsm_tp", "num_triggers 4\n" + trigger(20002, "dsm_tp+0 dsm_nobody+0 DSM_LCD+0") +
+                                          trigger(20002, "dsm_lcd+0") + trigger(20003, "dsm_tp+99 dsm_tp+0") +
+                                          "error_no 20004\n"));
+    ASSERT_TRUE(log.wait_for("Enter select"));
+    EXPECT_TRUE(log.has("[M/listen_client_init] lclient dsm_tp init success, fd-"));
+    EXPECT_TRUE(log.has(" triggers num-4"));
+    EXPECT_EQ(45, log.count("[M/listen_client_init] can't find client "));
+
+    // Nothing watches dsm_lcd, so its error waits for the trigger's third action.
+    report_error("dsm_lcd", 1, "display");
+    report_error("dsm_tp", 20002, "touch");
+    ASSERT_TRUE(log.wait_for("Enter select", 2));
+    report_error("dsm_tp", 20003, "slot out of range, then a dump");
+    ASSERT_TRUE(log.wait_for("Enter select", 3));
+    report_error("dsm_tp", 20004, "its trigger is not complete");
+    ASSERT_TRUE(log.wait_for("Enter select", 4));
+    EXPECT_EQ((std::vector<std::string>{
+                  "Enter select", "dsm_tp has error (20002) reported", "action-0, cname-dsm_tp, info-0",
+                  "action-1, cname-dsm_nobody, info-0", "can not get specific client",
+                  "action-2, cname-DSM_LCD, info-0", "Enter select", "dsm_tp has error (20003) reported",
+                  "action-0, cname-dsm_tp, info-99", "action-1, cname-dsm_tp, info-0", "Enter select",
+                  "dsm_tp has error (20004) ignored", "Enter select"}),
+              loop_messages(log));
+    EXPECT_EQ("0", phone_do({"pending", "dsm_tp"}));
+    const std::string record = read_file(RECORD);
+    EXPECT_EQ(3, count_of(record, "[Content]:"));
+    EXPECT_LT(record.find("[Content]:\ntouch"), record.find("[Content]:\ndisplay"));
+    EXPECT_EQ(std::string::npos, record.find("not complete"));
+    EXPECT_EQ(0U, seconds_slept());
+}
+
+TEST(ListenServer, TakesNamesFromTheDriverOrElseFromTheSection) {
+    phone_do({"names", "dsm_lcd", "driver_panel_with_a_name_of_32_b", "MOD", "ICXY"});
+    LogCapture log;
+    const std::string names = "device_name section_device\nic_name sic\nmodule_name smo\nnum_triggers 1\n";
+    start_listening(section("dsm_tp", names + trigger(1, "dsm_tp+0")) +
+                    section("dsm_lcd", names + trigger(1, "dsm_lcd+0")));
+    ASSERT_TRUE(log.wait_for("Enter select"));
+    report_error("dsm_tp", 1, "t");
+    ASSERT_TRUE(log.wait_for("Enter select", 2));
+    report_error("dsm_lcd", 1, "l");
+    ASSERT_TRUE(log.wait_for("Enter select", 3));
+    const std::string record = read_file(RECORD);
+    EXPECT_EQ(1, count_of(record, "[Device]:section_device\n"));
+    EXPECT_EQ(1, count_of(record, "[Device]:driver_panel_with_a_name_of_32_\n"));
+    dmd_client* const lcd = get_client_by_name("dsm_lcd");
+    dmd_client* const tp = get_client_by_name("dsm_tp");
+    const MutexLock first(tp->mutex);
+    const MutexLock second(lcd->mutex);
+    EXPECT_EQ("ICXY", std::string(lcd->ic_name, 4));
+    EXPECT_STREQ("MOD", lcd->module_name);
+    EXPECT_STREQ("sic", tp->ic_name);
+    EXPECT_STREQ("smo", tp->module_name);
+
+    lclient record_of_tp = {nullptr, tp, tp->fd, 0, nullptr};
+    EXPECT_EQ(-1, lclient_get_device_info(nullptr, DSM_IOCTL_GET_IC_NAME));
+    phone_do({"answer", "dsm_tp", "ic_name", "4"});
+    EXPECT_EQ(4, lclient_get_device_info(&record_of_tp, DSM_IOCTL_GET_IC_NAME));
+}
+
+TEST(ListenServer, ServesTheLowerDescriptorFirst) {
+    LogCapture log;
+    start_listening(section("dsm_lcd", "") + section("dsm_tp", "") + section("dsm_key", ""));
+    ASSERT_TRUE(log.wait_for("Enter select"));
+    {
+        // The thread meets the client's lock while it clears, so that two more errors come in meanwhile.
+        dmd_client* const tp = get_client_by_name("dsm_tp");
+        const MutexLock lock(tp->mutex);
+        report_error("dsm_tp", 1, "first");
+        ASSERT_TRUE(log.wait_for("dsm_tp has error (1) ignored"));
+        report_error("dsm_key", 3, "last descriptor");
+        report_error("dsm_lcd", 2, "second descriptor");
+    }
+    ASSERT_TRUE(log.wait_for("Enter select", 3));
+    EXPECT_EQ((std::vector<std::string>{"Enter select", "dsm_tp has error (1) ignored", "Enter select",
+                                        "dsm_lcd has error (2) ignored", "dsm_key has error (3) ignored",
+                                        "Enter select"}),
+              loop_messages(log));
+}
+
+TEST(ListenServer, WithoutASectionItWaitsForGood) {
+    LogCapture log;
+    start_listening("");
+    ASSERT_TRUE(log.wait_for("[M/listen_server] dmd listen no client wait broadcast"));
+    EXPECT_EQ(46, log.count("[M/listen_client_init] can't find client "));
+    report_error("dsm_tp", 1, "nobody listens");
+    EXPECT_EQ("1", phone_do({"pending", "dsm_tp"}));
+    EXPECT_EQ(0, log.count("Enter select"));
+}
+
+TEST(ListenServer, RefusesADescriptorThatSelectCannotWatch) {
+    const rlimit limit = {4096, 4096};
+    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &limit));
+    LogCapture log;
+    set_commercial(true);
+    ASSERT_EQ(0, dmd_client_init());
+    write_file("/system/etc/device_state_monitor.conf",
+               section("dsm_tp", "num_triggers 1\n" + trigger(1, "dsm_tp+0")) + section("dsm_lcd", ""));
+    ASSERT_EQ(0, parse_config_file(nullptr));
+    int last = -1;
+    while (last < FD_SETSIZE + 8) {
+        last = open("/dev/null", O_RDONLY | O_CLOEXEC);
+        ASSERT_GE(last, 0);
+    }
+    close(FD_SETSIZE - 1);
+    ASSERT_EQ(0, dmd_listen_server_init());
+    ASSERT_TRUE(log.wait_for("Enter select"));
+    EXPECT_TRUE(log.has("lclient dsm_tp init success, fd-1023"));
+    EXPECT_TRUE(log.has("[M/listen_client_init] client dsm_lcd's fd-1033 does not fit the watched set"));
+    EXPECT_EQ("1", phone_do({"bound", "dsm_lcd"})) << "only the registry's descriptor is left";
+    report_error("dsm_tp", 1, "still served");
+    EXPECT_TRUE(log.wait_for("Enter select", 2));
+    EXPECT_TRUE(log.has("dsm_tp finish dump"));
+}
+
+// What leaves the driver ready for ever must neither spin the thread nor lose the reports that come later.
+TEST(ListenServer, WaitsWhileTheDriverBringsNothing) {
+    struct {
+        const char* what;
+        std::vector<std::string> breaks, mends;
+        const char* message;
+    } const cases[] = {
+        {"reads fail",
+         {"answer", "dsm_tp", "read", "-5"},
+         {"answer", "dsm_tp", "read", "0"},
+         "[M/dsm_dump_error] read dsm_tp return -1 - Input/output error"},
+        {"the device is gone", {"gone"}, {"back"}, "[M/lclient_get_error] dsm_tp get client error failed -1"},
+    };
+    LogCapture log;
+    start_listening(section("dsm_tp", "num_triggers 1\n" + trigger(1, "dsm_tp+0")));
+    ASSERT_TRUE(log.wait_for("Enter select"));
+    int reports = 0;
+    for (const auto& c : cases) {
+        log.clear();
+        const unsigned int slept = seconds_slept();
+        phone_do(c.breaks);
+        report_error("dsm_tp", 1, "breaks");
+        ASSERT_TRUE(log.wait_for(c.message, 3)) << c.what;
+        EXPECT_GE(seconds_slept() - slept, 2U) << c.what;
+        phone_do(c.mends);
+        report_error("dsm_tp", 1, "mended");
+        ++reports;
+        EXPECT_TRUE(wait_until([&] { return count_of(read_file(RECORD), "mended") == reports; })) << c.what;
+    }
+    log.clear();
+    const unsigned int slept = seconds_slept();
+    phone_do({"die"});
+    ASSERT_TRUE(log.wait_for("get client error failed", 3));
+    EXPECT_GE(seconds_slept() - slept, 2U);
+}

@@ -1,0 +1,223 @@
+// The output directory, commands, retention, upload information and the error history.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+
+#include "daemon/log.h"
+#include "output/error_history.h"
+#include "output/output_dir.h"
+#include "output/retention.h"
+#include "output/upload.h"
+#include "platform/owned.h"
+#include "tests/log_capture.h"
+#include "tests/phone_test.h"
+
+namespace {
+
+constexpr off_t MIB = 1024 * 1024;
+
+std::string in_log_dir(const std::string& name) {
+    return std::string(LOG_DIR) + "/" + name;
+}
+
+}  // namespace
+
+TEST(OutputDir, IsCreatedLevelByLevel) {
+    umask(077);
+    ASSERT_EQ(0, mkdir("/data/kvdx_logs", 0700));
+    EXPECT_EQ(0, mkdir_parent());
+    EXPECT_EQ(0700U, status_of("/data/kvdx_logs").st_mode & 07777U) << "what exists is left as it is";
+    EXPECT_EQ(0775U, status_of(LOG_DIR).st_mode & 07777U);
+    EXPECT_EQ(0, mkdir_parent());
+
+    const UniqueFd fd(open_output_file(in_log_dir("f").c_str(), O_WRONLY | O_CREAT));
+    EXPECT_TRUE(fd.valid());
+    EXPECT_EQ(0644U, status_of(in_log_dir("f")).st_mode & 07777U);
+    EXPECT_NE(0, fcntl(fd.get(), F_GETFD) & FD_CLOEXEC);
+}
+
+TEST(OutputDir, FailuresAreLogged) {
+    const LogCapture log;
+    EXPECT_EQ(-1, open_output_file(nullptr, O_WRONLY));
+    EXPECT_EQ(-1, open_output_file("/data/none/f", O_WRONLY | O_CREAT));
+    EXPECT_TRUE(log.has("[M/open_output_file] unable to open /data/none/f - No such file or directory"));
+    write_file("/data/kvdx_logs", "in the way");
+    EXPECT_EQ(-1, mkdir_parent());
+    EXPECT_TRUE(log.has("[M/mkdir_parent] mkdir /data/kvdx_logs/dmd_log - Not a directory"));
+    ASSERT_EQ(0, unlink("/data/kvdx_logs"));
+    ASSERT_EQ(0, symlink("/data/nowhere/at/all", "/data/kvdx_logs"));
+    EXPECT_EQ(-1, mkdir_parent());
+    EXPECT_TRUE(log.has("[M/mkdir_parent] mkdir /data/kvdx_logs - File exists"));
+}
+
+TEST(Commands, AreSplitAndRun) {
+    std::string most = "dmd_tar -cf";
+    for (int word = 2; word < MAX_COMMAND_WORDS; ++word) {
+        most += "\t w\r\n";
+    }
+    struct {
+        std::string text;
+        int result, words;
+    } const cases[] = {
+        {"dmd_tar -cf  a.tar\n", 0, 3}, {" dmd_tar -cf ", -1, 2}, {"", -1, 0}, {most, 0, 31},
+        {most + " w", -1, 31},
+    };
+    for (const auto& c : cases) {
+        const LogCapture log;
+        std::string text = c.text;
+        int argc = 0;
+        char* argv[MAX_COMMAND_WORDS + 1] = {};
+        EXPECT_EQ(c.result, parse_command(text.data(), &argc, argv)) << c.text;
+        EXPECT_EQ(c.words, argc) << c.text;
+        EXPECT_EQ(nullptr, argv[argc]);
+        EXPECT_EQ(c.result == 0 ? 0 : 1, log.count("[M/parse_command] invalid compress command:"));
+    }
+    // With SIGCHLD ignored, a shell's status could not be collected.
+    signal(SIGCHLD, SIG_IGN);
+    const LogCapture log;
+    EXPECT_EQ(3, WEXITSTATUS(secure_system("exit 3")));
+    EXPECT_EQ(SIG_IGN, signal(SIGCHLD, SIG_DFL));
+    EXPECT_TRUE(log.has("[M/secure_system] system cmd_line:exit 3."));
+}
+
+TEST(Retention, KeepsArchivesWithinTheirBound) {
+    struct file {
+        const char* name;
+        off_t size;
+        time_t time;
+    };
+    struct {
+        const char* what;
+        std::vector<file> files;
+        std::vector<std::string> left;  // sorted
+    } const cases[] = {
+        {"exactly the limit",
+         {{"dmd_dump_20001_000000.tar.gz", 5 * MIB, 100}, {"dmd_dump_20002_000000.txt.gz", 5 * MIB, 200}},
+         {"dmd_dump_20001_000000.tar.gz", "dmd_dump_20002_000000.txt.gz"}},
+        {"one byte more: the oldest goes, and only that",
+         {{"dmd_dump_20001_000000.tar.gz", 5 * MIB + 1, 300},
+          {"dmd_dump_20002_000000.txt.gz", 5 * MIB, 100},
+          {"dmd_dump_-0003_000000.tar.gz", 5 * MIB, 200}},
+         {"dmd_dump_-0003_000000.tar.gz", "dmd_dump_20001_000000.tar.gz"}},
+        {"a leftover goes, and its archive counts for both entries",
+         {{"dmd_dump_20001_000000.tar", 10, 100},
+          {"dmd_dump_20001_000000.tar.gz", 6 * MIB, 100},
+          {"dmd_dump_20002_000000.txt", 10, 100}},
+         {}},
+        {"names too long to be read back are neither counted nor deleted",
+         {{"dmd_dump_200001_000000.tar.gz", 20 * MIB, 100}, {"dmd_dump_200001_000000.tar", 1, 100}},
+         {"dmd_dump_200001_000000.tar", "dmd_dump_200001_000000.tar.gz"}},
+        {"other files do not count",
+         {{"dmd_record_0.txt", 20 * MIB, 100}, {"apr_info.txt", 1, 100}, {"dmd_dump_", 20 * MIB, 100}},
+         {"apr_info.txt", "dmd_dump_", "dmd_record_0.txt"}},
+    };
+    for (const auto& c : cases) {
+        ASSERT_EQ(0, system("rm -rf /data/kvdx_logs"));
+        ASSERT_EQ(0, mkdir_parent());
+        for (const file& f : c.files) {
+            make_sparse_file(in_log_dir(f.name), f.size);
+            set_file_time(in_log_dir(f.name), f.time);
+        }
+        const LogCapture log;
+        EXPECT_EQ(0, check_compress_file()) << c.what;
+        EXPECT_EQ(c.left, names_in(LOG_DIR)) << c.what;
+    }
+}
+
+TEST(Retention, NoNameReachesTheShellUninspected) {
+    ASSERT_EQ(0, mkdir_parent());
+    ASSERT_EQ(0, chdir("/data"));
+    const std::vector<std::string> foreign = {"dmd_dump_$(touch${IFS}x)",
+                                              "dmd_dump_;touch x;a.tar",
+                                              "dmd_dump_`touch x`",
+                                              "dmd_dump_20001_00 000.tar",
+                                              "dmd_dump_            x",
+                                              "dmd_dump_20001_000000\xc3\xa9",
+                                              "dmd_dump_a\nb"};
+    for (const std::string& name : foreign) {
+        make_sparse_file(in_log_dir(name), 11 * MIB);
+    }
+    make_sparse_file(in_log_dir("dmd_dump_x.gz"), 11 * MIB);
+    make_sparse_file("/data/x.gz", 1);
+    const LogCapture log;
+    EXPECT_EQ(0, check_compress_file());
+    EXPECT_EQ(static_cast<int>(foreign.size()), log.count("[M/check_compress_file] leave dmd_dump_"));
+    EXPECT_EQ(foreign.size() + 1, names_in(LOG_DIR).size());
+    EXPECT_FALSE(exists("/data/x"));
+    EXPECT_TRUE(exists("/data/x.gz"));
+    EXPECT_EQ(0, log.count("system cmd_line"));
+}
+
+TEST(Retention, SaysWhenTheDirectoryCannotBeOpened) {
+    const LogCapture log;
+    EXPECT_EQ(-1, check_compress_file());
+    EXPECT_TRUE(log.has("[M/check_compress_file] unable to open /data/kvdx_logs/dmd_log -No such file"));
+}
+
+TEST(Upload, DescribesTheErrorAndFilesTheRequest) {
+    setenv("TZ", "UTC", 1);
+    ASSERT_EQ(0, mkdir_parent());
+    struct {
+        const char* device;
+        int error_no;
+        const char* error_text;
+        const char* tag;
+    } const cases[] = {
+        {"tpdev", 20834, "20834", "DMD-tpdev"},
+        {"twenty_characters_xx", 7, "    7", "DMD-twenty_char"},
+        {"", 1234567, "1234567", "DMD-"},
+    };
+    std::string expected_log;
+    for (const auto& c : cases) {
+        dmd_error_info info = make_error_info(c.error_no, 1433153472);  // 2015-06-01 10:11:12
+        snprintf(info.device_name, sizeof info.device_name, "%s", c.device);
+        memcpy(info.ic_name, "abcd", 4);
+        const LogCapture log;
+        dmd_file_upload("/data/f.gz", &info);
+        EXPECT_EQ(std::string("device_name\t") + c.device + "\nerror_no\t" + c.error_text +
+                      "\nIC_name\tabcd\nmodule_name\tofl\n",
+                  read_file(in_log_dir("apr_info.txt")));
+        const std::string command =
+            "archive -i /data/f.gz -d /data/kvdx_logs/dmd_log/apr_info.txt -o "
+            "20150601101112_" +
+            std::string(c.tag) + " -z zip";
+        EXPECT_TRUE(log.has("[M/dmd_file_upload] tag:" + std::string(c.tag) + ", cmd_line:" + command + "."));
+        expected_log += std::string(c.tag) + "\t0\tcommand\t" + command + "\n";
+    }
+    EXPECT_EQ(expected_log, read_file("/dev/log/exception"));
+    EXPECT_EQ(0660U, status_of(in_log_dir("apr_info.txt")).st_mode & 07777U);
+    EXPECT_EQ(0U, umask(022)) << "files made after the first upload get exactly the modes given";
+}
+
+TEST(Upload, StopsWithoutTheDirectory) {
+    const dmd_error_info info = make_error_info(1, 0);
+    const LogCapture log;
+    dmd_file_upload("/data/f.gz", &info);
+    dmd_file_upload(nullptr, &info);
+    EXPECT_EQ((std::vector<std::string>{"[M/write_apr_upload_info] can't open the file "
+                                        "/data/kvdx_logs/dmd_log/apr_info.txt.error:No such "
+                                        "file or directory.",
+                                        "[M/dmd_file_upload] apr info file write failed!",
+                                        "[M/dmd_file_upload] invaild input value"}),
+              log.lines());
+    EXPECT_FALSE(exists("/dev/log/exception"));
+}
+
+TEST(ErrorHistory, HoldsOneTimeForEachNumber) {
+    const MutexLock lock(output_lock);
+    dmd_error_info first = make_error_info(1, 100);
+    dmd_error_info second = make_error_info(2, 200);
+    EXPECT_EQ(nullptr, find_error_history_info(&first));
+    EXPECT_EQ(0, register_error_history_info(&first));
+    EXPECT_EQ(0, register_error_history_info(&second));
+    first.time = 300;
+    EXPECT_EQ(0, update_error_history_info(&first));
+    EXPECT_EQ(300, find_error_history_info(&first)->time);
+    EXPECT_EQ(200, find_error_history_info(&second)->time);
+    const LogCapture log;
+    const dmd_error_info unknown = make_error_info(3, 0);
+    EXPECT_EQ(0, update_error_history_info(&unknown));
+    EXPECT_TRUE(log.has("[M/update_error_history_info] can find the error info node."));
+}

@@ -1,0 +1,285 @@
+// Bug reports on disk: their text, the ring of record files, the archives and the commercial record.
+#include <sys/mount.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+
+#include "daemon/log.h"
+#include "output/output_dir.h"
+#include "output/record.h"
+#include "tests/desk_calls.h"
+#include "tests/log_capture.h"
+#include "tests/phone_test.h"
+
+namespace {
+
+constexpr int32_t TIME = 1433153472;  // 2015-06-01 10:11:12 UTC
+constexpr char ARCHIVE[] = "/data/kvdx_logs/dmd_log/dmd_dump_20834_101112.tar.gz";
+
+std::string record_path(int index) {
+    return std::string(LOG_DIR) + "/dmd_record_" + std::to_string(index) + ".txt";
+}
+
+void report(const std::string& text, int mode, int error_no = 20834, int32_t time = TIME,
+            const char* extra_files = nullptr) {
+    dmd_error_info info = make_error_info(error_no, time);
+    EXPECT_EQ(0, dmd_direct_output(text.data(), static_cast<int>(text.size()), &info, extra_files, mode));
+}
+
+const std::string HEAD =
+    "\n========Device Bugreport========\n[Date]:2015-06-01\n[Time]:10:11:12\n[Device]:tpdev\n"
+    "[Error no]:20834\n[Runing_test_switch]:on\n";
+
+int uploads() {
+    return count_of(read_file("/dev/log/exception"), "\n");
+}
+
+}  // namespace
+
+TEST(Record, HoldsEachReportWhole) {
+    setenv("TZ", "UTC", 1);
+    set_commercial(true);
+    const std::string long_line(700, 'p');
+    write_file("/system/bin/top", "#!/bin/sh\nprintf '\\nhead\\n\\n%s\\n" + long_line + "\\n' \"$*\"\n");
+    ASSERT_EQ(0, chmod("/system/bin/top", 0755));
+    const LogCapture log;
+    const std::string bytes("a\0b\n", 4);
+    report(bytes, DMD_OUTPUT_SHORT);
+    report("text", DMD_OUTPUT_FULL);
+    report("bare", 0);
+    EXPECT_EQ(HEAD + "[Content]:\n" + bytes + HEAD + "[Temperature]:null\n[Process]:\nhead\n-m 5 -n 1\n" +
+                  long_line + "\n[Content]:\ntext" + "bare",
+              read_file(record_path(0)));
+    EXPECT_EQ(0644U, status_of(record_path(0)).st_mode & 07777U);
+    EXPECT_EQ(0, log.count("failed"));
+
+    dmd_error_info info = make_error_info(1, TIME);
+    EXPECT_EQ(-1, dmd_direct_output(nullptr, 1, &info, nullptr, 4));
+    EXPECT_EQ(-1, dmd_direct_output("x", 1, nullptr, nullptr, 4));
+    EXPECT_EQ(2, log.count("[M/dmd_direct_output] invalid pointer"));
+}
+
+// With no file chosen yet, the most recently modified one is; while one is current, only its size counts.
+TEST(Record, FilesFormARing) {
+    set_commercial(true);
+    constexpr off_t LIMIT = 524288;
+    struct file {
+        const char* name;
+        off_t size;
+        time_t time;
+    };
+    struct {
+        const char* what;
+        std::vector<file> files;
+        int index;
+        bool truncated;
+    } const cases[] = {
+        {"none", {}, 0, false},
+        {"the latest is under the limit",
+         {{"dmd_record_1.txt", LIMIT - 1, 200}, {"dmd_record_3.txt", LIMIT, 100}},
+         1,
+         false},
+        {"the latest is full: the next is truncated",
+         {{"dmd_record_2.txt", LIMIT, 200}, {"dmd_record_3.txt", 77, 100}},
+         3,
+         true},
+        {"from the last to the first", {{"dmd_record_3.txt", LIMIT, 2}, {"dmd_record_0.txt", 9, 1}}, 0, true},
+        {"a number beyond the ring", {{"dmd_record_7.txt", 5, 300}, {"dmd_record_0.txt", 9, 1}}, 7, false},
+        {"beyond the ring and full", {{"dmd_record_7.txt", LIMIT, 300}, {"dmd_record_0.txt", 9, 1}}, 0, true},
+        {"two digits stand for the first",
+         {{"dmd_record_12.txt", 5, 300}, {"dmd_record_1.txt", 9, 1}},
+         1,
+         false},
+    };
+    const LogCapture log;
+    report("opens a file", DMD_OUTPUT_SHORT);
+    for (const auto& c : cases) {
+        ASSERT_EQ(0, system("rm -rf /data/kvdx_logs"));
+        report("lost", DMD_OUTPUT_SHORT);  // finds its file gone and lets go of it
+        ASSERT_EQ(0, system("rm -rf /data/kvdx_logs && mkdir -p /data/kvdx_logs/dmd_log"));
+        for (const file& f : c.files) {
+            make_sparse_file(std::string(LOG_DIR) + "/" + f.name, f.size);
+            set_file_time(std::string(LOG_DIR) + "/" + f.name, f.time);
+        }
+        const std::string path = record_path(c.index);
+        const off_t before = exists(path) && !c.truncated ? status_of(path).st_size : 0;
+        report("kept", DMD_OUTPUT_SHORT);
+        const std::string content = read_file(path);
+        EXPECT_EQ(before, static_cast<off_t>(content.find("\n====="))) << c.what;
+        EXPECT_EQ("kept", content.substr(content.size() - 4)) << c.what;
+        for (const file& f : c.files) {
+            if (f.name != "dmd_record_" + std::to_string(c.index) + ".txt") {
+                EXPECT_EQ(f.size, status_of(std::string(LOG_DIR) + "/" + f.name).st_size) << c.what;
+            }
+        }
+    }
+    ASSERT_EQ(0, system("rm -rf /data/kvdx_logs"));
+    report("lost", DMD_OUTPUT_SHORT);
+    EXPECT_TRUE(log.has("[M/dmd_direct_output] get /data/kvdx_logs/dmd_log/dmd_record_"));
+    for (int round = 0; round < 5; ++round) {
+        report(std::string(LIMIT, static_cast<char>('a' + round)), DMD_OUTPUT_SHORT);
+    }
+    EXPECT_TRUE(
+        log.has("[M/dmd_direct_output] output change to new file /data/kvdx_logs/dmd_log/dmd_record_0.txt"));
+    for (int index = 0; index < 4; ++index) {
+        const std::string content = read_file(record_path(index));
+        EXPECT_EQ(1, count_of(content, "[Content]:")) << index;
+        EXPECT_EQ(index == 0 ? 'e' : 'a' + index, content.back()) << index;
+    }
+}
+
+TEST(Record, DebugBuildArchivesByMode) {
+    setenv("TZ", "UTC", 1);
+    set_commercial(false);
+    ASSERT_EQ(0,
+              system("mkdir -p /data/android_logs /data/extra && echo kernel > /data/android_logs/kmsgcat-log"
+                     " && echo e > /data/extra/file"));
+    report("short", DMD_OUTPUT_SHORT);
+    EXPECT_FALSE(exists(ARCHIVE));
+    EXPECT_NE(std::string::npos, read_file("/dev/log/exception").find("-i " + record_path(0)));
+
+    umask(077);
+    report("full", DMD_OUTPUT_FULL, 20834, TIME, "/data/extra");
+    EXPECT_EQ(0644U, status_of(ARCHIVE).st_mode & 07777U);
+    EXPECT_EQ(
+        "data/android_logs/kmsgcat-log\ndata/extra/\ndata/extra/file\ndata/kvdx_logs/dmd_log/"
+        "dmd_record_0.txt\n",
+        output_of(std::string("tar -tzf ") + ARCHIVE + " | LC_ALL=C sort"));
+    EXPECT_EQ(read_file(record_path(0)),
+              output_of(std::string("tar -xzOf ") + ARCHIVE + " data/kvdx_logs/dmd_log/dmd_record_0.txt"));
+    EXPECT_NE(std::string::npos, read_file("/dev/log/exception").find(std::string("-i ") + ARCHIVE));
+    EXPECT_FALSE(exists("/data/kvdx_logs/dmd_log/dmd_dump_20834_101112.tar"));
+
+    report("bare", 1, 123456);
+    EXPECT_EQ("data/kvdx_logs/dmd_log/dmd_record_0.txt\n",
+              output_of("tar -tzf /data/kvdx_logs/dmd_log/dmd_dump_123456_101112.tar.gz"));
+
+    std::string many;
+    for (int word = 0; word < 20; ++word) {
+        many += "/data/w ";
+    }
+    const int before = uploads();
+    const LogCapture log;
+    report("many", DMD_OUTPUT_FULL, 9, TIME, many.c_str());
+    EXPECT_TRUE(log.has("[M/dmd_direct_output] invalid dmd tar compress cmd."));
+    EXPECT_EQ(before, uploads());
+    EXPECT_NE(std::string::npos, read_file(record_path(0)).find("[Content]:\nmany"));
+}
+
+TEST(Record, CommercialRecordIsMadeOnceADay) {
+    setenv("TZ", "UTC", 1);
+    set_commercial(true);
+    struct {
+        int error_no;
+        int32_t time;
+        bool recorded;
+    } const reports[] = {
+        {20834, TIME, true},          {20834, TIME + 3600, false}, {20835, TIME + 3600, true},
+        {20834, TIME + 86399, false}, {20834, TIME + 86400, true}, {20834, TIME + 172799, false},
+        {20834, TIME - 1, false},
+    };
+    // What the upload service would find is seen through the command that removes it.
+    write_file("/system/bin/rm", "#!/bin/sh\ncat \"$1\" >> /data/recorded\n/bin/rm \"$1\"\n");
+    ASSERT_EQ(0, chmod("/system/bin/rm", 0755));
+    const LogCapture log;
+    int recorded = 0;
+    for (const auto& r : reports) {
+        const int synced = files_synced();
+        report("text" + std::to_string(r.time), DMD_OUTPUT_FULL, r.error_no, r.time);
+        recorded += r.recorded ? 1 : 0;
+        EXPECT_EQ(r.recorded ? 4 : 2, files_synced() - synced) << "head and report; head and description";
+        EXPECT_EQ(recorded, uploads()) << r.time;
+        EXPECT_EQ(recorded, count_of(read_file("/data/recorded"), "[Content]:\ntext")) << r.time;
+    }
+    EXPECT_EQ(recorded, count_of(read_file("/data/recorded"), "[Process]:\n"));
+    EXPECT_EQ(7, count_of(read_file(record_path(0)), "[Content]:\ntext"));
+    EXPECT_EQ((std::vector<std::string>{"apr_info.txt", "dmd_record_0.txt"}), names_in(LOG_DIR));
+    EXPECT_EQ(recorded, count_of(read_file("/dev/log/exception"),
+                                 "-i /data/kvdx_logs/dmd_log/dmd_commercial_record.txt"));
+
+    // The build is asked for again only when a record file is chosen.
+    set_commercial(false);
+    report("still commercial", 0, 1);
+    EXPECT_FALSE(exists("/data/kvdx_logs/dmd_log/dmd_dump_00001_101112.tar.gz"));
+}
+
+TEST(Record, FailingCompressionLeavesALeftoverUntilTheNextReport) {
+    setenv("TZ", "UTC", 1);
+    set_commercial(false);
+    const std::string tar = std::string(ARCHIVE, strlen(ARCHIVE) - 3);
+    write_file("/system/bin/gzip", "#!/bin/sh\nexit 1\n");
+    ASSERT_EQ(0, chmod("/system/bin/gzip", 0755));
+    LogCapture log;
+    report("first", DMD_OUTPUT_FULL);
+    EXPECT_TRUE(exists(tar));
+    EXPECT_TRUE(log.has("[M/dmd_direct_output] chmod error  - No such file or directory"));
+    EXPECT_EQ(1, uploads()) << "announced all the same";
+    ASSERT_EQ(0, unlink("/system/bin/gzip"));
+    log.clear();
+    report("second", DMD_OUTPUT_FULL, 20834, TIME + 1);
+    EXPECT_FALSE(exists(tar));
+    EXPECT_TRUE(log.has("[M/secure_system] system cmd_line:rm " + tar + "."));
+    EXPECT_EQ(0, log.count("chmod error"));
+}
+
+TEST(Record, EachStepIsToldInDebug) {
+    set_commercial(true);
+    write_file("/system/bin/top", "#!/bin/sh\necho line\n");
+    ASSERT_EQ(0, chmod("/system/bin/top", 0755));
+    ASSERT_EQ(0, mkdir_parent());
+    make_sparse_file(record_path(2), 7);
+    set_file_time(record_path(2), 100);
+    report("registers the number", DMD_OUTPUT_SHORT);
+    ASSERT_EQ(0, unlink(record_path(2).c_str()));
+    report("lets go of the file", DMD_OUTPUT_SHORT);
+    make_sparse_file(record_path(2), 7);
+    set_file_time(record_path(2), 100);
+    debug_output_enabled = 1;
+    const LogCapture log;
+    report("text", DMD_OUTPUT_FULL);
+    const std::string file = record_path(2);
+    const std::string fd = log.lines()[3].substr(log.lines()[3].rfind(' ') + 1);
+    EXPECT_EQ((std::vector<std::string>{
+                  "[D/check_compress_file] no file need to delete, total size 0",
+                  "[D/find_recently_file] the lastest file name dmd_record_2.txt, time 100",
+                  "[D/find_recently_file] the recently file index 2, files size 7.",
+                  "[D/open_output_file] file " + file + ", fd " + fd,
+                  "[D/dmd_direct_output] output to file: " + file + ", prepare write 4bytes",
+                  "[D/bug_head_write] device name:tpdev, error_no:20834",
+                  "[D/process_stat_write] [fgets] line",
+                  "[D/process_stat_write] process stat total 5bytes",
+                  "[D/bug_head_write] bughead need write 11bytes, actual write 165bytes",
+              }),
+              log.lines());
+}
+
+TEST(Record, ReadOnlyDataLosesNoLaterReport) {
+    set_commercial(true);
+    ASSERT_EQ(0, mount("none", "/data", nullptr, MS_REMOUNT | MS_RDONLY, nullptr));
+    const LogCapture log;
+    report("lost", DMD_OUTPUT_FULL);
+    EXPECT_TRUE(log.has("[M/check_compress_file] unable to open /data/kvdx_logs/dmd_log -"));
+    EXPECT_TRUE(log.has("[M/mkdir_parent] mkdir /data/kvdx_logs - Read-only file system"));
+    EXPECT_TRUE(log.has("[M/find_recently_file] unable to create output dir"));
+    EXPECT_TRUE(log.has("[M/open_output_file] unable to open " + record_path(0) + " - "));
+    ASSERT_EQ(0, mount("none", "/data", nullptr, MS_REMOUNT, nullptr));
+    report("kept", DMD_OUTPUT_FULL);
+    EXPECT_EQ(1, count_of(read_file(record_path(0)), "[Content]:\nkept"));
+}
+
+TEST(Record, FullDiskIsLoggedAndRecoveredFrom) {
+    set_commercial(false);
+    ASSERT_EQ(0, mkdir_parent());
+    ASSERT_EQ(0, mount("none", LOG_DIR, "tmpfs", 0, "size=64k"));
+    const int descriptors = open_descriptors("self");
+    const LogCapture log;
+    report(std::string(100000, 'x'), DMD_OUTPUT_FULL);
+    EXPECT_TRUE(
+        log.has("[M/dmd_direct_output] the report in " + record_path(0) + " is cut or lost - No space left"));
+    EXPECT_LE(open_descriptors("self"), descriptors + 1) << "only the record file stays open";
+    ASSERT_EQ(0, mount("none", LOG_DIR, nullptr, MS_REMOUNT, "size=1m"));
+    report("kept", DMD_OUTPUT_FULL, 20834);
+    EXPECT_EQ(1, count_of(read_file(record_path(0)), "[Content]:\nkept"));
+    EXPECT_EQ(1, count_of(output_of(std::string("tar -xzOf ") + ARCHIVE), "[Content]:\nkept"));
+}

@@ -1,0 +1,154 @@
+// The road of one error, with the daemon that ships: from a driver's report to a bug report on disk.
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <thread>
+
+#include "tests/phone_test.h"
+
+namespace {
+
+constexpr char RECORD[] = "/data/kvdx_logs/dmd_log/dmd_record_0.txt";
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool SANITIZED = true;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+constexpr bool SANITIZED = true;
+#else
+constexpr bool SANITIZED = false;
+#endif
+#else
+constexpr bool SANITIZED = false;
+#endif
+
+std::string process_path(const DaemonProcess& dmd, const std::string& name) {
+    return "/.phone/proc/" + std::to_string(dmd.pid()) + "/" + name;
+}
+
+long resident_kib(const DaemonProcess& dmd) {
+    const std::string status = read_file(process_path(dmd, "status"));
+    return strtol(status.c_str() + status.find("VmRSS:") + 6, nullptr, 10);
+}
+
+// Times that the process's threads went to sleep or were taken off a processor.
+std::string context_switches(const DaemonProcess& dmd) {
+    std::string counts;
+    for (const std::string& task : names_in(process_path(dmd, "task"))) {
+        const std::string status = read_file(process_path(dmd, "task/" + task + "/status"));
+        counts += status.substr(status.find("voluntary_ctxt_switches"));
+    }
+    return counts;
+}
+
+}  // namespace
+
+TEST(Road, DebugBuildLeavesRecordArchiveAndUpload) {
+    ASSERT_EQ(0, system("mkdir -p /data/android_logs && echo kernel > /data/android_logs/kmsgcat-log"));
+    const DaemonProcess dmd({});
+    ASSERT_TRUE(dmd.wait_for_log("Enter select"));
+    report_error("dsm_tp", 20002, "touch controller does not answer\n");
+    ASSERT_TRUE(dmd.wait_for_log("Enter select", 2));
+    const std::string record = read_file(RECORD);
+    EXPECT_EQ(1, count_of(record, "========Device Bugreport========\n"));
+    EXPECT_EQ(
+        1, count_of(record, "\n[Error no]:20002\n[Runing_test_switch]:on\n[Temperature]:null\n[Process]:\n"));
+    EXPECT_EQ(record.size(), record.find("[Content]:\ntouch controller does not answer\n") + 11 + 33);
+
+    std::string archive;
+    for (const std::string& name : names_in(LOG_DIR)) {
+        if (name.find("dmd_dump_20002_") == 0) {
+            archive = std::string(LOG_DIR) + "/" + name;
+        }
+    }
+    ASSERT_EQ(".tar.gz", archive.substr(archive.size() - 7));
+    EXPECT_EQ("data/kvdx_logs/dmd_log/dmd_record_0.txt\ndata/android_logs/kmsgcat-log\n",
+              output_of("tar -tzf " + archive));
+    EXPECT_EQ(record + "kernel\n", output_of("tar -xzOf " + archive));
+    EXPECT_NE(std::string::npos, read_file("/data/kvdx_logs/dmd_log/apr_info.txt").find("error_no\t20002\n"));
+    EXPECT_NE(std::string::npos, read_file("/dev/log/exception").find("-i " + archive + " -d "));
+}
+
+TEST(Road, PendingErrorsSurviveAKilledDaemon) {
+    set_commercial(true);
+    report_error("dsm_tp", 20002, "before the daemon ran");
+    {
+        const DaemonProcess dmd({});
+        ASSERT_TRUE(dmd.wait_for_log("Enter select", 2));
+    }
+    report_error("dsm_tp", 20002, "while it was dead");
+    const DaemonProcess dmd({});
+    ASSERT_TRUE(dmd.wait_for_log("Enter select", 2));
+    const std::string record = read_file(RECORD);
+    EXPECT_LT(record.find("before the daemon ran"), record.find("while it was dead"));
+    EXPECT_NE(std::string::npos, record.find("while it was dead"));
+}
+
+TEST(Road, ManyReportsInARowOnACommercialBuild) {
+    set_commercial(true);
+    const int first = SANITIZED ? 20 : 100;
+    const int last = SANITIZED ? 100 : 1000;
+    const DaemonProcess dmd({});
+    ASSERT_TRUE(dmd.wait_for_log("Enter select"));
+    const std::string padding(1000, '.');
+    int descriptors = 0;
+    long resident = 0;
+    for (int i = 0; i < last; ++i) {
+        report_error("dsm_tp", 20002, "report " + std::to_string(i) + padding);
+        if (i + 1 == first || i + 1 == last) {
+            ASSERT_TRUE(wait_until([&] { return phone_do({"pending", "dsm_tp"}) == "0"; }));
+            ASSERT_TRUE(dmd.wait_for_log("[M/dsm_dump_error] dsm_tp finish dump", i + 1));
+            ASSERT_TRUE(wait_until([&] {
+                return read_file(process_path(dmd, "wchan")).find("pause") != std::string::npos &&
+                       dmd.log().rfind("Enter select\n") == dmd.log().size() - 13;
+            }));
+        }
+        if (i + 1 == first) {
+            descriptors = open_descriptors(std::to_string(dmd.pid()));
+            resident = resident_kib(dmd);
+        }
+    }
+    EXPECT_EQ(descriptors, open_descriptors(std::to_string(dmd.pid())));
+    if (!SANITIZED) {
+        EXPECT_EQ(resident, resident_kib(dmd));
+    }
+    // Each report stands in the ring once and in its order, as far back as the ring holds.
+    std::string history;
+    for (int index = 0; index < 4; ++index) {
+        history += read_file(std::string(LOG_DIR) + "/dmd_record_" + std::to_string(index) + ".txt");
+    }
+    size_t at = 0;
+    for (int i = 0; i < last; ++i) {
+        const size_t found = history.find("[Content]:\nreport " + std::to_string(i) + padding, at);
+        ASSERT_NE(std::string::npos, found) << i;
+        at = found + 1;
+    }
+    EXPECT_EQ(last, count_of(history, "[Content]:"));
+    EXPECT_EQ(1, count_of(read_file("/dev/log/exception"), "dmd_commercial_record.txt"));
+}
+
+TEST(Road, TheIdleDaemonMakesNoSystemCall) {
+    if (SANITIZED) {
+        GTEST_SKIP() << "a sanitizer's own threads wake up by themselves";
+    }
+    set_commercial(true);
+    write_file("/data/one.conf",
+               "[touch]\nalgo_type listen\nclient_name dsm_tp\nnum_triggers 1\nerror_no 20002\n"
+               "running_test_switch on\naction dsm_tp+0\n");
+    const DaemonProcess dmd({"-c", "/data/one.conf"});
+    ASSERT_TRUE(dmd.wait_for_log("default-client total: 46 ret = 0"));
+    for (int errors = 1; errors <= 3; ++errors) {
+        ASSERT_TRUE(dmd.wait_for_log("Enter select", errors));
+        // A thread that makes a system call of its own accord goes to sleep again: its switches are counted.
+        std::string before = context_switches(dmd);
+        ASSERT_TRUE(wait_until([&] {
+            std::string now = context_switches(dmd);
+            std::swap(before, now);
+            return before == now;
+        }));
+        std::this_thread::sleep_for(std::chrono::milliseconds(300));
+        EXPECT_EQ(before, context_switches(dmd));
+        report_error("dsm_tp", 20002, "wake up");
+    }
+}

@@ -1,0 +1,125 @@
+// Start-up: the wait for the boot, the command line, and the daemon's own messages in their order.
+#include <unistd.h>
+
+#include "clients/client_table.h"
+#include "daemon/product_version.h"
+#include "daemon/start_sequence.h"
+#include "platform/properties.h"
+#include "tests/desk_calls.h"
+#include "tests/log_capture.h"
+#include "tests/phone_test.h"
+
+namespace {
+
+constexpr char STARTED[] = "E/DMD: [M/main] Qelvan Device monitor daemon started\n";
+constexpr char USAGE[] =
+    "\nQelvan device monitor daemon\nOptional arguments:\n"
+    "  --config-file/-c <file>        config file\n  --debug/-d                     debug output\n"
+    "  --help/-h                      this help screen\n";
+
+}  // namespace
+
+TEST(Start, WaitsForTheBootToComplete) {
+    struct {
+        const char* value;
+        int tries;
+        unsigned int slept;
+    } const cases[] = {{"1", 1, 0}, {"1later", 1, 0}, {"0", 61, 60}, {" 1", 61, 60}, {"", 61, 60}};
+    for (const auto& c : cases) {
+        ASSERT_EQ(0, property_set("dev.bootcomplete", c.value));
+        const unsigned int before = seconds_slept();
+        EXPECT_EQ(c.tries, wait_for_boot_completion()) << c.value;
+        EXPECT_EQ(c.slept, seconds_slept() - before) << c.value;
+    }
+}
+
+TEST(Start, ProductVersionFollowsTheProperty) {
+    struct {
+        const char* value;
+        int commercial;
+    } const cases[] = {{"1", 0}, {"0", 1}, {"true", 1}, {"11", 1}};
+    const LogCapture log;
+    for (const auto& c : cases) {
+        ASSERT_EQ(0, property_set("persist.sys.qelvan.debug.on", c.value));
+        EXPECT_EQ(c.commercial, identify_product_version()) << c.value;
+    }
+    ASSERT_EQ(0, unlink("/dev/__properties__/persist.sys.qelvan.debug.on"));
+    EXPECT_EQ(1, identify_product_version());
+    EXPECT_EQ((std::vector<std::string>{
+                  "[M/identify_product_version] get property:persist.sys.qelvan.debug.on failed."}),
+              log.lines());
+}
+
+TEST(Start, CommandLineEndsInUsage) {
+    struct {
+        std::vector<std::string> arguments;
+        std::string log;
+    } const cases[] = {
+        {{"-h"}, ""},
+        {{"-d", "-h"}, "E/DMD: [M/parse_commandline] Debug output enabled\n"},
+        {{"-c"}, "E/DMD: [M/parse_commandline] Using config file"},
+        {{"-x"}, ""},
+        {{"operand"}, "E/DMD: [M/parse_commandline] Too many arguments\n"},
+        {{"-c", "a", "--config-file=b", "--", "c"},
+         "E/DMD: [M/parse_commandline] Using config file 'a'\n"
+         "E/DMD: [M/parse_commandline] Using config file 'b'\n"
+         "E/DMD: [M/parse_commandline] Too many arguments\n"},
+    };
+    ASSERT_EQ(0, property_set("persist.sys.dmd.disable", "true"));
+    for (const auto& c : cases) {
+        DaemonProcess dmd(c.arguments);
+        EXPECT_EQ(0, dmd.wait_for_exit());
+        const std::string log = dmd.log();
+        EXPECT_EQ(0U, log.find(STARTED)) << log;
+        EXPECT_EQ(log.size(), log.find(USAGE) + sizeof USAGE - 1) << log;
+        if (c.arguments != std::vector<std::string>{"-c"}) {
+            EXPECT_NE(std::string::npos, log.find(c.log)) << log;
+        } else {
+            EXPECT_EQ(std::string::npos, log.find(c.log)) << log;
+        }
+    }
+}
+
+TEST(Start, RunsItsStepsInOrder) {
+    DaemonProcess dmd({"-c", "/system/etc/device_state_monitor.conf"});
+    ASSERT_TRUE(dmd.wait_for_log("Enter select"));
+    const std::string log = dmd.log();
+    size_t at = 0;
+    for (const char* const message :
+         {STARTED, "[M/parse_commandline] Using config file '/system/etc/device_state_monitor.conf'\n",
+          "[M/main] Enter daemon main loop, 1s has passed\n",
+          "[M/dmd_client_init] default-client total: 46 ret = 0\n",
+          "[M/parse_config] Loading  configuration file...\n", "[M/listen_client_init] find client ",
+          "[M/listen_server] Enter select\n"}) {
+        const size_t found = log.find(message, at);
+        ASSERT_NE(std::string::npos, found) << message << "\nafter\n" << log.substr(0, at);
+        at = found + 1;
+    }
+    EXPECT_EQ(std::string::npos, log.find("failed")) << log;
+    EXPECT_EQ("/dev/null\n", output_of("readlink /.phone/proc/" + std::to_string(dmd.pid()) + "/fd/0"))
+        << "a command that asks back must find nobody to ask";
+}
+
+TEST(Start, AFailedStepEndsTheSequenceButNotTheDaemon) {
+    DaemonProcess dmd({"-c", "/data/none"});
+    ASSERT_TRUE(dmd.wait_for_log("[M/main] Parse config file failed :-1\n"));
+    EXPECT_EQ("1", phone_do({"bound", "dsm_tp"}));
+    EXPECT_EQ(1U, names_in("/.phone/proc/" + std::to_string(dmd.pid()) + "/task").size());
+    EXPECT_EQ(0, count_of(dmd.log(), "listen"));
+}
+
+TEST(Start, DisabledItOnlySleeps) {
+    ASSERT_EQ(0, property_set("persist.sys.dmd.disable", "TRUE"));
+    {
+        const DaemonProcess dmd({});
+        EXPECT_TRUE(dmd.wait_for_log("Enter daemon main loop"));
+    }
+    ASSERT_EQ(0, property_set("persist.sys.dmd.disable", "true"));
+    const DaemonProcess dmd({"-d"});
+    // Asleep in pause: the daemon has done all that it is going to do.
+    EXPECT_TRUE(wait_until([&] {
+        const std::string status = read_file("/.phone/proc/" + std::to_string(dmd.pid()) + "/wchan");
+        return status.find("pause") != std::string::npos;
+    })) << dmd.log();
+    EXPECT_EQ(std::string(STARTED) + "E/DMD: [M/parse_commandline] Debug output enabled\n", dmd.log());
+}

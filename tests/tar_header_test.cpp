@@ -1,0 +1,133 @@
+// Header blocks of archives, accounted for byte by byte.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "platform/owned.h"
+#include "tar/tar_writer.h"
+#include "tests/phone_test.h"
+
+namespace {
+
+// Appends one member with a given status to an archive and returns the archive's bytes.
+std::string archive_of(const std::string& path, const struct stat& status) {
+    const UniqueFd archive(open("/data/a.tar", O_WRONLY | O_CREAT | O_TRUNC, 0644));
+    tb_info info = {};
+    info.tar_fd = archive.get();
+    EXPECT_EQ(1, write_file_to_tarball(path.c_str(), &status, &info)) << path;
+    return read_file("/data/a.tar");
+}
+
+// Compares one field and clears it, so that in the end every byte that nobody expected is seen.
+void take(std::string* block, const char* what, size_t offset, std::string expected, size_t width) {
+    expected.resize(width, '\0');
+    EXPECT_EQ(expected, block->substr(offset, width)) << what;
+    block->replace(offset, width, width, '\0');
+}
+
+struct HeaderCase {
+    const char* what;
+    std::string path;
+    mode_t mode;
+    uint32_t uid, gid;
+    int64_t mtime;
+    dev_t device;
+    // What the fields must hold; what is shorter than its field is followed by zero bytes.
+    std::string name, mode_field, uid_field, gid_field, size_field, mtime_field;
+    char type;
+    std::string uname, gname, major, minor;
+};
+
+}  // namespace
+
+TEST(TarHeader, HoldsWhatTheStatusSaysAndNothingElse) {
+    constexpr uint32_t EIGHT_DIGITS = 017654321;
+    constexpr uint32_t NINE_DIGITS = 0123456701;
+    constexpr uint32_t TEN_DIGITS = 01234567012;
+    constexpr int64_t TWELVE_DIGITS = 0123456701234;
+    write_file("/etc/passwd", "root:x:0:0::/:/bin/sh\n:x:7:7::/:/bin/sh\nsystem:x:1000:1000::/:/bin/sh\n" +
+                                  std::string(40, 'u') + ":x:" + std::to_string(EIGHT_DIGITS) + ":0::/:\n");
+    write_file("/etc/group", "root:x:0:\nlog:x:1007:system\n" + std::string(31, 'g') +
+                                 ":x:" + std::to_string(NINE_DIGITS) + ":\n");
+    const std::string kmsg = "/data/android_logs/kmsgcat-log";
+    ASSERT_EQ(0, mkdir("/data/android_logs", 0750));
+    write_file(kmsg, std::string(1000, 'k'));
+    const std::string long_name = std::string(49, 'd') + "/" + std::string(49, 'e');
+    const std::string zero = "00000000000";
+    const HeaderCase cases[] = {
+        {"regular", kmsg, S_IFREG | 0644, 1000, 1007, 1433153472, 0, kmsg.substr(1), "0100644", "0001750",
+         "0001757", "00000001750", "12533027700", '0', "system", "log", "", ""},
+        {"directory of 99 characters", long_name, S_IFDIR | 0750, 0, 0, 0, 0, long_name + "/", "0040750",
+         "0000000", "0000000", zero, zero, '5', "root", "root", "", ""},
+        {"no such user or group", "//d", S_IFDIR | 01777, 2000, 3003, 1, 0, "d/", "0041777", "0003720",
+         "0005673", zero, "00000000001", '5', "2000     ", "3003    \t", "", ""},
+        {"block device, empty user name", "b", S_IFBLK | 0600, 7, 0, 0, 0x51234, "b", "0060600", "0000007",
+         "0000000", zero, zero, '4', "root", "root", "0000022", "0000064"},
+        {"character device", "c", S_IFCHR | 0666, 0, 0, 0, 0x0103, "c", "0020666", "0000000", "0000000", zero,
+         zero, '3', "root", "root", "0000001", "0000003"},
+        {"FIFO", "f", S_IFIFO | 0600, 0, 0, 0, 0x0103, "f", "0010600", "0000000", "0000000", zero, zero, '6',
+         "root", "root", "", ""},
+        {"one and two digits too many, names of 40 and 31 characters", "d", S_IFDIR, EIGHT_DIGITS,
+         NINE_DIGITS, TWELVE_DIGITS, 0, "d/", "0040000", "7654321", "23456701", zero, "23456701234", '5',
+         std::string(31, 'u'), std::string(31, 'g'), "", ""},
+        {"three digits too many", "d", S_IFDIR, TEN_DIGITS, 0, INT64_MAX, 0, "d/", "0040000", "", "0000000",
+         zero, "", '5', std::to_string(TEN_DIGITS) + " ", "root", "", ""},
+        {"before 1970", "d", S_IFDIR, 0, 0, -1, 0, "d/", "0040000", "0000000", "0000000", zero, "", '5',
+         "root", "root", "", ""},
+    };
+    for (const HeaderCase& c : cases) {
+        SCOPED_TRACE(c.what);
+        struct stat status = {};
+        status.st_mode = c.mode;
+        status.st_nlink = 1;
+        status.st_dev = 1;
+        status.st_size = 1000;
+        status.st_uid = c.uid;
+        status.st_gid = c.gid;
+        status.st_mtime = static_cast<time_t>(c.mtime);
+        status.st_rdev = c.device;
+        const std::string archive = archive_of(c.path, status);
+        ASSERT_EQ(c.type == '0' ? 512U + 1024U : 512U, archive.size());
+        std::string block = archive.substr(0, 512);
+
+        unsigned int sum = 8 * ' ';
+        for (size_t i = 0; i < block.size(); ++i) {
+            sum += i >= 148 && i < 156 ? 0 : static_cast<unsigned char>(block[i]);
+        }
+        char checksum[8];
+        snprintf(checksum, sizeof checksum, "%06o", sum);
+        take(&block, "chksum", 148, std::string(checksum) + '\0' + ' ', 8);
+        take(&block, "name", 0, c.name, 100);
+        take(&block, "mode", 100, c.mode_field, 8);
+        take(&block, "uid", 108, c.uid_field, 8);
+        take(&block, "gid", 116, c.gid_field, 8);
+        take(&block, "size", 124, c.size_field, 12);
+        take(&block, "mtime", 136, c.mtime_field, 12);
+        take(&block, "typeflag", 156, std::string(1, c.type), 1);
+        take(&block, "magic and version", 257, std::string("ustar\0  ", 8), 8);
+        take(&block, "uname", 265, c.uname, 32);
+        take(&block, "gname", 297, c.gname, 32);
+        take(&block, "devmajor", 329, c.major, 8);
+        take(&block, "devminor", 337, c.minor, 8);
+        EXPECT_EQ(std::string(512, '\0'), block);
+    }
+}
+
+TEST(TarHeader, NamesTheFirstLinkAsItWasPassed) {
+    write_file("/data/first", "content");
+    ASSERT_EQ(0, link("/data/first", "/data/second"));
+    char first[] = "/data/first";
+    char second[] = "/data/second";
+    char* operands[] = {first, second, nullptr};
+    EXPECT_EQ(1, write_tar_file("/data/a.tar", operands));
+    const std::string archive = read_file("/data/a.tar");
+    ASSERT_EQ(512U + 512U + 512U + 1024U, archive.size());
+    EXPECT_EQ('0', archive[156]);
+    std::string block = archive.substr(1024, 512);
+    take(&block, "name", 0, "data/second", 100);
+    take(&block, "size", 124, "00000000000", 12);
+    take(&block, "typeflag", 156, "1", 1);
+    take(&block, "linkname", 157, "/data/first", 100);
+    EXPECT_EQ(std::string(1024, '\0'), archive.substr(1536)) << "the end of the archive";
+}

@@ -1,0 +1,67 @@
+// The words of the archive tool's command line.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "tar/tar_main.h"
+#include "tests/log_capture.h"
+#include "tests/phone_test.h"
+
+namespace {
+
+struct WordsCase {
+    std::vector<std::string> words;
+    int result;
+    std::string archive;  // the only new file, or none
+    std::string members;  // as the system's tar lists them
+    int second_f;         // messages about more than one 'f'
+};
+
+}  // namespace
+
+TEST(TarMain, ReadsItsWords) {
+    ASSERT_EQ(0, mkdir("/data/w", 0755));
+    ASSERT_EQ(0, chdir("/data/w"));
+    const WordsCase cases[] = {
+        {{"dmd_tar"}, -22, "", "", 0},
+        {{"dmd_tar", "-cf"}, -22, "", "", 0},
+        {{"dmd_tar", "-cf", "a.tar"}, -14, "", "", 0},
+        {{"dmd_tar", "-cf", "a.tar", "../x", "../y"}, 1, "a.tar", "../x\n../y\n", 0},
+        {{"dmd_tar", "cvzf", "a.tar", "../x"}, 1, "a.tar", "../x\n", 0},
+        {{"", "fc", "a.tar", "../x", "../none"}, 0, "a.tar", "../x\n", 0},
+        {{"dmd_tar", "-c", "../x", "../y"}, 1, "-", "../x\n../y\n", 0},
+        {{"dmd_tar", "-ffc", "a.tar", "../x", "../y"}, 1, "a.tar", "../y\n", 1},
+        {{"dmd_tar", "-cff", "-", "../x", "../y"}, 1, "-", "../y\n", 0},
+        {{"dmd_tar", "-fffffffffc", "a.tar", "../x"}, -14, "", "", 8},
+        {{"dmd_tar", "-cf", "/data/none/a.tar", "../x"}, -13, "", "", 0},
+        {{"dmd_tar", "-xcf", "a.tar", "../x"}, -1, "", "", 0},
+        {{"dmd_tar", "-cxf", "a.tar", "../x"}, -1, "", "", 0},
+        {{"dmd_tar", "-f", "a.tar", "../x"}, -1, "", "", 0},
+        {{"dmd_tar", "", "a.tar", "../x"}, -1, "", "", 0},
+    };
+    write_file("/data/x", "x");
+    write_file("/data/y", "y");
+    for (const WordsCase& c : cases) {
+        SCOPED_TRACE(testing::PrintToString(c.words));
+        const LogCapture log;
+        std::vector<std::string> words = c.words;
+        std::vector<char*> argv;
+        for (std::string& word : words) {
+            argv.push_back(word.data());
+        }
+        argv.push_back(nullptr);
+        char beyond[] = "../y";
+        argv.resize(argv.size() + 16, beyond);  // what must not be taken for operands
+        EXPECT_EQ(c.result, dmd_tar_main(static_cast<int>(words.size()), argv.data()));
+        EXPECT_EQ(c.result == -22 ? 1 : 0, log.count("[M/dmd_tar_main] arg count less than expected!"));
+        EXPECT_EQ(c.second_f, log.count("[M/dmd_tar_main] Only one 'f' option allowed"));
+        const std::vector<std::string> none;
+        EXPECT_EQ(c.archive.empty() ? none : std::vector<std::string>{c.archive}, names_in("/data/w"));
+        if (!c.archive.empty()) {
+            EXPECT_EQ(c.members, output_of("tar -tPf ./" + c.archive));
+            EXPECT_EQ(0644U, status_of(c.archive).st_mode & 07777U);
+            EXPECT_EQ(0, unlink(c.archive.c_str()));
+        }
+    }
+}

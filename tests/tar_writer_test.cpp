@@ -1,0 +1,281 @@
+// Archives as the system's tar reads them, and what becomes of members that cannot be archived.
+#include "tar/tar_writer.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <sys/mount.h>
+#include <sys/resource.h>
+
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/owned.h"
+#include "tests/log_capture.h"
+#include "tests/phone_test.h"
+
+namespace {
+
+int archive_paths(const std::string& archive, std::vector<std::string> paths) {
+    std::vector<char*> operands;
+    for (std::string& path : paths) {
+        operands.push_back(path.data());
+    }
+    operands.push_back(nullptr);
+    return write_tar_file(archive.c_str(), operands.data());
+}
+
+// The members' names, as the system's tar reads them; the test fails when it finds fault with the archive.
+std::string members_of(const std::string& archive) {
+    return output_of("tar -tPf " + archive + " 2>&1");
+}
+
+// Type, mode, time, links, size and content of everything in a directory, sorted by name.
+std::string listing_of(const std::string& directory) {
+    return output_of("cd " + directory +
+                     " && find . -printf '%p %y %m %Ts %n %U %G\\n' | sort && find . -type f" +
+                     " -exec cksum {} + | sort");
+}
+
+}  // namespace
+
+TEST(TarWriter, KeepsContentsModesTimesAndLinks) {
+    ASSERT_EQ(0, mkdir("/data/t", 0750));
+    ASSERT_EQ(0, mkdir("/data/t/empty", 01777));
+    ASSERT_EQ(0, mkdir("/data/t/sub", 0700));
+    ASSERT_EQ(0, chmod("/data/t/empty", 01777));
+    const int sizes[] = {0, 1, 511, 512, 513, 1023, 1024, 1025, 10241, 300000};
+    off_t expected_size = 1024 + 3 * 512 + 2 * 512;  // the end, directories, the FIFO and the second link
+    for (const int size : sizes) {
+        std::string content(size, 'c');
+        for (int i = 0; i < size; i += 7) {
+            content[i] = static_cast<char>(i / 7);
+        }
+        const std::string path = (size % 2 ? "/data/t/f" : "/data/t/sub/f") + std::to_string(size);
+        write_file(path, content);
+        ASSERT_EQ(0, chmod(path.c_str(), size % 2 ? 04755 : 0600));
+        set_file_time(path, 1000000000 + size);
+        expected_size += 512 + (size + 511) / 512 * 512;
+    }
+    ASSERT_EQ(0, link("/data/t/sub/f1024", "/data/t/again"));
+    ASSERT_EQ(0, mkfifo("/data/t/fifo", 0620));
+    set_file_time("/data/t/empty", 86400);
+
+    const LogCapture log;
+    const int before = open_descriptors("self");
+    EXPECT_EQ(1, archive_paths("/data/a.tar", {"/data/t"}));
+    EXPECT_EQ(before, open_descriptors("self"));
+    EXPECT_EQ(expected_size, status_of("/data/a.tar").st_size);
+    EXPECT_EQ(std::vector<std::string>{"[M/write_file_to_tarball] Removing leading '/' from member names"},
+              log.lines());
+    EXPECT_EQ("data/t/\n", members_of("/data/a.tar").substr(0, 8)) << "a directory comes before its contents";
+    ASSERT_EQ(0, mkdir("/data/out", 0755));
+    output_of("tar --numeric-owner -xpf /data/a.tar -C /data/out 2>&1");
+    EXPECT_EQ(listing_of("/data/t"), listing_of("/data/out/data/t"));
+
+    // The message about the "/" was logged once for all archives, and an archive of one empty file is
+    // minimal.
+    EXPECT_EQ(1, archive_paths("/data/a.tar", {"/data/t/sub/f0"}));
+    EXPECT_EQ(1U, log.lines().size());
+    EXPECT_EQ(512 + 1024, status_of("/data/a.tar").st_size);
+}
+
+TEST(TarWriter, PassesOverPathsThatDoNotFit) {
+    ASSERT_EQ(0, mkdir("/data/n", 0755));
+    for (size_t length = 97; length <= 102; ++length) {
+        const std::string file = "/data/n/" + std::string(length - 8, 'f');
+        const std::string directory = "/data/n/" + std::string(length - 8, 'd');
+        write_file(file, "content");
+        ASSERT_EQ(0, mkdir(directory.c_str(), 0755));
+        EXPECT_EQ(1, archive_paths("/data/a.tar", {file, directory}));
+        EXPECT_EQ(length <= 99 ? file.substr(1) + "\n" + directory.substr(1) + "/\n" : "",
+                  members_of("/data/a.tar"))
+            << length;
+    }
+}
+
+TEST(TarWriter, GoesOnBehindWhatItCannotArchive) {
+    LogCapture log;
+    ASSERT_EQ(0, mkdir("/data/t", 0755));
+    write_file("/data/t/good", "good");
+    ASSERT_EQ(0, symlink("good", "/data/t/link"));
+    ASSERT_EQ(0, symlink("t", "/data/dirlink"));
+    ASSERT_EQ(0, mknod("/data/t/socket", S_IFSOCK | 0600, 0));
+    const std::string good = "data/t/good\n";
+    const std::string missing =
+        "[M/recursive_action] Ignore archive the file /data/none, No such file or directory.";
+    const std::string self = "[M/write_file_to_tarball] /data/t/a.tar: file is the archive; skipping";
+    const struct {
+        std::string path;
+        int result;
+        std::string member, message;
+    } cases[] = {
+        {"/data/none", 0, "", missing},
+        {"/data/t/link", 0, "", ""},
+        {"/data/dirlink", 0, "", ""},
+        {"/data/dirlink/good", 1, "data/dirlink/good\n", ""},
+        {"/data/t/socket", 1, "", "[M/write_file_to_tarball] /data/t/socket: socket ignored"},
+        {"/data/t/a.tar", 1, "", self},
+    };
+    archive_paths("/data/t/a.tar", {"/data/t/good"});
+    for (const auto& c : cases) {
+        log.clear();
+        EXPECT_EQ(c.result, archive_paths("/data/t/a.tar", {c.path, "/data/t/good"})) << c.path;
+        EXPECT_EQ(c.member + good, members_of("/data/t/a.tar")) << c.path;
+        EXPECT_EQ(c.message.empty() ? std::vector<std::string>{} : std::vector<std::string>{c.message},
+                  log.lines());
+    }
+    log.clear();
+    EXPECT_EQ(0, archive_paths("/data/t/a.tar", {"/data/t"}));
+    EXPECT_EQ("data/t/\n" + good, members_of("/data/t/a.tar"));
+    EXPECT_EQ(1, log.count("socket ignored"));
+    EXPECT_EQ(1, log.count("file is the archive; skipping"));
+
+    ASSERT_EQ(0, mkfifo("/data/fifo", 0600));
+    EXPECT_EQ(-13, archive_paths("/data/fifo", {"/data/t"})) << "must not wait for a reader";
+    EXPECT_TRUE(log.has("[M/write_tar_file] Error opening '/data/fifo'stderr:No such device or address."));
+}
+
+// What happens between a file's status and its data, in one archive.
+TEST(TarWriter, StaysReadableWhereFilesChangeUnderIt) {
+    const std::string sentinel(600, 's');
+    write_file("/data/kept", sentinel);
+    write_file("/data/shrunk", "short");
+    write_file("/data/emptied", "");
+    write_file("/data/grown", std::string(3000, 'g'));
+    write_file("/data/huge", "");
+    ASSERT_EQ(0, link("/data/huge", "/data/huge2"));
+    ASSERT_EQ(0, mkfifo("/data/fifo", 0600));
+    ASSERT_EQ(0, symlink("kept", "/data/link"));
+    const std::string too_large = "Cannot open: File too large";
+    const struct {
+        std::string path;
+        off_t recorded;
+        nlink_t links;
+        int result;
+        std::string data, message;
+    } cases[] = {
+        {"/data/kept", 600, 1, 1, sentinel, ""},
+        {"/data/shrunk", 5000, 1, 0, "short" + std::string(4995, '\0'), ""},
+        {"/data/emptied", 512, 1, 0, std::string(512, '\0'), ""},
+        {"/data/grown", 1025, 1, 1, std::string(1025, 'g'), ""},
+        {"/proc/self/mem", 700, 1, 0, std::string(700, '\0'), ""},  // cannot be read at its start
+        {"/data/fifo", 10, 1, 0, "", "Cannot open: Stale file handle"},
+        {"/data/link", 600, 1, 0, "", "Cannot open: Too many levels of symbolic links"},
+        {"/data/gone", 10, 1, 0, "", "Cannot open: No such file or directory"},
+        {"/data/huge", 077777777777 + off_t{1}, 2, 0, "", too_large},
+        // A second name is no link to a member that is not there.
+        {"/data/huge2", 077777777777 + off_t{1}, 2, 0, "", too_large},
+    };
+    const LogCapture log;
+    const UniqueFd archive(open("/data/a.tar", O_WRONLY | O_CREAT | O_TRUNC, 0644));
+    tb_info info = {};
+    info.tar_fd = archive.get();
+    std::string members;
+    for (const auto& c : cases) {
+        struct stat status = {};
+        status.st_mode = S_IFREG | 0644;
+        status.st_nlink = c.links;
+        status.st_ino = 77;
+        status.st_size = c.recorded;
+        EXPECT_EQ(c.result, write_file_to_tarball(c.path.c_str(), &status, &info)) << c.path;
+        if (c.message.empty()) {
+            members += c.path.substr(1) + "\n";
+        } else {
+            EXPECT_TRUE(log.has("[M/write_file_to_tarball] " + c.path + ": " + c.message)) << c.path;
+        }
+    }
+    struct stat unknown = {};
+    unknown.st_nlink = 1;
+    unknown.st_ino = 78;
+    EXPECT_EQ(0, write_file_to_tarball("what", &unknown, &info));
+    EXPECT_TRUE(log.has("[M/write_tar_header] what: Unknown file type"));
+    EXPECT_EQ(members, members_of("/data/a.tar"));
+    for (const auto& c : cases) {
+        if (c.message.empty()) {
+            EXPECT_EQ(c.data, output_of("tar -xOf /data/a.tar " + c.path.substr(1))) << c.path;
+        }
+    }
+}
+
+TEST(TarWriter, StaysReadableOnAFullDisk) {
+    ASSERT_EQ(0, mkdir("/data/small", 0755));
+    ASSERT_EQ(0, mount("small", "/data/small", "tmpfs", 0, "size=16k"));
+    for (const int size : {100, 5000, 12288, 13824, 50000}) {
+        write_file("/data/" + std::to_string(size), std::string(size, 'f'));
+    }
+    const struct {
+        std::vector<std::string> paths;
+        int result;
+        std::string members;
+    } cases[] = {
+        {{"/data/100", "/data/50000", "/data/5000"}, 0, "data/100\ndata/5000\n"},
+        {{"/data/100", "/data/100", "/data/12288"}, 1, "data/100\ndata/100\ndata/12288\n"},
+        // Room for one block of the end, and none left for any header.
+        {{"/data/100", "/data/100", "/data/12288", "/data/100"},
+         0,
+         "data/100\ndata/100\ndata/12288\ndata/100\n"},
+        {{"/data/100", "/data/100", "/data/13824", "/data/100"}, 0, "data/100\ndata/100\ndata/13824\n"},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(c.result, archive_paths("/data/small/a.tar", c.paths));
+        EXPECT_EQ(c.members, members_of("/data/small/a.tar"));
+    }
+}
+
+// Two archives at once, with names that would be mixed up if the lookups' storage were not guarded.
+TEST(TarWriter, KeepsTheNamesOfTwoArchivesApart) {
+    write_file("/etc/passwd", "one:x:1:1::/:\n" + std::string(30, '2') + ":x:2:2::/:\n");
+    write_file("/etc/group", "one:x:1:" + std::string(1000, ',') + "\n" + std::string(30, '2') + ":x:2:\n");
+    const auto run = [](const std::string& path, uint32_t id, const std::string& expected) {
+        const UniqueFd archive(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644));
+        tb_info info = {};
+        info.tar_fd = archive.get();
+        struct stat status = {};
+        status.st_mode = S_IFDIR;
+        status.st_ino = 1;
+        status.st_uid = id;
+        status.st_gid = id;
+        for (int i = 0; i < 300; ++i) {
+            EXPECT_EQ(1, write_file_to_tarball("/d", &status, &info));
+        }
+        const std::string bytes = read_file(path);
+        ASSERT_EQ(300U * 512, bytes.size());
+        for (size_t at = 0; at < bytes.size(); at += 512) {
+            ASSERT_EQ(expected, bytes.c_str() + at + 265);
+            ASSERT_EQ(expected, bytes.c_str() + at + 297);
+        }
+    };
+    std::thread other(run, "/data/b.tar", 1, "one");
+    run("/data/a.tar", 2, std::string(30, '2'));
+    other.join();
+}
+
+// A tree deeper than any path can be, walked with few descriptors on a small stack.
+TEST(TarWriter, WalksTheDeepestTree) {
+    constexpr int LEVELS = 2100;
+    constexpr size_t PHONE_STACK = 1024 * 1024;  // of a thread; twice that carries the sanitizers' frames too
+    ASSERT_EQ(0, mkdir("/data/t", 0755));
+    UniqueFd level(open("/data/t", O_DIRECTORY));
+    for (int i = 0; i < LEVELS; ++i) {
+        ASSERT_EQ(0, mkdirat(level.get(), "d", 0755));
+        level = UniqueFd(openat(level.get(), "d", O_DIRECTORY));
+    }
+    level.reset();
+    const LogCapture log;
+    rlimit usual;
+    ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &usual));
+    const rlimit few = {static_cast<rlim_t>(open_descriptors("self")) + 4, usual.rlim_max};
+    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &few));
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setstacksize(&attributes, 2 * PHONE_STACK);
+    ASSERT_EQ(0, pthread_setattr_default_np(&attributes));
+    int result = -1;
+    std::thread([&] { result = archive_paths("/data/a.tar", {"/data/t"}); }).join();
+    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &usual));
+    EXPECT_EQ(0, result) << "the deepest level has no path";
+    EXPECT_EQ(1, log.count("[M/recursive_action] Ignore archive the file "));
+    EXPECT_EQ((99 - 7) / 2 + 1, count_of(members_of("/data/a.tar"), "\n"));
+}
