@@ -1,0 +1,119 @@
+#!/usr/bin/env bash
+# Builds the daemon and shows the road of one error on an emulated phone: first on a debug build, then on a
+# commercial one. Ends by itself; the exit status is 0 only when everything that it should show was there.
+set -eu
+cd "$(dirname "$0")/.."
+scripts/setup.sh
+
+build=build/plain
+work=build/demo
+name=demo-$$
+failed=0
+phone_pid=
+
+say() { printf '\n\033[1m== %s\033[0m\n' "$*"; }
+missing() { printf 'MISSING: %s\n' "$*"; failed=1; }
+phone() { "$build/phone" "$@"; }
+in_phone() { phone shell --name "$name" -- "$@"; }
+
+end_phone() {
+  [ -z "$phone_pid" ] || { kill "$phone_pid" 2> /dev/null; wait "$phone_pid" 2> /dev/null; } || true
+  phone_pid=
+}
+trap end_phone EXIT
+
+wait_for_log() { # TEXT TIMES: waits at most 20 seconds for the daemon to have logged it
+  local tries=0
+  until [ "$(grep -c -F -- "$1" "$log")" -ge "$2" ]; do
+    tries=$((tries + 1))
+    if [ $tries -ge 200 ] || ! kill -0 "$phone_pid" 2> /dev/null; then
+      missing "the daemon's message: $1"
+      tail -n 5 "$log"
+      exit 1
+    fi
+    sleep 0.1
+  done
+}
+
+show() { # WHAT FILE: shows a file that must not be empty
+  say "$1 ($2)"
+  if [ -s "$2" ]; then cat "$2" && echo; else missing "$2"; fi
+}
+
+boot() { # KIND OPTION: boots a phone with the shipped sample configuration
+  data=$work/$1
+  log=$work/$1.log
+  reports=$data/kvdx_logs/dmd_log
+  rm -rf "$data" "$log"
+  mkdir -p "$data/android_logs"
+  echo "<6>[   12.345678] touch: irq 17 without data" > "$data/android_logs/kmsgcat-log"
+  : > "$log"
+  say "Booting a $1 build with the sample configuration; the daemon's log goes to $log"
+  "$build/phone" boot --name "$name" "$2" --data "$data" > "$work/$1.banner" 2> "$log" < /dev/null &
+  phone_pid=$!
+  wait_for_log "[M/listen_server] Enter select" 1
+  grep -F "default-client total" "$log"
+}
+
+report() { # TIMES TEXT: the driver reports error 20002 of dsm_tp, and the daemon deals with it
+  say "The driver of dsm_tp reports error 20002: $2"
+  phone report --name "$name" dsm_tp 20002 "$2"
+  wait_for_log "[M/listen_server] Enter select" $(($1 + 1))
+  grep -F "[M/listen_server] dsm_tp has error (20002) reported" "$log" | tail -n 1
+}
+
+expect_in() { # FILE TEXT
+  grep -q -F -- "$2" "$1" || missing "\"$2\" in $1"
+}
+
+say "Building in $build (the first time takes a minute)"
+mkdir -p "$build"
+{ cmake -S . -B "$build" -G Ninja && cmake --build "$build"; } > $build/build.log 2>&1 ||
+  { tail -n 40 $build/build.log; exit 1; }
+mkdir -p "$work"
+
+boot debug --debug-build
+report 1 "touch controller does not answer"
+show "The bug report in the record file" "$reports/dmd_record_0.txt"
+expect_in "$reports/dmd_record_0.txt" "[Error no]:20002"
+expect_in "$reports/dmd_record_0.txt" "touch controller does not answer"
+archive=$(ls "$reports"/dmd_dump_20002_??????.tar.gz 2> /dev/null || true)
+say "The dump archive, listed by the system's tar ($archive)"
+if [ -n "$archive" ] && tar -tvzf "$archive" > "$work/listing"; then
+  cat "$work/listing"
+  expect_in "$work/listing" data/kvdx_logs/dmd_log/dmd_record_0.txt
+  expect_in "$work/listing" data/android_logs/kmsgcat-log
+else
+  missing "a readable dump archive of error 20002"
+fi
+show "The upload description" "$reports/apr_info.txt"
+say "The exception log entry"
+in_phone cat /dev/log/exception | tee "$work/exception"
+expect_in "$work/exception" "archive -i /data/kvdx_logs/dmd_log/dmd_dump_20002_"
+end_phone
+
+boot commercial --commercial
+report 1 "touch controller does not answer"
+report 2 "touch controller does not answer again"
+show "Both reports in the rolling record" "$reports/dmd_record_0.txt"
+[ "$(grep -c -F "[Error no]:20002" "$reports/dmd_record_0.txt")" -eq 2 ] || missing "two reports in the record"
+say "The commercial record: filed for upload once a day for each error number, then removed"
+in_phone cat /dev/log/exception | tee "$work/exception"
+grep -F "dmd_commercial_record.txt" "$log"
+[ "$(grep -c -F "archive -i /data/kvdx_logs/dmd_log/dmd_commercial_record.txt" "$work/exception")" -eq 1 ] ||
+  missing "exactly one upload request for the commercial record"
+show "The upload description" "$reports/apr_info.txt"
+say "The output directory: no archive on a commercial build"
+ls "$reports"
+if ls "$reports"/dmd_dump_* > /dev/null 2>&1; then
+  printf 'UNEXPECTED: an archive\n'
+  failed=1
+fi
+end_phone
+
+if [ "$failed" -eq 0 ]; then
+  say "Everything was there. The reports stay in $work"
+else
+  say "Something is missing, see above"
+fi
+exit "$failed"

@@ -1,0 +1,51 @@
+#!/usr/bin/env bash
+# Makes sure that what building and testing needs is there: installs what is missing from Debian's packages
+# when it may, and otherwise says in one line what to install. Quiet when nothing is missing.
+set -u
+cd "$(dirname "$0")/.."
+
+have() { command -v "$1" > /dev/null 2>&1; }
+header() { echo "#include <$1>" | ${CXX:-c++} -std=c++17 -E -x c++ ${2:-} - > /dev/null 2>&1; }
+clang_links() { # with the given sanitizer's runtime
+  mkdir -p build && echo 'int main(){}' | clang++ -x c++ -fsanitize="$1" -o build/probe - > /dev/null 2>&1
+}
+
+missing=()
+need() { # PACKAGE PROBE...: the package is missing when the probe fails
+  local package=$1
+  shift
+  "$@" || missing+=("$package")
+}
+
+find_missing() {
+  missing=()
+  need g++ have "${CXX:-c++}"
+  need cmake have cmake
+  need ninja-build have ninja
+  need pkg-config have pkg-config
+  need libfuse3-dev pkg-config --exists fuse3
+  need libgtest-dev header gtest/gtest.h
+  need libcli11-dev header CLI/CLI.hpp
+  need clang have clang++
+  need libclang-rt-dev clang_links address
+  need tar have tar
+  need gzip have gzip
+  need util-linux have setarch
+}
+
+find_missing 2> /dev/null
+[ ${#missing[@]} -eq 0 ] && exit 0
+
+as_root=()
+if [ "$(id -u)" -ne 0 ]; then
+  as_root=(sudo -n)
+fi
+if have apt-get && { [ ${#as_root[@]} -eq 0 ] || sudo -n true 2> /dev/null; }; then
+  echo "setup: installing ${missing[*]}"
+  export DEBIAN_FRONTEND=noninteractive
+  { "${as_root[@]}" apt-get update -qq && "${as_root[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}"; } > /dev/null
+  find_missing 2> /dev/null
+  [ ${#missing[@]} -eq 0 ] && exit 0
+fi
+echo "setup: please install, as root: apt-get install ${missing[*]}" >&2
+exit 1

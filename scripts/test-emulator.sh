@@ -1,0 +1,163 @@
+#!/usr/bin/env bash
+# Tests the phone command from outside: exit statuses, options, refusals, and that nothing of a phone is left
+# when it ends, however it ends. Takes the path of the phone command; prints what is wrong, if anything.
+set -u
+phone=$(realpath "$1")
+# A number, so that it can also stand in the arguments of every sleep that is run here.
+name=$((1000000 + $$))
+scratch=$(mktemp -d)
+trap 'rm -rf "$scratch"' EXIT
+mounts=$(cat /proc/self/mountinfo)
+failures=0
+
+fail() {
+  echo "test-emulator: $*"
+  failures=$((failures + 1))
+}
+
+expect() { # WHAT WANTED GOT
+  [ "$2" = "$3" ] || fail "$1: wanted '$2', got '$3'"
+}
+
+status_of() { # COMMAND...: its exit status; what it printed is in $scratch/out and $scratch/err
+  "$@" > "$scratch/out" 2> "$scratch/err" < /dev/null
+  echo $?
+}
+
+expect_refusal() { # WHAT STATUS PART COMMAND...: one line on standard error holds PART
+  local what=$1 wanted=$2 part=$3
+  shift 3
+  expect "$what" "$wanted" "$(status_of "$@")"
+  expect "lines of $what" 1 "$(wc -l < "$scratch/err")"
+  grep -qF -- "$part" "$scratch/err" || fail "$what: no '$part' in '$(cat "$scratch/err")'"
+}
+
+wait_until() { # CONDITION...: at most ten seconds
+  local tries=1000
+  until "$@"; do
+    tries=$((tries - 1))
+    [ "$tries" -gt 0 ] || return 1
+    sleep 0.01
+  done
+}
+
+# The name stands in the arguments of `phone`, of the phone's first processes and of what runs in it.
+is_gone() {
+  ! pgrep -f "$name" > /dev/null && ! grep -q "$name" /proc/net/unix
+}
+
+expect_nothing_left() { # WHAT
+  wait_until is_gone || fail "$1: $(pgrep -af "$name")"
+  expect "mounts after $1" "$mounts" "$(cat /proc/self/mountinfo)"
+}
+
+start_phone() { # OPTIONS... -- COMMAND...: in the background, with its process number in $phone_pid
+  rm -f "$scratch/ready"
+  "$phone" run --name "$name" --data "$scratch" "$@" > "$scratch/out" 2> "$scratch/err" &
+  phone_pid=$!
+  wait_until [ -e "$scratch/ready" ] || fail "no phone: $(cat "$scratch/err")"
+}
+
+# Exit statuses.
+expect true 0 "$(status_of "$phone" run -- true)"
+expect false 1 "$(status_of "$phone" run -- false)"
+expect "exit 42" 42 "$(status_of "$phone" run -- sh -c 'exit 42')"
+expect "killed command" 137 "$(status_of "$phone" run -- sh -c 'kill -9 $$')"
+expect "dead driver" 9 "$(status_of "$phone" run -- sh -c 'kill -9 2; exit 9')"
+expect_refusal "missing command" 127 "--bind" "$phone" run -- /no/such/command
+expect_refusal "no program" 126 "Permission denied" "$phone" run -- /etc/passwd
+expect_refusal "no command" 125 "phone run -- COMMAND" "$phone" run
+expect_refusal "missing configuration" 125 "/no/such.conf" "$phone" run --config /no/such.conf -- true
+expect_refusal "missing folder" 125 "/no/such" "$phone" run --data /no/such -- true
+expect_refusal "no phone" 1 "boot one" "$phone" report --name "$name" dsm_tp 1 text
+expect_refusal "no phone for a shell" 125 "boot one" "$phone" shell --name "$name"
+expect_refusal "no /dev/fuse" 125 "modprobe fuse" "$phone" run -- "$phone" run -- true
+for command in '' boot run report state property shell log-dir; do
+  # shellcheck disable=SC2086
+  expect "help of $command" 0 "$(status_of "$phone" $command --help)"
+  [ -s "$scratch/out" ] || fail "no help of $command"
+done
+[ "$(status_of "$phone" report dsm_tp)" != 0 ] || fail "a report without operands"
+[ "$(status_of "$phone" nonsense)" != 0 ] || fail "an unknown command"
+
+# Options.
+get_switch='cat /dev/__properties__/persist.sys.qelvan.debug.on'
+expect "debug build" 1 "$("$phone" run -- sh -c "$get_switch")"
+expect "commercial build" 0 "$("$phone" run --commercial -- sh -c "$get_switch")"
+echo "# mine" > "$scratch/mine.conf"
+expect "configuration" "# mine" \
+  "$("$phone" run --config "$scratch/mine.conf" -- cat /system/etc/device_state_monitor.conf)"
+expect "full disk" 1 "$(status_of "$phone" run --data-size 65536 -- dd if=/dev/zero of=/data/fill bs=1k count=65)"
+expect "room on the disk" 0 "$(status_of "$phone" run --data-size 65536 -- dd if=/dev/zero of=/data/fill bs=1k count=64)"
+expect "bound folder" "# mine" "$("$phone" run --bind "$scratch" -- cat "$scratch/mine.conf")"
+expect "write into a bound folder" 2 "$(status_of "$phone" run --bind "$scratch" -- sh -c "echo > $scratch/new")"
+expect "relative command" 0 "$(cd "$(dirname "$phone")" && status_of "$phone" run -- ./phone --help)"
+expect "environment" "test 0" "$(GTEST_X=test SECRET=1 "$phone" run -- sh -c 'echo "$GTEST_X" "${SECRET-0}"')"
+expect "descriptors" "0 1 2 3" "$("$phone" run -- sh -c 'echo $(ls /proc/self/fd)' 7< /dev/null)"
+expect "arguments after --" "-- --name x" "$("$phone" run -- echo -- --name x)"
+
+# A phone that runs is driven from outside; a second one needs a name of its own.
+start_phone -- sh -c "touch /data/ready; exec sleep $name"
+expect_refusal "second phone of a name" 125 "--name" "$phone" run --name "$name" -- true
+expect "report" 0 "$(status_of "$phone" report --name "$name" dsm_tp 20002 -- '-text')"
+expect "state" 0 "$(status_of "$phone" state --name "$name" dsm_tp -5)"
+expect_refusal "unknown client" 1 "no client 'nobody'" "$phone" state --name "$name" nobody 1
+expect "property" "" "$("$phone" property --name "$name" a.b value)"
+expect "property" "value" "$("$phone" property --name "$name" a.b)"
+expect "shell" "value" "$("$phone" shell --name "$name" -- cat /dev/__properties__/a.b)"
+expect "status of a shell" 3 "$(status_of "$phone" shell --name "$name" -- sh -c 'exit 3')"
+expect "log-dir" "$scratch/kvdx_logs/dmd_log" "$("$phone" log-dir --name "$name")"
+"$phone" shell --name "$name" -- sh -c "touch /data/shell; exec sleep $name" &
+shell_pid=$!
+wait_until [ -e "$scratch/shell" ] || fail "no shell"
+
+# However a phone ends, nothing is left: told to end, with a process in the background and a shell.
+kill -TERM "$phone_pid"
+wait "$phone_pid"
+expect "status after SIGTERM" 143 $?
+wait "$shell_pid"
+expect "status of the shell" 137 $?
+expect_nothing_left SIGTERM
+start_phone -- sh -c "sleep $name & touch /data/ready; wait"
+kill -HUP "$phone_pid"
+wait "$phone_pid"
+expect "status after SIGHUP" 129 $?
+expect_nothing_left SIGHUP
+# The command decides what a signal does.
+start_phone -- sh -c 'trap "exit 5" TERM; touch /data/ready; while :; do sleep 0.01; done'
+kill -TERM "$phone_pid"
+wait "$phone_pid"
+expect "status after a handled SIGTERM" 5 $?
+# The command ends and leaves others, one of them with a session of its own.
+expect "a command with others" 0 "$(status_of "$phone" run --name "$name" -- \
+  sh -c "sleep $name & setsid sleep $name & exit 0")"
+expect_nothing_left "an end with others running"
+# Killed while it runs, and at every moment of its start.
+start_phone -- sh -c "setsid sleep $name & touch /data/ready; wait"
+kill -KILL "$phone_pid"
+{ wait "$phone_pid"; } 2> /dev/null
+expect_nothing_left SIGKILL
+for delay in 0 0.001 0.002 0.003 0.004 0.005 0.006 0.008 0.01; do
+  "$phone" run --name "$name-$delay" -- sleep "$name" > /dev/null 2>&1 &
+  sleep "$delay"
+  kill -KILL $!
+  wait $!
+done 2> /dev/null
+expect_nothing_left "SIGKILL at its start"
+
+# Without root a user namespace does the same. Where there is root, take that away, and give everybody /dev/fuse
+# in mounts that nobody else sees.
+unprivileged="setpriv --reuid=65534 --regid=65534 --clear-groups"
+if [ "$(id -u)" = 0 ] && $unprivileged unshare -Ur true 2> /dev/null; then
+  refused=$(unshare -m sh -c 'mount --bind /dev/null /dev/fuse; mount -o remount,bind,nodev /dev/fuse; "$@"' - \
+    "$phone" run -- true 2>&1)
+  expect "status without /dev/fuse" "125 1" "$? $(echo "$refused" | grep -c "cannot open /dev/fuse")"
+  expect "a user's phone" "0 0 dsm_tp" "$(unshare -m sh -c '
+    mount -t tmpfs none /mnt && mknod -m 666 /mnt/fuse c 10 229 && mount --bind /mnt/fuse /dev/fuse
+    exec "$@"' - $unprivileged "$phone" run --name "$name" -- sh -c '
+      exec 3<> /dev/dsm && echo $(id -u) $(id -g) dsm_tp')"
+  expect_nothing_left "a user's phone"
+fi
+
+[ "$failures" = 0 ] || { echo "test-emulator: $failures failures"; exit 1; }
+echo "test-emulator: all is well"

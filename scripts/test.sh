@@ -1,0 +1,23 @@
+#!/usr/bin/env bash
+# Builds the daemon three times (plain, AddressSanitizer with UndefinedBehaviorSanitizer and the fuzz targets,
+# ThreadSanitizer) and runs all tests of all three.
+set -eu
+cd "$(dirname "$0")/.."
+scripts/setup.sh
+
+jobs=$(nproc)
+build() { # FOLDER CMAKE-OPTION...
+  local folder=$1
+  shift
+  echo "test: building $folder"
+  cmake -S . -B "$folder" -G Ninja "$@" > "$folder.log" 2>&1 || { cat "$folder.log"; exit 1; }
+  cmake --build "$folder" -j "$jobs" > "$folder.log" 2>&1 || { cat "$folder.log"; exit 1; }
+}
+mkdir -p build/all
+build build/plain
+build build/address -DCMAKE_CXX_COMPILER=clang++ -DDMD_SANITIZE=address -DDMD_FUZZ=ON
+build build/thread -DCMAKE_CXX_COMPILER=clang++ -DDMD_SANITIZE=thread
+
+# One run over the three builds, so that one summary counts every test.
+printf 'subdirs("../plain" "../address" "../thread")\n' > build/all/CTestTestfile.cmake
+exec ctest --test-dir build/all -j "$jobs" --output-on-failure "$@"
