@@ -102,7 +102,7 @@ void put_number(char (&out)[ARGUMENT_SIZE], int32_t number) {
 void wake_all(Driver* driver, const Client* client) {
     for (OpenFile& file : driver->files) {
         if (client == nullptr || file.client == client) {
-            driver->wake(&file); break;
+            driver->wake(&file);
         }
     }
 }

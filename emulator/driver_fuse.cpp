@@ -27,8 +27,9 @@ Driver* driver_of(fuse_req_t req) {
     return static_cast<Driver*>(fuse_req_userdata(req));
 }
 
+// FUSE keeps a number for each open file; here it says where the file's record is.
 OpenFile* file_of(const fuse_file_info* info) {
-    return reinterpret_cast<OpenFile*>(info->fh);
+    return reinterpret_cast<OpenFile*>(info->fh);  // NOLINT(performance-no-int-to-ptr)
 }
 
 bool is_device(fuse_ino_t node) {

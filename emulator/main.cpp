@@ -161,13 +161,16 @@ int log_dir(const Choices& choices) {
     throw refusal_errno("cannot run ls");
 }
 
+// Whether the words of the command line run something in a phone.
+bool runs_something(const std::vector<std::string>& words) {
+    return !words.empty() && (words[0] == "boot" || words[0] == "run" || words[0] == "shell");
+}
+
 // What stands after "--" belongs to the command in the phone, whatever it looks like. Takes it from `words`.
 std::vector<std::string> take_command(std::vector<std::string>* words) {
     std::vector<std::string> rest;
-    const bool has_command =
-        !words->empty() && (words->front() == "boot" || words->front() == "run" || words->front() == "shell");
     const auto mark = std::find(words->begin(), words->end(), "--");
-    if (has_command && mark != words->end()) {
+    if (runs_something(*words) && mark != words->end()) {
         rest.assign(mark + 1, words->end());
         words->erase(mark, words->end());
     }
@@ -212,11 +215,7 @@ void fill_standard_descriptors() {
     }
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-    fill_standard_descriptors();
-    std::vector<std::string> words(argv + 1, argv + argc);
+int do_command_line(std::vector<std::string> words) {
     const std::vector<std::string> command_words = take_command(&words);
     Choices choices;
     CLI::App app("Boots and drives a phone on the desk.", "phone");
@@ -250,23 +249,32 @@ int main(int argc, char** argv) {
     if (!command_words.empty()) {
         choices.words = command_words;
     }
-    const bool makes_phone = boot_command->parsed() || run_command->parsed() || shell_command->parsed();
+    if (boot_command->parsed()) {
+        return boot(choices);
+    }
+    if (run_command->parsed()) {
+        return run(choices);
+    }
+    if (shell_command->parsed()) {
+        shell(choices);
+    }
+    if (log_dir_command->parsed()) {
+        return log_dir(choices);
+    }
+    return ask_and_print(app.get_subcommands()[0]->get_name(), choices);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    bool needs_phone = false;
     try {
-        if (boot_command->parsed()) {
-            return boot(choices);
-        }
-        if (run_command->parsed()) {
-            return run(choices);
-        }
-        if (shell_command->parsed()) {
-            shell(choices);
-        }
-        if (log_dir_command->parsed()) {
-            return log_dir(choices);
-        }
-        return ask_and_print(app.get_subcommands()[0]->get_name(), choices);
+        fill_standard_descriptors();
+        const std::vector<std::string> words(argv + 1, argv + argc);
+        needs_phone = runs_something(words);
+        return do_command_line(words);
     } catch (const std::exception& error) {
         print_refusal(error.what());
-        return makes_phone ? STATUS_NO_PHONE : STATUS_FAILED;
+        return needs_phone ? STATUS_NO_PHONE : STATUS_FAILED;
     }
 }

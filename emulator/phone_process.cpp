@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
@@ -134,7 +135,8 @@ int run_first_process(const PhoneOptions& options) {
             return exit_status(status);
         }
         if (ended == driver && exit_status(status) != 0) {
-            print_refusal("the driver server ended with status " + std::to_string(exit_status(status)));
+            const std::string number = std::to_string(exit_status(status));
+            print_refusal(("the driver server ended with status " + number).c_str());
         }
         if (ended <= 0) {
             take_signal(command);
@@ -145,6 +147,17 @@ int run_first_process(const PhoneOptions& options) {
 pid_t clone_with(unsigned long namespaces) {
     // As fork, but with namespaces of its own from the start. glibc's fork has no way to say so.
     return static_cast<pid_t>(syscall(SYS_clone, namespaces | SIGCHLD, nullptr, nullptr, nullptr, nullptr));
+}
+
+// The form that exec takes its words in.
+std::vector<char*> pointers(std::vector<std::string>* words) {
+    std::vector<char*> out;
+    out.reserve(words->size() + 1);
+    for (std::string& word : *words) {
+        out.push_back(word.data());
+    }
+    out.push_back(nullptr);
+    return out;
 }
 
 bool has_other_user_namespace(pid_t pid) {
@@ -251,33 +264,23 @@ void become_command(const std::string& socket_name, const std::vector<std::strin
             variables.emplace_back(*variable);
         }
     }
-    std::vector<char*> environment;
-    for (std::string& variable : variables) {
-        environment.push_back(variable.data());
-    }
-    environment.push_back(nullptr);
     std::vector<std::string> words = command;
-    std::vector<char*> arguments;
-    for (std::string& word : words) {
-        arguments.push_back(word.data());
-    }
-    arguments.push_back(nullptr);
+    std::vector<char*> environment = pointers(&variables);
+    const std::vector<char*> arguments = pointers(&words);
 
     sigprocmask(SIG_SETMASK, &original_mask, nullptr);
     close_range(STDERR_FILENO + 1, ~0U, 0);
     environ = environment.data();
     execvp(arguments[0], arguments.data());
     const int reason = errno;
-    print_refusal(command[0] + " cannot be run in the phone: " + strerror(reason) +
-                  (reason == ENOENT ? " (a folder of the desk is shown there with --bind)" : ""));
+    const std::string line = command[0] + " cannot be run in the phone: " + strerror(reason) +
+                             (reason == ENOENT ? " (a folder of the desk is shown there with --bind)" : "");
+    print_refusal(line.c_str());
     _exit(reason == ENOENT ? STATUS_NOT_FOUND : STATUS_CANNOT_RUN);
 }
 
-void print_refusal(const std::string& line) {
-    const std::string text = "phone: " + line + "\n";
-    if (write(STDERR_FILENO, text.data(), text.size()) < 0) {
-        return;  // nobody is left to be told
-    }
+void print_refusal(const char* line) {
+    dprintf(STDERR_FILENO, "phone: %s\n", line);
 }
 
 }  // namespace phone

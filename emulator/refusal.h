@@ -23,6 +23,6 @@ inline Refusal refusal_errno(const std::string& what) {
 }
 
 // Prints the line on standard error in one piece.
-void print_refusal(const std::string& line);
+void print_refusal(const char* line);
 
 }  // namespace phone

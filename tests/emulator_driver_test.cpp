@@ -83,6 +83,23 @@ bool readable(int fd, int seconds = 0) {
     return select(fd + 1, &set, nullptr, nullptr, seconds < 0 ? nullptr : &timeout) == 1;
 }
 
+// Runs a check in a child process, which is killed when it is not over in ten seconds.
+template <typename Check>
+pid_t start(Check check) {
+    const pid_t child = fork();
+    if (child == 0) {
+        alarm(10);
+        _exit(check() ? 0 : 1);
+    }
+    return child;
+}
+
+// Whether a started check was fulfilled.
+bool fulfilled(pid_t child) {
+    int status = -1;
+    return waitpid(child, &status, 0) == child && status == 0;
+}
+
 // A text that differs at every place from its neighbours'.
 std::string pattern(size_t size) {
     std::string text(size, '\0');
@@ -220,15 +237,17 @@ TEST(EmulatorDriver, ReadinessIsLevelTriggeredOnEveryDescriptor) {
     EXPECT_FALSE(readable(second.get()));
 }
 
-TEST(EmulatorDriver, OneSingleEventWakesWhoSleepsAndNothingElseDoes) {
+TEST(EmulatorDriver, OneSingleEventWakesAllWhoWaitForItAndNobodyElse) {
     const UniqueFd tp = bound("dsm_tp");
+    const UniqueFd also = bound("dsm_tp");
     report_error("dsm_tp", 1, "wait for this one first");
-    const pid_t child = fork();
-    if (child == 0) {
+    const pid_t child = start([&] {
         const bool first = readable(tp.get(), -1) && text_read(tp.get(), 1024) == "wait for this one first";
-        const bool second = readable(tp.get(), -1) && text_read(tp.get(), 1024) == "then for this";
-        _exit(first && second ? 0 : 1);
-    }
+        // The second event has two to wake.
+        const pid_t other = start([&] { return readable(also.get(), -1); });
+        const bool second = readable(tp.get(), -1);
+        return first && second && fulfilled(other) && text_read(tp.get(), 1024) == "then for this";
+    });
     const std::string process = "/.phone/proc/" + std::to_string(child);
     const auto switches = [&] {
         const std::string status = read_file(process + "/status");
@@ -249,23 +268,17 @@ TEST(EmulatorDriver, OneSingleEventWakesWhoSleepsAndNothingElseDoes) {
     }
     EXPECT_EQ(before, switches());
     report_error("dsm_tp", 2, "then for this");
-    int status = -1;
-    ASSERT_EQ(child, waitpid(child, &status, 0));
-    EXPECT_EQ(0, status);
+    EXPECT_TRUE(fulfilled(child));
 }
 
 TEST(EmulatorDriver, AKilledProcessTakesNoPendingErrorWithIt) {
     UniqueFd fd = bound("dsm_tp");
-    const pid_t child = fork();
-    if (child == 0) {
-        readable(fd.get(), -1);
-        pause();
-    }
+    const pid_t child = start([&] { return readable(fd.get(), -1) && pause() == 0; });
     fd.reset();
     EXPECT_EQ("1", phone_do({"bound", "dsm_tp"}));
     report_error("dsm_tp", 1, "before");
     kill(child, SIGKILL);
-    ASSERT_EQ(child, waitpid(child, nullptr, 0));
+    EXPECT_FALSE(fulfilled(child));
     EXPECT_TRUE(wait_until([] { return phone_do({"bound", "dsm_tp"}) == "0"; }));
     report_error("dsm_tp", 2, "after");
     const UniqueFd again = bound("dsm_tp");
@@ -329,14 +342,9 @@ TEST(EmulatorDriver, ADeviceThatGoesAwayFailsAndWakesAndComesBack) {
     const UniqueFd tp = bound("dsm_tp");
     const UniqueFd lcd = bound("dsm_lcd");
     report_error("dsm_tp", 1, "kept");
-    const pid_t child = fork();
-    if (child == 0) {
-        _exit(readable(lcd.get(), -1) && read_error(lcd.get()) == -ENODEV ? 0 : 1);
-    }
+    const pid_t child = start([&] { return readable(lcd.get(), -1) && read_error(lcd.get()) == -ENODEV; });
     phone_do({"gone"});
-    int status = -1;
-    ASSERT_EQ(child, waitpid(child, &status, 0));
-    EXPECT_EQ(0, status);
+    EXPECT_TRUE(fulfilled(child));
     EXPECT_FALSE(open_device().valid());
     EXPECT_EQ(ENODEV, errno);
     EXPECT_EQ(-ENODEV, ask(tp.get(), BIND, "dsm_tp"));
@@ -349,14 +357,9 @@ TEST(EmulatorDriver, ADeviceThatGoesAwayFailsAndWakesAndComesBack) {
 
 TEST(EmulatorDriver, ADeadDriverFailsEverythingAndHangsNothing) {
     const UniqueFd tp = bound("dsm_tp");
-    const pid_t child = fork();
-    if (child == 0) {
-        _exit(readable(tp.get(), -1) ? 0 : 1);
-    }
+    const pid_t child = start([&] { return readable(tp.get(), -1); });
     phone_do({"die"});
-    int status = -1;
-    ASSERT_EQ(child, waitpid(child, &status, 0));
-    EXPECT_EQ(0, status);
+    EXPECT_TRUE(fulfilled(child));
     EXPECT_FALSE(open_device().valid());
     EXPECT_EQ(-ENOTCONN, ask(tp.get(), ERROR));
     EXPECT_EQ(-ENOTCONN, read_error(tp.get()));
