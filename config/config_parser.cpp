@@ -35,8 +35,8 @@ ssize_t read_text(int fd, char* text) {
 // The length of the text to parse. Where a file goes on beyond what was read, the line that the cut falls
 // into is left out: half a line is neither a broken file nor a shorter number.
 size_t whole_lines(int fd, const char* text, size_t got) {
-    struct stat status = {};
-    if (got < MAX_CONFIG_BYTES || (fstat(fd, &status) == 0 && status.st_size == static_cast<off_t>(got))) {
+    char next = '\n';
+    if (got < MAX_CONFIG_BYTES || pread(fd, &next, 1, static_cast<off_t>(got)) != 1 || next == '\n') {
         return got;
     }
     for (size_t length = got; length > 0; --length) {
@@ -111,11 +111,13 @@ int parse_config_file(const char* path) {
     if (path == nullptr) {
         path = DEFAULT_CONFIG_FILE;
     }
-    // Non-blocking, so that a pipe given as the file cannot hold up start-up for ever; it then counts as
-    // empty, or as unreadable, until somebody has written into it. A directory is unreadable.
+    // Non-blocking, so that a pipe in the file's place cannot hold up start-up for ever. It is refused, for
+    // what somebody may still write into it would go unread.
     const UniqueFd file(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-    if (!file.valid()) {
-        LOG_M("Unable to open config file %s, err_info:%s\n", path, strerror(errno));
+    struct stat status = {};
+    const bool is_pipe = file.valid() && fstat(file.get(), &status) == 0 && S_ISFIFO(status.st_mode);
+    if (!file.valid() || is_pipe) {
+        LOG_M("Unable to open config file %s, err_info:%s\n", path, strerror(is_pipe ? ESPIPE : errno));
         return -1;
     }
     if (parse_config(&setting_list, file.get()) != 0) {

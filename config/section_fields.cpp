@@ -4,6 +4,7 @@
 #include <strings.h>
 
 #include <cstdlib>
+#include <cstring>
 
 #include "config/value_readers.h"
 #include "daemon/log.h"
@@ -23,14 +24,14 @@ const config_field config_field_table[FIELD_NONE] = {
 
 namespace {
 
-// The trigger array of a section, in the layout of its algo_type.
+// The trigger array of a section.
 struct trigger_array {
     int32_t& count;
     trigger_info*& slots;
 };
 
 trigger_array triggers_of(setting_info* setting) {
-    if (setting->algo_type == ALGO_POLL) {
+    if (setting->server_part == ALGO_POLL) {
         return {setting->poll.num_triggers, setting->poll.triggers};
     }
     return {setting->listen.num_triggers, setting->listen.triggers};
@@ -150,11 +151,14 @@ const char* read_action(const section_reader& reader) {
     if (slot == nullptr) {
         return reader.kind.no_open_slot;
     }
-    // A line without a single action leaves no trigger that could run half-written ones.
-    slot->action_num = parse_action_values(reader.body, slot->actions);
-    if (slot->action_num < 1) {
+    // A line without a single action leaves the trigger as it was, complete or not.
+    action_config actions[MAX_ACTIONS] = {};
+    const int count = parse_action_values(reader.body, actions);
+    if (count < 1) {
         return "Ivalid error action filed!\n";
     }
+    memcpy(slot->actions, actions, sizeof actions);
+    slot->action_num = count;
     return nullptr;
 }
 
@@ -242,12 +246,13 @@ const config_field* find_field(const char* word) {
 }
 
 void set_algo(setting_info* setting, int32_t algo_type) {
-    if (algo_type == setting->algo_type) {
+    setting->algo_type = algo_type;
+    if (algo_type == ALGO_UNKNOWN || algo_type == setting->server_part) {
         return;
     }
     // No server runs yet that could hold the dropped array.
     free(triggers_of(setting).slots);
-    setting->algo_type = algo_type;
+    setting->server_part = static_cast<char>(algo_type);
     if (algo_type == ALGO_POLL) {
         setting->poll = {};
     } else {

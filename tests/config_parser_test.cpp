@@ -237,6 +237,14 @@ TEST(ConfigParser, RepeatedSections) {
         {"and back again, over an unknown one",
          POLL + "sampling_period 3\nnum_triggers 1\naction a+0\n[s]algo_type x\n[s]algo_type listen\n",
          "s listen c///", "[M/parse_algo] Unknown algo 'x'\n"},
+        {"an unknown one ends only its own occurrence",
+         first + "[s]algo_type x\ndevice_name f\n[s]algo_type listen\nic_name i\n",
+         "s listen c/d/i/ 2{1  a+0; 2  a+1}", "[M/parse_algo] Unknown algo 'x'\n"},
+        {"so does an action line without an action", first + "[s]\nalgo_type listen\naction +\n",
+         "s listen c/d// 2{1  a+0; 2  a+1}",
+         "[M/parse_action_values] Invalid action config. Please attention ...\n"
+         "[M/parse_listen_section] Ivalid error action filed!\n" +
+             LISTEN_FAILED},
         {"a long name is cut, also in its repetition",
          long_name + "algo_type poll\n" + long_name + "algo_type poll\nclient_name c",
          "0123456789012345678901234567890 poll@0 c///"},
@@ -250,9 +258,9 @@ TEST(ConfigParser, CutsLongFiles) {
     const string last = "action a+23 b+1\n[t]algo_type poll\n";
     for (size_t fits = 0; fits <= last.size(); ++fits) {
         const string text = section + string(MAX_CONFIG_BYTES - section.size() - fits, '\n') + last + "\n";
-        const char* records = fits < 16            ? "s listen c/// 1{-}"
-                              : fits < last.size() ? "s listen c/// 1{5  a+23 b+1}"
-                                                   : "t poll@0 /// | s listen c/// 1{5  a+23 b+1}";
+        const char* records = fits < 15                ? "s listen c/// 1{-}"
+                              : fits < last.size() - 1 ? "s listen c/// 1{5  a+23 b+1}"
+                                                       : "t poll@0 /// | s listen c/// 1{5  a+23 b+1}";
         check({std::to_string(fits), text, records});
     }
     const string tail = "ic_name x";
@@ -308,7 +316,8 @@ TEST(ConfigFile, WhatCannotBeRead) {
               (Lines{"[M/parse_config] Loading  configuration file...",
                      "[M/parse_config] Failed to read config file",
                      string("[M/parse_config_file] Failed to parse config file ") + folder + "."}));
-    EXPECT_EQ(parse_config_file(pipe.c_str()), 0);  // nobody writes into it
+    EXPECT_EQ(parse_config_file(pipe.c_str()), -1);  // nobody writes into it
+    EXPECT_TRUE(log.has("Unable to open config file " + pipe + ", err_info:Illegal seek"));
     EXPECT_EQ(parse_config_file(broken.c_str()), -1);
     EXPECT_TRUE(log.has("Failed to parse config file " + broken + "."));
     EXPECT_EQ(show_all(setting_list), "a poll@0 c///");

@@ -20,11 +20,11 @@ inline int open_text(const char* text, size_t size) {
 }
 
 inline int32_t trigger_count(const setting_info& setting) {
-    return setting.algo_type == ALGO_POLL ? setting.poll.num_triggers : setting.listen.num_triggers;
+    return setting.server_part == ALGO_POLL ? setting.poll.num_triggers : setting.listen.num_triggers;
 }
 
 inline trigger_info* trigger_slots(const setting_info& setting) {
-    return setting.algo_type == ALGO_POLL ? setting.poll.triggers : setting.listen.triggers;
+    return setting.server_part == ALGO_POLL ? setting.poll.triggers : setting.listen.triggers;
 }
 
 inline void free_settings(setting_info* head) {
