@@ -194,7 +194,7 @@ struct group* read_group_entry(int fd) {
 }
 
 struct passwd* getpwuid(uid_t uid) {
-    const UniqueFd file(open("/etc/passwd", O_RDONLY | O_CLOEXEC));
+    const UniqueFd file(open("/etc/passwd", O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     if (!file.valid()) {
         return nullptr;
     }
@@ -206,7 +206,7 @@ struct passwd* getpwuid(uid_t uid) {
 }
 
 struct group* getgrgid(gid_t gid) {
-    const UniqueFd file(open("/etc/group", O_RDONLY | O_CLOEXEC));
+    const UniqueFd file(open("/etc/group", O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     if (!file.valid()) {
         return nullptr;
     }

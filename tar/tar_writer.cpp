@@ -179,12 +179,11 @@ bool copy_data(int tar_fd, int file, uint64_t size, bool* intact) {
     return write_zeros(tar_fd, remaining + padding);
 }
 
-// Takes away what a write error left half written, so that what follows stands on its block. Archives that
-// cannot be cut (start is -1, or the call fails) stay as they are.
-void cut_archive(int tar_fd, off_t start) {
-    if (start >= 0 && ftruncate(tar_fd, start) == 0) {
-        lseek(tar_fd, start, SEEK_SET);
-    }
+// Takes away what a write error left half written, so that what follows stands on its block. Behind what
+// cannot be taken away nothing more is written: readers would lose their place there.
+void cut_archive(tb_info* info, off_t start) {
+    info->broken =
+        start < 0 || ftruncate(info->tar_fd, start) != 0 || lseek(info->tar_fd, start, SEEK_SET) != start;
 }
 
 // write_file_to_tarball as an action of the walker.
@@ -210,7 +209,11 @@ int write_file_to_tarball(const char* path, const struct stat* status, tb_info* 
         LOG_M("Removing leading '/' from member names");
     }
     if (strlen(path) > MAX_PATH_LENGTH || *member_name == '\0') {
+        info->hard_links.drop_down_to(earlier_links);  // other names of it have no member to point at
         return 1;
+    }
+    if (info->broken) {
+        return 0;
     }
 
     UniqueFd file;
@@ -219,7 +222,7 @@ int write_file_to_tarball(const char* path, const struct stat* status, tb_info* 
         file = open_member(path, status);
         if (!file.valid()) {
             LOG_M("%s: Cannot open: %s", path, strerror(errno));
-            info->hard_links.drop_down_to(earlier_links);  // other names of it have no member to point at
+            info->hard_links.drop_down_to(earlier_links);
             return 0;
         }
     }
@@ -230,7 +233,7 @@ int write_file_to_tarball(const char* path, const struct stat* status, tb_info* 
         written = copy_data(info->tar_fd, file.get(), status->st_size, &intact);
     }
     if (!written) {
-        cut_archive(info->tar_fd, start);
+        cut_archive(info, start);
         info->hard_links.drop_down_to(earlier_links);
     }
     return written && intact;
@@ -252,6 +255,11 @@ int write_tar_file(const char* archive_path, char** operands) {
         LOG_M("stat %d tb_info.tar_fd failed.", info.tar_fd);
         return -1;
     }
+    if (S_ISFIFO(info.archive_status.st_mode)) {
+        // Its reader might stop, and an archive cannot be mended there.
+        LOG_M("Error opening '%s'stderr:%s.\n", archive_path, strerror(ESPIPE));
+        return ERROR_OPEN;
+    }
     bool complete = true;
     for (char** operand = operands; *operand != nullptr; operand++) {
         if (!recursive_action(*operand, 1, 0, 0, write_member, write_member, &info)) {
@@ -260,8 +268,10 @@ int write_tar_file(const char* archive_path, char** operands) {
     }
     // An archive without its end, or that the file system did not take, is not complete either.
     const off_t end = lseek(info.tar_fd, 0, SEEK_CUR);
-    if (!write_zeros(info.tar_fd, TAR_END_SIZE)) {
-        cut_archive(info.tar_fd, end);
+    if (info.broken) {
+        complete = false;
+    } else if (!write_zeros(info.tar_fd, TAR_END_SIZE)) {
+        cut_archive(&info, end);
         complete = false;
     }
     if (archive.reset() != 0) {

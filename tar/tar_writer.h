@@ -11,6 +11,7 @@ struct tb_info {
     struct stat archive_status;  // the archive's own status, right after it was opened
     HardLinkList hard_links;
     const hl_info* current_hard_link;  // the record that matched the member being written, or null
+    bool broken;                       // something half written stands at its end and cannot be taken away
 };
 
 // Writes an archive of `operands`, a null-terminated list of paths, each with everything below it. Returns 1

@@ -16,6 +16,9 @@ static_assert(OCTAL_TEXT_SIZE >= static_cast<int>(sizeof(ustar_header::size)));
 
 int format_octal_field(char* field, int width, unsigned long value) {
     char text[OCTAL_TEXT_SIZE];
+    if (width < 1 || width > OCTAL_TEXT_SIZE) {
+        return 0;
+    }
     const int digits = static_cast<int>(format_text(text, sizeof text, "%0*lo", width - 1, value));
     if (digits > width + 1) {
         return 0;

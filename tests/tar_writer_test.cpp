@@ -135,6 +135,8 @@ TEST(TarWriter, GoesOnBehindWhatItCannotArchive) {
     ASSERT_EQ(0, mkfifo("/data/fifo", 0600));
     EXPECT_EQ(-13, archive_paths("/data/fifo", {"/data/t"})) << "must not wait for a reader";
     EXPECT_TRUE(log.has("[M/write_tar_file] Error opening '/data/fifo'stderr:No such device or address."));
+    const UniqueFd reader(open("/data/fifo", O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    EXPECT_EQ(-13, archive_paths("/data/fifo", {"/data/t"})) << "nor for one that stops reading";
 }
 
 // What happens between a file's status and its data, in one archive.
