@@ -34,17 +34,19 @@ int dsm_request(int fd, unsigned int request, dsm_argument* argument) {
 }
 
 int bind_client_fd(const char* name) {
+    char client_name[DSM_ARGUMENT_SIZE + 1];  // the field that `name` stands in may be full
+    copy_text(client_name, name);
     UniqueFd fd;
-    const int result = open_and_bind(__func__, name, &fd);
+    const int result = open_and_bind(__func__, client_name, &fd);
     if (!fd.valid()) {
         return result;
     }
     if (result != 0) {
-        LOG_M("can't bind client %s\n", name);
+        LOG_M("can't bind client %s\n", client_name);
         // A positive refusal must not pass for a descriptor.
         return result < 0 ? result : -1;
     }
-    LOG_D("bind client %s success\n", name);
+    LOG_D("bind client %s success\n", client_name);
     return fd.release();
 }
 

@@ -26,17 +26,16 @@ int open_with_mode(const char* path, int flags) {
     constexpr char name[] = "open_output_file";
     // Commands that the daemon runs must not inherit its files.
     UniqueFd fd(open(path, flags | O_CLOEXEC, FILE_MODE));
-    const char* failed = nullptr;
+    int reason;
     if (!fd.valid()) {
-        failed = "open";
+        reason = errno;
+        LOG_M_AS(name, "unable to open %s - %s\n", path, strerror(reason));
     } else if (chmod(path, FILE_MODE) != 0) {
-        failed = "change";
-    }
-    if (failed == nullptr) {
+        reason = errno;
+        LOG_M_AS(name, "unable to change %s - %s\n", path, strerror(reason));
+    } else {
         return fd.release();
     }
-    const int reason = errno;
-    LOG_M_AS(name, "unable to %s %s - %s\n", failed, path, strerror(reason));
     fd.reset();
     errno = reason;
     return -1;

@@ -3,7 +3,6 @@
 
 #include <pthread.h>
 #include <sys/select.h>
-#include <unistd.h>
 
 #include <cstdlib>
 #include <memory>
@@ -22,8 +21,8 @@ namespace {
 // The result of a device description request that is not one.
 constexpr int UNKNOWN_REQUEST = -22;
 
-// Pause after a wait that brought nothing from the driver although it said there was something.
-constexpr unsigned int IDLE_PAUSE_SECONDS = 1;
+// How long a descriptor rests that the driver says is ready, but that brought nothing.
+constexpr time_t REST_SECONDS = 1;
 
 Mutex lclient_lock;
 Condition lclient_cond;  // a record was added
@@ -110,19 +109,6 @@ void watch_client(const char* name, dmd_client* client, fd_set* watched) {
     FD_SET(linked->fd, watched);
 }
 
-void listen_client_init(fd_set* watched) {
-    FD_ZERO(watched);
-    const int count = get_client_count();
-    for (int i = 0; i < count; ++i) {
-        dmd_client* const client = get_client_by_index(i);
-        if (client == nullptr) {
-            LOG_M("dclient is NULL pointer.\n");
-            continue;
-        }
-        watch_client(__func__, client, watched);
-    }
-}
-
 lclient* find_lclient(int fd) {
     const MutexLock lock(lclient_lock);
     lclient* record = lclient_list;
@@ -166,6 +152,18 @@ void handle_error(const char* name, const lclient& record) {
     }
     LOG_M_AS(name, "%s has error (%d) reported\n", client_name(record), error_no);
     run_actions(name, *trigger);
+}
+
+// Waits for the watched descriptors other than the resting ones; no longer than these rest.
+void rest(const fd_set& watched, const fd_set& resting) {
+    fd_set others = watched;
+    for (int fd = 0; fd < FD_SETSIZE; ++fd) {
+        if (FD_ISSET(fd, &resting)) {
+            FD_CLR(fd, &others);
+        }
+    }
+    timeval limit = {REST_SECONDS, 0};
+    select(FD_SETSIZE, &others, nullptr, nullptr, &limit);
 }
 
 void wait_for_client(const char* name) {
@@ -219,6 +217,19 @@ int lclient_get_error(const lclient* record) {
     return error_no;
 }
 
+void listen_client_init(fd_set* watched) {
+    FD_ZERO(watched);
+    const int count = get_client_count();
+    for (int i = 0; i < count; ++i) {
+        dmd_client* const client = get_client_by_index(i);
+        if (client == nullptr) {
+            LOG_M("dclient is NULL pointer.\n");
+            continue;
+        }
+        watch_client(__func__, client, watched);
+    }
+}
+
 void* listen_server(void* /*argument*/) {
     fd_set watched;
     listen_client_init(&watched);
@@ -243,10 +254,10 @@ void* listen_server(void* /*argument*/) {
             }
             handle_error(__func__, *record);
         }
-        // A dead driver, or a trigger whose actions do not read the client, leaves its descriptor ready: the
-        // thread then waits instead of spinning, and goes on as soon as there is something to read.
+        // A dead driver, or a trigger whose actions do not read the client, leaves its descriptor ready. The
+        // thread does not spin on it.
         if (dsm_texts_handed_over() == handed_over) {
-            sleep(IDLE_PAUSE_SECONDS);
+            rest(watched, ready);
         }
     }
 }

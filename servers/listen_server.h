@@ -1,6 +1,8 @@
 // The listen server: waits for errors on the clients that have a listen section.
 #pragma once
 
+#include <sys/select.h>
+
 #include <cstdint>
 
 #include "clients/client.h"
@@ -21,6 +23,10 @@ int dmd_listen_server_init();
 
 // Entry of the listen thread; its argument is not used. Returns only when select fails.
 void* listen_server(void* argument);
+
+// Sets up every registered client that has a listen section and puts its descriptor into `watched`, which is
+// emptied first. A client that cannot be set up is logged and left out.
+void listen_client_init(fd_set* watched);
 
 // Asks the driver for one of the client's names (a request of the DSM_IOCTL_GET_..._NAME kind) and stores it
 // in the registry's record, whose lock it takes. 0, what the driver answered when that is not 0, -22 for

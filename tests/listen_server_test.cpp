@@ -164,6 +164,31 @@ TEST(ListenServer, RefusesADescriptorThatSelectCannotWatch) {
     EXPECT_TRUE(log.has("dsm_tp finish dump"));
 }
 
+TEST(ListenServer, AnErrorNumberThatCannotBeReadIsZero) {
+    LogCapture log;
+    start_listening(section("dsm_tp", "num_triggers 1\n" + trigger(0, "dsm_tp+0")));
+    ASSERT_TRUE(log.wait_for("Enter select"));
+    phone_do({"answer", "dsm_tp", "error", "-5", "1"});
+    report_error("dsm_tp", 20002, "reported as 0");
+    ASSERT_TRUE(log.wait_for("Enter select", 2));
+    EXPECT_TRUE(log.has("[M/lclient_get_error] dsm_tp get client error failed -1"));
+    EXPECT_EQ(1, count_of(read_file(RECORD), "[Error no]:00\n"));
+    EXPECT_EQ(1, count_of(read_file(RECORD), "reported as 0"));
+}
+
+TEST(ListenServer, AStuckClientDelaysNoOther) {
+    LogCapture log;
+    start_listening(section("dsm_tp", "num_triggers 1\n" + trigger(7, "dsm_lcd+0")) +
+                    section("dsm_key", "num_triggers 1\n" + trigger(1, "dsm_key+0")));
+    ASSERT_TRUE(log.wait_for("Enter select"));
+    report_error("dsm_tp", 7, "only dsm_lcd is dumped");
+    ASSERT_TRUE(log.wait_for("dsm_tp has error (7) reported", 3));
+    const int passes = log.count("Enter select");
+    EXPECT_GE(seconds_slept(), static_cast<unsigned int>(passes) - 2);
+    report_error("dsm_key", 1, "key");
+    EXPECT_TRUE(wait_until([] { return count_of(read_file(RECORD), "[Content]:\nkey") == 1; }));
+}
+
 // What leaves the driver ready for ever must neither spin the thread nor lose the reports that come later.
 TEST(ListenServer, WaitsWhileTheDriverBringsNothing) {
     struct {
