@@ -2,7 +2,7 @@
 # Builds the daemon and shows the road of one error on an emulated phone: first on a debug build, then on a
 # commercial one. Ends by itself; the exit status is 0 only when everything that it should show was there.
 set -eu
-cd "$(dirname "$0")/.."
+cd -- "$(dirname -- "$(realpath -- "$0")")/.."
 scripts/setup.sh
 
 build=build/plain
@@ -49,16 +49,17 @@ boot() { # KIND OPTION: boots a phone with the shipped sample configuration
   echo "<6>[   12.345678] touch: irq 17 without data" > "$data/android_logs/kmsgcat-log"
   : > "$log"
   say "Booting a $1 build with the sample configuration; the daemon's log goes to $log"
-  "$build/phone" boot --name "$name" "$2" --data "$data" > "$work/$1.banner" 2> "$log" < /dev/null &
+  "$build/phone" boot --name "$name" "$2" --data "$data" > "$work/$1.banner" 2> "$log" < /dev/null 9>&- &
   phone_pid=$!
   wait_for_log "[M/listen_server] Enter select" 1
-  grep -F "default-client total" "$log"
+  show_line "$log" "default-client total: 46 ret = 0"
 }
 
 report() { # TIMES TEXT: the driver reports error 20002 of dsm_tp, and the daemon deals with it
   say "The driver of dsm_tp reports error 20002: $2"
   phone report --name "$name" dsm_tp 20002 "$2"
   wait_for_log "[M/listen_server] Enter select" $(($1 + 1))
+  expect_in "$log" "[M/listen_server] dsm_tp has error (20002) reported"
   grep -F "[M/listen_server] dsm_tp has error (20002) reported" "$log" | tail -n 1
 }
 
@@ -66,11 +67,22 @@ expect_in() { # FILE TEXT
   grep -q -F -- "$2" "$1" || missing "\"$2\" in $1"
 }
 
+show_line() { # FILE TEXT: shows the lines that hold it
+  grep -F -- "$2" "$1" || missing "\"$2\" in $1"
+}
+
+show_upload() { # what the description of the latest upload must say
+  show "The upload description" "$reports/apr_info.txt"
+  expect_in "$reports/apr_info.txt" "device_name	touch_panel"
+  expect_in "$reports/apr_info.txt" "error_no	20002"
+}
+
 say "Building in $build (the first time takes a minute)"
-mkdir -p "$build"
+mkdir -p "$build" "$work"
+exec 9> build/lock
+flock -n 9 || { echo "demo: another test or demo of this checkout is running" >&2; exit 1; }
 { cmake -S . -B "$build" -G Ninja && cmake --build "$build"; } > $build/build.log 2>&1 ||
   { tail -n 40 $build/build.log; exit 1; }
-mkdir -p "$work"
 
 boot debug --debug-build
 report 1 "touch controller does not answer"
@@ -86,23 +98,28 @@ if [ -n "$archive" ] && tar -tvzf "$archive" > "$work/listing"; then
 else
   missing "a readable dump archive of error 20002"
 fi
-show "The upload description" "$reports/apr_info.txt"
+show_upload
 say "The exception log entry"
 in_phone cat /dev/log/exception | tee "$work/exception"
 expect_in "$work/exception" "archive -i /data/kvdx_logs/dmd_log/dmd_dump_20002_"
 end_phone
 
 boot commercial --commercial
+# The daemon removes the commercial record with the phone's rm once it has filed it. This phone's rm shows what it
+# removes first, or it would be gone before anybody could look.
+in_phone sh -c 'printf "#!/bin/sh\ncat \"\$1\" >> /data/removed\nexec /bin/rm \"\$1\"\n" > /system/bin/rm && chmod 755 /system/bin/rm'
 report 1 "touch controller does not answer"
 report 2 "touch controller does not answer again"
 show "Both reports in the rolling record" "$reports/dmd_record_0.txt"
 [ "$(grep -c -F "[Error no]:20002" "$reports/dmd_record_0.txt")" -eq 2 ] || missing "two reports in the record"
-say "The commercial record: filed for upload once a day for each error number, then removed"
+show "The commercial record: made once a day for each error number" "$data/removed"
+[ "$(grep -c -F "[Error no]:20002" "$data/removed")" -eq 1 ] || missing "exactly one commercial record"
+[ ! -e "$reports/dmd_commercial_record.txt" ] || missing "the end of the commercial record"
+say "The exception log entry"
 in_phone cat /dev/log/exception | tee "$work/exception"
-grep -F "dmd_commercial_record.txt" "$log"
 [ "$(grep -c -F "archive -i /data/kvdx_logs/dmd_log/dmd_commercial_record.txt" "$work/exception")" -eq 1 ] ||
   missing "exactly one upload request for the commercial record"
-show "The upload description" "$reports/apr_info.txt"
+show_upload
 say "The output directory: no archive on a commercial build"
 ls "$reports"
 if ls "$reports"/dmd_dump_* > /dev/null 2>&1; then

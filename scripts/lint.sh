@@ -2,7 +2,7 @@
 # Checks the format of every source and runs clang-tidy over the daemon's and the emulator's. Needs
 # clang-format and clang-tidy, and a configured build in build/address (scripts/test.sh makes one).
 set -eu
-cd "$(dirname "$0")/.."
+cd -- "$(dirname -- "$(realpath -- "$0")")/.."
 git ls-files '*.cpp' '*.h' | xargs clang-format --dry-run --Werror
 git ls-files '*.cpp' | grep -v '^tests/' |
   xargs -P "$(nproc)" -n 4 clang-tidy -p build/address --quiet

@@ -2,7 +2,7 @@
 # Makes sure that what building and testing needs is there: installs what is missing from Debian's packages
 # when it may, and otherwise says in one line what to install. Quiet when nothing is missing.
 set -u
-cd "$(dirname "$0")/.."
+cd -- "$(dirname -- "$(realpath -- "$0")")/.."
 
 have() { command -v "$1" > /dev/null 2>&1; }
 header() { echo "#include <$1>" | ${CXX:-c++} -std=c++17 -E -x c++ ${2:-} - > /dev/null 2>&1; }

@@ -5,8 +5,9 @@ set -u
 phone=$(realpath "$1")
 # A number, so that it can also stand in the arguments of every sleep that is run here.
 name=$((1000000 + $$))
-scratch=$(mktemp -d)
-trap 'rm -rf "$scratch"' EXIT
+scratch=$(mktemp -d "$(dirname "$phone")/emulator.XXXXXX") || exit 1
+trap 'pkill -KILL -f "run --name $name"; rm -rf "$scratch"' EXIT
+trap 'exit 1' HUP INT TERM
 mounts=$(cat /proc/self/mountinfo)
 failures=0
 

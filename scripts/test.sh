@@ -2,7 +2,7 @@
 # Builds the daemon three times (plain, AddressSanitizer with UndefinedBehaviorSanitizer and the fuzz targets,
 # ThreadSanitizer) and runs all tests of all three.
 set -eu
-cd "$(dirname "$0")/.."
+cd -- "$(dirname -- "$(realpath -- "$0")")/.."
 scripts/setup.sh
 
 jobs=$(nproc)
@@ -14,10 +14,12 @@ build() { # FOLDER CMAKE-OPTION...
   cmake --build "$folder" -j "$jobs" > "$folder.log" 2>&1 || { cat "$folder.log"; exit 1; }
 }
 mkdir -p build/all
+exec 9> build/lock
+flock -n 9 || { echo "test: another test or demo of this checkout is running" >&2; exit 1; }
 build build/plain
 build build/address -DCMAKE_CXX_COMPILER=clang++ -DDMD_SANITIZE=address -DDMD_FUZZ=ON
 build build/thread -DCMAKE_CXX_COMPILER=clang++ -DDMD_SANITIZE=thread
 
 # One run over the three builds, so that one summary counts every test.
 printf 'subdirs("../plain" "../address" "../thread")\n' > build/all/CTestTestfile.cmake
-exec ctest --test-dir build/all -j "$jobs" --output-on-failure "$@"
+exec ctest --no-tests=error --test-dir build/all -j "$jobs" --output-on-failure "$@"

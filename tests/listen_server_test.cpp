@@ -141,7 +141,9 @@ TEST(ListenServer, WithoutASectionItWaitsForGood) {
 
 TEST(ListenServer, RefusesADescriptorThatSelectCannotWatch) {
     const rlimit limit = {4096, 4096};
-    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &limit));
+    if (setrlimit(RLIMIT_NOFILE, &limit) != 0) {
+        GTEST_SKIP() << "this user may not open as many descriptors";
+    }
     LogCapture log;
     set_commercial(true);
     ASSERT_EQ(0, dmd_client_init());
