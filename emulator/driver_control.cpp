@@ -43,7 +43,11 @@ Client* client_in(ControlState* state, const std::string& name) {
 std::string do_report(ControlState* state, const Words& words) {
     Client* client = client_in(state, words[1]);
     if (!driver_report(&state->driver, client, number_in<int32_t>(words[2], "the error"), words[3])) {
-        throw Refusal("the driver's queue for " + client->name + " is full");
+        const std::string what = client->pending.size() >= PENDING_MAX
+                                     ? std::to_string(PENDING_MAX) + " errors of " + client->name + " wait"
+                                     : "the texts of all clients together would be more than " +
+                                           std::to_string(PENDING_BYTES_MAX) + " bytes";
+        throw Refusal("the driver is full, " + what + ": let a program read them, or boot another phone");
     }
     return "";
 }
@@ -154,6 +158,10 @@ std::string do_log_dir(ControlState* state, const Words&) {
     return state->log_dir;
 }
 
+std::string do_build_dir(ControlState* state, const Words&) {
+    return state->build_dir;
+}
+
 struct Row {
     const char* name;
     size_t least;  // words after the name
@@ -178,6 +186,7 @@ constexpr Row ROWS[] = {
     {"die", 0, 0, "", do_die},
     {"property", 1, 2, "NAME [VALUE]", do_property},
     {"log-dir", 0, 0, "", do_log_dir},
+    {"build-dir", 0, 0, "", do_build_dir},
 };
 
 }  // namespace

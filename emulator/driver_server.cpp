@@ -50,15 +50,9 @@ void accept_connection(int listen_fd, std::list<Connection>* connections) {
     connections->push_back({std::move(fd), ""});
 }
 
-// What the server listens on.
-struct Doors {
-    int fuse_fd;
-    int listen_fd;
-};
-
 // Does a complete request and answers it; answers are short, so one that does not fit at once is for a peer
 // that is not listening.
-void answer(ControlState* state, Doors doors, const Connection& connection) {
+void answer(ControlState* state, const ServerOptions& doors, const Connection& connection) {
     const std::string_view message = std::string_view(connection.received).substr(WIRE_LENGTH_SIZE);
     Words words;
     Words reply;
@@ -83,7 +77,7 @@ void answer(ControlState* state, Doors doors, const Connection& connection) {
 }
 
 // Takes what a connection has sent. False when the connection is over.
-bool serve_connection(ControlState* state, Doors doors, Connection* connection) {
+bool serve_connection(ControlState* state, const ServerOptions& doors, Connection* connection) {
     static std::vector<char> buffer(RECEIVE_SIZE);
     const ssize_t count = recv(connection->fd.get(), buffer.data(), buffer.size(), 0);
     if (count < 0) {
@@ -109,12 +103,14 @@ bool serve_connection(ControlState* state, Doors doors, Connection* connection) 
     return false;
 }
 
-void serve(Doors doors, ControlState* state) {
+void serve(const ServerOptions& doors, ControlState* state) {
     fuse_session* const session = start_driver_session(&state->driver, doors.fuse_fd);
     std::list<Connection> connections;
     std::vector<pollfd> polls;
+    // Who asks earlier waits: an answer says that the phone is whole.
+    int door_fd = doors.placed_fd;
     for (;;) {
-        polls.assign({{doors.fuse_fd, POLLIN, 0}, {doors.listen_fd, POLLIN, 0}});
+        polls.assign({{doors.fuse_fd, POLLIN, 0}, {door_fd, POLLIN, 0}});
         for (const Connection& connection : connections) {
             polls.push_back({connection.fd.get(), POLLIN, 0});
         }
@@ -132,8 +128,10 @@ void serve(Doors doors, ControlState* state) {
             const bool stays = polls[i].revents == 0 || serve_connection(state, doors, &*connection);
             connection = stays ? std::next(connection) : connections.erase(connection);
         }
-        if (polls[1].revents != 0) {
+        if (polls[1].revents != 0 && door_fd == doors.listen_fd) {
             accept_connection(doors.listen_fd, &connections);
+        } else if (polls[1].revents != 0) {
+            door_fd = doors.listen_fd;
         }
     }
 }
@@ -163,13 +161,14 @@ int listen_for_control(const std::string& socket_name) {
     return fd.release();
 }
 
-void run_driver_server(int fuse_fd, int listen_fd, const std::string& log_dir) {
+void run_driver_server(const ServerOptions& options) {
     // A session of its own: Ctrl-C on the phone's terminal is not for the drivers.
     setsid();
     try {
         ControlState state;
-        state.log_dir = log_dir;
-        serve({fuse_fd, listen_fd}, &state);
+        state.log_dir = options.log_dir;
+        state.build_dir = options.build_dir;
+        serve(options, &state);
     } catch (const std::exception& error) {
         print_refusal(error.what());
         _exit(STATUS_NO_PHONE);

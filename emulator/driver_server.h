@@ -8,8 +8,17 @@ namespace phone {
 // An abstract, listening socket of that name. Throws Refusal, also when another phone has it.
 int listen_for_control(const std::string& socket_name);
 
-// Serves the driver on a mounted FUSE descriptor, and control requests on a listening socket, until one of
-// them says that it is over. `log_dir` is what the request of that name answers.
-[[noreturn]] void run_driver_server(int fuse_fd, int listen_fd, const std::string& log_dir);
+// What the server works with.
+struct ServerOptions {
+    int fuse_fd;            // a mounted FUSE descriptor
+    int listen_fd;          // the control socket
+    int placed_fd;          // a pipe whose other end is closed when the phone is whole
+    std::string log_dir;    // what the request of that name answers
+    std::string build_dir;  // likewise
+};
+
+// Serves the driver, and control requests as soon as the phone is whole, until one of them says that it is
+// over.
+[[noreturn]] void run_driver_server(const ServerOptions& options);
 
 }  // namespace phone

@@ -28,6 +28,9 @@ constexpr char DEFAULT_NAME[] = "phone";
 constexpr char PHONE_LOG_DIR[] = "/data/kvdx_logs/dmd_log";
 constexpr uint64_t DATA_SIZE_MAX = uint64_t{1} << 40;
 constexpr int STATUS_FAILED = 1;
+// Stands before an operand of a request on its way through the option parser, so that none looks like an
+// option.
+constexpr char OPERAND_MARK = ' ';
 
 // What the command line says.
 struct Choices {
@@ -72,17 +75,19 @@ PhoneOptions phone_options(const Choices& choices) {
         options.data_dir = absolute(choices.data);
     }
     options.data_size = choices.data_size;
-    options.binds.push_back(folder);
+    options.build_dir = folder;
     for (const std::string& shown : choices.binds) {
         options.binds.push_back(absolute(shown));
     }
+    // A folder goes before those in it, which are then there already.
+    std::sort(options.binds.begin(), options.binds.end());
     return options;
 }
 
 int boot(const Choices& choices) {
     PhoneOptions options = phone_options(choices);
     options.socket_name = socket_of_phone(choices.name.empty() ? DEFAULT_NAME : choices.name);
-    options.command = {program_folder() + "/dmd"};
+    options.command = {std::string(BUILD_DIR) + "/dmd"};
     options.command.insert(options.command.end(), choices.words.begin(), choices.words.end());
     const std::string name = choices.name.empty() ? "" : " --name " + choices.name;
     printf(
@@ -107,6 +112,7 @@ int run(const Choices& choices) {
     if (options.command[0].find('/') != std::string::npos && options.command[0][0] != '/') {
         options.command[0] = absolute(options.command[0]);
     }
+    options.command[0] = place_in_phone(options.build_dir, options.command[0]);
     return run_phone(options);
 }
 
@@ -177,14 +183,39 @@ std::vector<std::string> take_command(std::vector<std::string>* words) {
     return rest;
 }
 
+// The operands of a request are what they are, whatever they look like: from the first word on that is no
+// option they are marked, and so is what stands after "--".
+void mark_operands(std::vector<std::string>* words) {
+    if (words->empty() || runs_something(*words)) {
+        return;
+    }
+    size_t i = 1;
+    while (i < words->size() && (*words)[i][0] == '-' && (*words)[i] != "--") {
+        i += (*words)[i] == "--name" ? 2 : 1;
+    }
+    if (i < words->size() && (*words)[i] == "--") {
+        words->erase(words->begin() + static_cast<ptrdiff_t>(i));
+    }
+    for (; i < words->size(); ++i) {
+        (*words)[i].insert(0, 1, OPERAND_MARK);
+    }
+}
+
+// The empty value of a script's unset variable is not the same as no option.
+std::string not_empty(const std::string& value) {
+    return value.empty() ? "its value is empty" : "";
+}
+
 CLI::App* add_command(CLI::App* app, Choices* choices, const char* name, const char* description) {
     CLI::App* command = app->add_subcommand(name, description);
-    command->add_option("--name", choices->name, "Name of the phone, where several run")->type_name("NAME");
+    command->add_option("--name", choices->name, "Name of the phone, where several run")
+        ->check(not_empty)
+        ->type_name("NAME");
     return command;
 }
 
 CLI::Option* add_operand(CLI::App* command, Choices* choices, const char* name, const char* description) {
-    const auto take = [choices](const std::string& word) { choices->words.push_back(word); };
+    const auto take = [choices](const std::string& word) { choices->words.push_back(word.substr(1)); };
     return command->add_option_function<std::string>(name, take, description)->required();
 }
 
@@ -194,13 +225,17 @@ void add_boot_options(CLI::App* command, Choices* choices) {
     command->add_flag("--commercial", choices->commercial, "Be a commercial build")->excludes(debug);
     command
         ->add_option("--config", choices->config, "Configuration file of the daemon, in place of the sample")
+        ->check(not_empty)
         ->type_name("FILE");
-    command->add_option("--data", choices->data, "Folder of the desk that becomes /data")->type_name("DIR");
+    command->add_option("--data", choices->data, "Folder of the desk that becomes /data")
+        ->check(not_empty)
+        ->type_name("DIR");
     command->add_option("--data-size", choices->data_size, "Size of /data without --data")
         ->check(CLI::Range(uint64_t{1}, DATA_SIZE_MAX))
         ->type_name("BYTES");
     command->add_option("--bind", choices->binds, "Another folder of the desk to show, read-only; repeatable")
         ->allow_extra_args(false)
+        ->check(not_empty)
         ->type_name("DIR");
 }
 
@@ -217,6 +252,7 @@ void fill_standard_descriptors() {
 
 int do_command_line(std::vector<std::string> words) {
     const std::vector<std::string> command_words = take_command(&words);
+    mark_operands(&words);
     Choices choices;
     CLI::App app("Boots and drives a phone on the desk.", "phone");
     app.require_subcommand(1);
@@ -234,7 +270,7 @@ int do_command_line(std::vector<std::string> words) {
     CLI::App* report = add_command(&app, &choices, "report", "A driver reports an error");
     add_operand(report, &choices, "CLIENT", "Name of the client");
     add_operand(report, &choices, "ERROR", "Number of the error");
-    add_operand(report, &choices, "TEXT", "What the driver says; after '--' when it begins with '-'");
+    add_operand(report, &choices, "TEXT", "What the driver says");
     CLI::App* state = add_command(&app, &choices, "state", "Set the state that a poll of a client returns");
     add_operand(state, &choices, "CLIENT", "Name of the client");
     add_operand(state, &choices, "NUMBER", "Its state from now on");
@@ -244,7 +280,10 @@ int do_command_line(std::vector<std::string> words) {
     try {
         app.parse(std::vector<std::string>(words.rbegin(), words.rend()));
     } catch (const CLI::ParseError& error) {
-        return app.exit(error);
+        if (error.get_exit_code() == 0) {
+            return app.exit(error);  // prints the help
+        }
+        throw Refusal(std::string(error.what()) + " (--help lists what there is)");
     }
     if (!command_words.empty()) {
         choices.words = command_words;

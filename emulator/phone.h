@@ -11,6 +11,8 @@ namespace phone {
 
 // Bytes of /data when no folder of the desk is bound there.
 constexpr uint64_t DATA_SIZE_DEFAULT = 512u * 1024 * 1024;
+// Where the phone shows the folder of `phone` itself, so that no phone depends on its place on the desk.
+constexpr char BUILD_DIR[] = "/.phone/build";
 
 // Paths are absolute paths of the desk without symbolic links.
 struct PhoneOptions {
@@ -19,7 +21,8 @@ struct PhoneOptions {
     std::string config;    // content of the daemon's configuration file
     std::string data_dir;  // bound as /data; empty: a fresh, empty one of data_size bytes
     uint64_t data_size = DATA_SIZE_DEFAULT;
-    std::vector<std::string> binds;  // folders that the phone sees, read-only, at their own place
+    std::string build_dir;           // the folder of `phone` itself, shown read-only at BUILD_DIR
+    std::vector<std::string> binds;  // folders that the phone sees, read-only, at their own place; sorted
     std::vector<std::string> command;
 };
 
@@ -28,11 +31,15 @@ struct PhoneOptions {
 int run_phone(const PhoneOptions& options);
 
 // Runs a command in the running phone of that socket name, with the terminal of the caller, and ends the
-// calling process with the status that run_phone would return. Throws Refusal.
+// calling process with the status that run_phone would return. Waits for the end of the boot. Throws Refusal.
 [[noreturn]] void run_in_phone(const std::string& socket_name, const std::vector<std::string>& command);
 
 // The first process of the running phone of that socket name, as the desk numbers it. Throws Refusal.
 pid_t first_process_of(const std::string& socket_name);
+
+// Where the phone has a program: at BUILD_DIR when the desk's `program` lies in `build_dir`, and otherwise
+// where it is on the desk.
+std::string place_in_phone(const std::string& build_dir, const std::string& program);
 
 // Makes the private root and moves the calling process into it; needs a mount namespace of its own. Returns
 // the descriptor of the driver's FUSE file system, which is mounted and served by nobody yet. Throws Refusal.

@@ -1,6 +1,7 @@
 // The processes of a phone. `phone` itself stays outside and waits; its child is the first process of a new
 // process namespace, so that everything in the phone ends with it, and it ends with `phone`.
 #include <fcntl.h>
+#include <limits.h>
 #include <poll.h>
 #include <sched.h>
 #include <signal.h>
@@ -11,6 +12,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -64,21 +67,52 @@ int exit_status(int status) {
 }
 
 // Waits for the next signal. What somebody sent goes on to `receiver`; what the terminal sent has reached all
-// processes of the foreground already.
+// processes of the foreground already, but for SIGHUP: a closed terminal tells the leader of its session
+// only.
 void take_signal(pid_t receiver) {
     const sigset_t set = watched_signals();
     siginfo_t info = {};
     const int number = sigwaitinfo(&set, &info);
-    if (number > 0 && number != SIGCHLD && info.si_code != SI_KERNEL) {
+    if (number == SIGHUP || (number > 0 && number != SIGCHLD && info.si_code != SI_KERNEL)) {
         kill(receiver, number);
     }
 }
 
+// To be called after the fork of `receiver`: what the terminal sent before is held here and nowhere else.
+// What came in between `receiver` holds too, and holds once.
+void forward_held_signals(pid_t receiver) {
+    sigset_t set = watched_signals();
+    sigdelset(&set, SIGCHLD);
+    const timespec at_once = {};
+    for (int number = sigtimedwait(&set, nullptr, &at_once); number > 0;
+         number = sigtimedwait(&set, nullptr, &at_once)) {
+        kill(receiver, number);
+    }
+}
+
+// A shell in the phone makes itself the foreground of the terminal and cannot undo that at its end: its
+// process namespace has no number for the caller's process group.
+void take_terminal_back() {
+    const OwnedFd terminal(open("/dev/tty", O_RDWR | O_CLOEXEC));
+    const pid_t foreground = terminal.valid() ? tcgetpgrp(terminal.get()) : -1;
+    // A group that has processes is another job, which the caller's shell put there.
+    if (foreground <= 0 || kill(-foreground, 0) == 0 || errno != ESRCH) {
+        return;
+    }
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, SIGTTOU);
+    sigprocmask(SIG_BLOCK, &set, nullptr);
+    tcsetpgrp(terminal.get(), getpgrp());
+}
+
 // Waits for a child of this process. Returns its exit status.
 int wait_for(pid_t child) {
+    forward_held_signals(child);
     for (;;) {
         int status = 0;
         if (waitpid(child, &status, WNOHANG) == child) {
+            take_terminal_back();
             return exit_status(status);
         }
         take_signal(child);
@@ -92,7 +126,21 @@ void become_root(uid_t user, gid_t group) {
     write_existing("/proc/self/gid_map", "0 " + std::to_string(group) + " 1\n");
 }
 
-// A phone must not outlive who started it, however that one ends.
+struct Pipe {
+    OwnedFd read_end;
+    OwnedFd write_end;
+};
+
+Pipe make_pipe() {
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0) {
+        throw refusal_errno("no pipe");
+    }
+    return {OwnedFd(ends[0]), OwnedFd(ends[1])};
+}
+
+// What runs in a phone must not outlive who started it, however that one ends; the starter alone holds the
+// other end of the pipe `alive_fd`.
 void end_with_parent(int alive_fd) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     pollfd parent = {alive_fd, 0, 0};
@@ -107,18 +155,23 @@ int run_first_process(const PhoneOptions& options) {
     OwnedFd listen_fd(listen_for_control(options.socket_name));
     OwnedFd fuse_fd(enter_private_root(options));
     const std::string log_dir = options.data_dir.empty() ? "" : options.data_dir + "/kvdx_logs/dmd_log";
+    Pipe placed = make_pipe();
     const pid_t driver = fork();
     if (driver < 0) {
         throw refusal_errno("cannot start the driver server");
     }
     if (driver == 0) {
-        run_driver_server(fuse_fd.get(), listen_fd.get(), log_dir);
+        placed.write_end.reset();
+        run_driver_server(
+            {fuse_fd.get(), listen_fd.get(), placed.read_end.get(), log_dir, options.build_dir});
     }
     // The server alone keeps these, so that they end with it.
     fuse_fd.reset();
     listen_fd.reset();
+    placed.read_end.reset();
     place_devices();
     show_in_proc(getpid());
+    placed.write_end.reset();
 
     const pid_t command = fork();
     if (command < 0) {
@@ -128,6 +181,7 @@ int run_first_process(const PhoneOptions& options) {
         show_in_proc(getpid());
         become_command(options.socket_name, options.command);
     }
+    forward_held_signals(command);
     for (;;) {
         int status = 0;
         const pid_t ended = waitpid(-1, &status, WNOHANG);
@@ -143,6 +197,9 @@ int run_first_process(const PhoneOptions& options) {
         }
     }
 }
+
+// Without the last two, root in a phone could rename the desk and leave shared memory there.
+constexpr int NAMESPACES = CLONE_NEWNS | CLONE_NEWPID | CLONE_NEWUTS | CLONE_NEWIPC;
 
 pid_t clone_with(unsigned long namespaces) {
     // As fork, but with namespaces of its own from the start. glibc's fork has no way to say so.
@@ -172,19 +229,14 @@ bool has_other_user_namespace(pid_t pid) {
 
 int run_phone(const PhoneOptions& options) {
     hold_signals();
-    int alive[2];
-    if (pipe2(alive, O_CLOEXEC) != 0) {
-        throw refusal_errno("no pipe");
-    }
-    OwnedFd alive_read(alive[0]);
-    OwnedFd alive_write(alive[1]);
+    Pipe alive = make_pipe();
     const uid_t user = geteuid();
     const gid_t group = getegid();
     bool new_user = false;
-    pid_t first = clone_with(CLONE_NEWNS | CLONE_NEWPID);
+    pid_t first = clone_with(NAMESPACES);
     if (first < 0 && errno == EPERM) {
         new_user = true;
-        first = clone_with(CLONE_NEWNS | CLONE_NEWPID | CLONE_NEWUSER);
+        first = clone_with(NAMESPACES | CLONE_NEWUSER);
     }
     if (first < 0) {
         throw refusal_errno(
@@ -195,9 +247,9 @@ int run_phone(const PhoneOptions& options) {
         return wait_for(first);
     }
     try {
-        alive_write.reset();
-        end_with_parent(alive_read.get());
-        alive_read.reset();
+        alive.write_end.reset();
+        end_with_parent(alive.read_end.get());
+        alive.read_end.reset();
         close_range(STDERR_FILENO + 1, ~0U, 0);
         if (new_user) {
             become_root(user, group);
@@ -230,12 +282,26 @@ pid_t first_process_of(const std::string& socket_name) {
     if (!phone.valid()) {
         throw refusal_errno("cannot find the phone's first process");
     }
+    // An answer says that the phone is whole. Until then its root may still show the desk, writable.
+    std::string answer;
+    if (!request(socket_name, {"build-dir"}, &answer)) {
+        throw Refusal(answer);
+    }
+    // Where the desk is a chroot, the root of the phone's mount namespace is the whole machine's.
+    const std::string path = "/proc/" + std::to_string(first) + "/root";
+    const OwnedFd root(open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    if (!root.valid()) {
+        throw refusal_errno("cannot open the phone's root");
+    }
+    std::vector<std::string> words = command;
+    words[0] = place_in_phone(answer, words[0]);
     hold_signals();
-    int namespaces = CLONE_NEWNS | CLONE_NEWPID;
+    Pipe alive = make_pipe();
+    int namespaces = NAMESPACES;
     if (has_other_user_namespace(first)) {
         namespaces |= CLONE_NEWUSER;
     }
-    if (setns(phone.get(), namespaces) != 0) {
+    if (setns(phone.get(), namespaces) != 0 || fchdir(root.get()) != 0 || chroot(".") != 0) {
         throw refusal_errno("cannot enter the phone (this needs Linux 5.8 or later)");
     }
     const pid_t child = fork();
@@ -243,12 +309,27 @@ pid_t first_process_of(const std::string& socket_name) {
         throw refusal_errno("cannot start a command in the phone");
     }
     if (child == 0) {
-        prctl(PR_SET_PDEATHSIG, SIGKILL);
-        become_command(socket_name, command);
+        alive.write_end.reset();
+        end_with_parent(alive.read_end.get());
+        become_command(socket_name, words);
     }
     // Not by a return: at exit a sanitizer's leak check would start its helper in the phone's process
     // namespace, where it cannot see this process, and wait for it for ever.
     _exit(wait_for(child));
+}
+
+std::string place_in_phone(const std::string& build_dir, const std::string& program) {
+    char folder[PATH_MAX];
+    const size_t name = program.rfind('/');
+    // The links on the way are followed; the program itself may be one that minds the name it is called by.
+    if (name == std::string::npos || realpath(program.substr(0, name + 1).c_str(), folder) == nullptr) {
+        return program;
+    }
+    const std::string place = std::string(folder) + program.substr(name);
+    if (place.compare(0, build_dir.size() + 1, build_dir + "/") != 0) {
+        return program;
+    }
+    return BUILD_DIR + place.substr(build_dir.size());
 }
 
 void become_command(const std::string& socket_name, const std::vector<std::string>& command) {
@@ -280,7 +361,16 @@ void become_command(const std::string& socket_name, const std::vector<std::strin
 }
 
 void print_refusal(const char* line) {
-    dprintf(STDERR_FILENO, "phone: %s\n", line);
+    // Room for two paths and what is said about them; allocates nothing, since it also tells of a lack of
+    // memory.
+    char out[3 * PATH_MAX];
+    const int length = snprintf(out, sizeof(out), "phone: %s\n", line);
+    const size_t size = std::min(static_cast<size_t>(std::max(length, 1)), sizeof(out) - 1);
+    // The line may hold a file's name or what another program said.
+    std::replace_if(
+        out, out + size, [](char byte) { return iscntrl(static_cast<unsigned char>(byte)) != 0; }, '?');
+    out[size - 1] = '\n';
+    dprintf(STDERR_FILENO, "%.*s", static_cast<int>(size), out);
 }
 
 }  // namespace phone

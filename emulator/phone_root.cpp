@@ -24,7 +24,7 @@ namespace phone {
 namespace {
 
 // What is no phone's business stands in one folder: the desk's root while the phone is being built, the real
-// process and device information, the driver's file system.
+// process and device information, the driver's file system, the folder of `phone`.
 const std::string DESK = "/.phone/desk";
 const std::string REAL_PROC = "/.phone/proc";
 const std::string REAL_SYS = "/.phone/sys";
@@ -177,7 +177,10 @@ void make_dev(const PhoneOptions& options) {
     make_folder("/dev/log");
     make_folder("/dev/shm", 01777);
     for (const char* name : DESK_DEVICES) {
-        bind(DESK + "/dev/" + name, std::string("/dev/") + name);
+        const std::string path = std::string("/dev/") + name;
+        bind(DESK + path, path);
+        // Takes nothing from who writes to it; its mode and its owner stay the desk's.
+        protect(path);
     }
     make_link("/proc/self/fd", "/dev/fd");
     make_link("/proc/self/fd/0", "/dev/stdin");
@@ -209,13 +212,28 @@ void make_data(const PhoneOptions& options) {
     mount_or_refuse("data", "/data", "tmpfs", MS_NOSUID | MS_NODEV, size.c_str());
 }
 
+void show_programs(const PhoneOptions& options) {
+    bind(DESK + options.build_dir, BUILD_DIR);
+    protect(BUILD_DIR);
+}
+
+bool is_below(const std::string& folder, const std::string& place) {
+    return folder.compare(0, place.size() + 1, place + "/") == 0;
+}
+
 // Shows a folder of the desk read-only at its own place, unless it is there already.
-void show_folder(const std::string& folder) {
+void show_folder(const PhoneOptions& options, const std::string& folder) {
     struct stat here = {};
     struct stat desk = {};
-    if (stat(folder.c_str(), &here) == 0 && stat((DESK + folder).c_str(), &desk) == 0 &&
-        here.st_dev == desk.st_dev && here.st_ino == desk.st_ino) {
+    const bool taken = stat(folder.c_str(), &here) == 0;
+    if (taken && stat((DESK + folder).c_str(), &desk) == 0 && here.st_dev == desk.st_dev &&
+        here.st_ino == desk.st_ino) {
         return;
+    }
+    // Below a bound /data the place for it would be made on the desk.
+    if (taken || is_below(folder, "/dev") || is_below(folder, "/proc") || is_below(folder, "/sys") ||
+        is_below(folder, "/.phone") || (!options.data_dir.empty() && is_below(folder, "/data"))) {
+        throw Refusal("--bind cannot show " + folder + ": the phone has something of its own there");
     }
     bind(DESK + folder, folder);
     protect(folder);
@@ -246,8 +264,9 @@ int enter_private_root(const PhoneOptions& options) {
     make_dev(options);
     make_proc_and_sys();
     make_data(options);
+    show_programs(options);
     for (const std::string& folder : options.binds) {
-        show_folder(folder);
+        show_folder(options, folder);
     }
     const int fuse_fd = mount_driver();
     if (umount2(DESK.c_str(), MNT_DETACH) != 0 || rmdir(DESK.c_str()) != 0) {

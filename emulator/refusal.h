@@ -22,7 +22,7 @@ inline Refusal refusal_errno(const std::string& what) {
     return Refusal(what + ": " + strerror(errno));
 }
 
-// Prints the line on standard error in one piece.
+// Prints the line on standard error in one piece, with '?' for control characters.
 void print_refusal(const char* line);
 
 }  // namespace phone

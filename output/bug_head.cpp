@@ -49,12 +49,12 @@ int bug_head_write(int fd, const dmd_error_info* info, unsigned int kind) {
     LOG_D("device name:%s, error_no:%d\n", info->device_name, info->error_no);
     const tm when = local_time(info->time);
     char head[HEAD_SIZE];
-    size_t length = format_text(head, sizeof head, "\n========Device Bugreport========\n");
+    format_text(head, sizeof head, "\n========Device Bugreport========\n");
     append_text(head, sizeof head, "[Date]:%4d-%02d-%02d\n", when.tm_year + 1900, when.tm_mon + 1,
                 when.tm_mday);
     append_text(head, sizeof head, "[Time]:%02d:%02d:%02d\n", when.tm_hour, when.tm_min, when.tm_sec);
     append_text(head, sizeof head, "[Device]:%s\n[Error no]:%02d\n", info->device_name, info->error_no);
-    length = append_text(head, sizeof head, "[Runing_test_switch]:%.4s\n", info->running_test_switch);
+    size_t length = append_text(head, sizeof head, "[Runing_test_switch]:%.4s\n", info->running_test_switch);
 
     int written = 0;
     switch (kind & 0xffff) {

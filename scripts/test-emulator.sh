@@ -7,7 +7,7 @@ phone=$(realpath "$1")
 name=$((1000000 + $$))
 scratch=$(mktemp -d "$(dirname "$phone")/emulator.XXXXXX") || exit 1
 trap 'pkill -KILL -f "run --name $name"; rm -rf "$scratch"' EXIT
-trap 'exit 1' HUP INT TERM
+trap 'exit 1' HUP INT PIPE TERM
 mounts=$(cat /proc/self/mountinfo)
 failures=0
 
@@ -78,8 +78,14 @@ for command in '' boot run report state property shell log-dir; do
   expect "help of $command" 0 "$(status_of "$phone" $command --help)"
   [ -s "$scratch/out" ] || fail "no help of $command"
 done
-[ "$(status_of "$phone" report dsm_tp)" != 0 ] || fail "a report without operands"
-[ "$(status_of "$phone" nonsense)" != 0 ] || fail "an unknown command"
+expect_refusal "a report without operands" 1 "ERROR is required" "$phone" report dsm_tp
+expect_refusal "an unknown command" 1 "subcommand" "$phone" nonsense
+for wrong in --nonsense true '--debug-build --commercial' '--data-size 0' '--data=' --name; do
+  # shellcheck disable=SC2086
+  expect_refusal "run $wrong" 125 --help "$phone" run $wrong -- true
+done
+expect_refusal "an empty name" 125 empty "$phone" run --name '' -- true
+expect_refusal "a line of two" 1 "a?b'" "$phone" report --name $'a\nb' dsm_tp 1 text
 
 # Options.
 get_switch='cat /dev/__properties__/persist.sys.qelvan.debug.on'
@@ -92,15 +98,28 @@ expect "full disk" 1 "$(status_of "$phone" run --data-size 65536 -- dd if=/dev/z
 expect "room on the disk" 0 "$(status_of "$phone" run --data-size 65536 -- dd if=/dev/zero of=/data/fill bs=1k count=64)"
 expect "bound folder" "# mine" "$("$phone" run --bind "$scratch" -- cat "$scratch/mine.conf")"
 expect "write into a bound folder" 2 "$(status_of "$phone" run --bind "$scratch" -- sh -c "echo > $scratch/new")"
+for taken in / /dev /dev/shm /etc /proc /tmp; do
+  expect_refusal "bound $taken" 125 "--bind cannot show $taken" "$phone" run --bind $taken -- true
+done
+expect "the programs' folder on the desk" 1 "$(status_of "$phone" run -- test -e "$(dirname "$phone")")"
+expect "command of the desk" 0 "$(status_of "$phone" run -- "$phone" --help)"
 expect "relative command" 0 "$(cd "$(dirname "$phone")" && status_of "$phone" run -- ./phone --help)"
 expect "environment" "test 0" "$(GTEST_X=test SECRET=1 "$phone" run -- sh -c 'echo "$GTEST_X" "${SECRET-0}"')"
 expect "descriptors" "0 1 2 3" "$("$phone" run -- sh -c 'echo $(ls /proc/self/fd)' 7< /dev/null)"
 expect "arguments after --" "-- --name x" "$("$phone" run -- echo -- --name x)"
+# Root in a phone changes nothing of the desk: its name, its shared memory, its devices.
+for kind in uts ipc; do
+  [ "$(readlink /proc/self/ns/$kind)" != "$("$phone" run -- readlink /proc/self/ns/$kind)" ] || fail "the desk's $kind"
+done
+expect "a device of the desk" 1 "$(status_of "$phone" run -- chmod "$(stat -c %a /dev/null)" /dev/null)"
 
 # A phone that runs is driven from outside; a second one needs a name of its own.
 start_phone -- sh -c "touch /data/ready; exec sleep $name"
 expect_refusal "second phone of a name" 125 "--name" "$phone" run --name "$name" -- true
-expect "report" 0 "$(status_of "$phone" report --name "$name" dsm_tp 20002 -- '-text')"
+for text in '-h' '++' '--' '-text' ''; do
+  expect "report of '$text'" 0 "$(status_of "$phone" report --name "$name" dsm_tp -5 "$text")"
+  expect "what a report of '$text' prints" "" "$(cat "$scratch/out")"
+done
 expect "state" 0 "$(status_of "$phone" state --name "$name" dsm_tp -5)"
 expect_refusal "unknown client" 1 "no client 'nobody'" "$phone" state --name "$name" nobody 1
 expect "property" "" "$("$phone" property --name "$name" a.b value)"
@@ -133,6 +152,57 @@ expect "status after a handled SIGTERM" 5 $?
 expect "a command with others" 0 "$(status_of "$phone" run --name "$name" -- \
   sh -c "sleep $name & setsid sleep $name & exit 0")"
 expect_nothing_left "an end with others running"
+# Its terminal is closed, where the kernel tells nobody but the leader of the session.
+mkfifo "$scratch/keys"
+start_terminal() { # SHELL-COMMAND: on a terminal of its own whose keys are descriptor 8
+  env --default-signal=INT script -qefc "$1" "$scratch/screen" < "$scratch/keys" > /dev/null 2>&1 &
+  terminal_pid=$!
+  exec 8> "$scratch/keys"
+}
+end_terminal() {
+  exec 8>&-
+  kill "$terminal_pid" 2> /dev/null
+  wait "$terminal_pid"
+}
+start_and_hold_boot() { # its first process is stopped when its control socket is there
+  start_terminal "exec $phone run --name $name -- sleep $name"
+  local tries=5000 # without a pause: the boot must not be over
+  until [[ $(< /proc/net/unix) == *"-$name"* ]] || [ $((tries -= 1)) = 0 ]; do :; done
+  read -r phone_pid < "/proc/$terminal_pid/task/$terminal_pid/children"
+  read -r first_process < "/proc/$phone_pid/task/$phone_pid/children"
+  kill -STOP "$first_process"
+}
+has_socket() { grep -q -- "-$name" /proc/net/unix; }
+has_no_socket() { ! has_socket; }
+start_terminal "exec $phone run --name $name --data $scratch -- sh -c 'touch /data/closed; sleep $name'"
+wait_until [ -e "$scratch/closed" ] || fail "no phone on a terminal"
+kill -KILL "$terminal_pid"
+{ wait "$terminal_pid"; } 2> /dev/null
+expect_nothing_left "the end of its terminal"
+exec 8>&-
+# A shell in the phone gives the terminal back.
+start_terminal "$phone run --name $name -- bash --norc; read line; echo got \$line"
+wait_until has_socket
+printf 'exit\n' >&8
+wait_until has_no_socket
+printf 'it\n' >&8
+wait_until grep -q 'got it' "$scratch/screen" || fail "the terminal was kept: $(cat "$scratch/screen")"
+end_terminal
+# Held still in its boot, while its root may still show the desk: a shell waits, and a Ctrl-C is not lost.
+start_and_hold_boot
+"$phone" shell --name "$name" -- sh -c '[ -e /dev/dsm ] && [ ! -e /.phone/desk ]' &
+shell_pid=$!
+sleep 0.2 # a shell that waits for nothing comes too early by then
+kill -CONT "$first_process"
+wait "$shell_pid"
+expect "status of a shell during the boot" 0 $?
+end_terminal
+start_and_hold_boot
+printf '\003' >&8
+wait_until grep -q '^ShdPnd:.*[2367abef]$' "/proc/$first_process/status"
+kill -CONT "$first_process"
+expect_nothing_left "Ctrl-C during the boot"
+end_terminal
 # Killed while it runs, and at every moment of its start.
 start_phone -- sh -c "setsid sleep $name & touch /data/ready; wait"
 kill -KILL "$phone_pid"

@@ -50,7 +50,7 @@ TEST(EmulatorRoot, HasTheShapeOfAPhone) {
     EXPECT_EQ((Names{"dev.bootcomplete", "persist.sys.qelvan.debug.on"}), names_in("/dev/__properties__"));
     EXPECT_EQ(Names{}, names_in("/dev/socket"));
     EXPECT_EQ(Names{}, names_in("/dev/log"));
-    EXPECT_EQ((Names{"driver", "proc", "sys"}), names_in("/.phone"));
+    EXPECT_EQ((Names{"build", "driver", "proc", "sys"}), names_in("/.phone"));
     EXPECT_FALSE(exists("/dev/fuse"));
     EXPECT_FALSE(exists("/home"));
     EXPECT_FALSE(exists("/etc/hostname"));
