@@ -32,6 +32,7 @@ find_missing() {
   need procps have pgrep
   need gzip have gzip
   need util-linux have setarch
+  need bsdutils have script
 }
 
 find_missing 2> /dev/null
