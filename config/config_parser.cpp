@@ -23,7 +23,7 @@ constexpr char DEFAULT_CONFIG_FILE[] = "/system/etc/device_state_monitor.conf";
 constexpr int STRUCTURE_ERROR_LINE = 788;
 constexpr int STRUCTURE_ERROR_CODE = 1;
 
-// Reads once: of a pipe, what has been written so far is the file.
+// Reads once: what a single read brings is the file.
 ssize_t read_text(int fd, char* text) {
     ssize_t got;
     do {
@@ -36,7 +36,8 @@ ssize_t read_text(int fd, char* text) {
 // into is left out: half a line is neither a broken file nor a shorter number.
 size_t whole_lines(int fd, const char* text, size_t got) {
     char next = '\n';
-    if (got < MAX_CONFIG_BYTES || pread(fd, &next, 1, static_cast<off_t>(got)) != 1 || next == '\n') {
+    if (got < MAX_CONFIG_BYTES || pread(fd, &next, 1, static_cast<off_t>(got)) != 1 || next == '\n' ||
+        next == '\r') {
         return got;
     }
     for (size_t length = got; length > 0; --length) {

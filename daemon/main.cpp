@@ -18,8 +18,10 @@ constexpr int PRIORITY = -20;
 
 // Gives the daemon, and so the commands that it runs, an input that never keeps them waiting for a person.
 void drop_standard_input() {
-    const UniqueFd nothing(open("/dev/null", O_RDONLY | O_CLOEXEC));
-    if (nothing.valid()) {
+    UniqueFd nothing(open("/dev/null", O_RDONLY | O_CLOEXEC));
+    if (nothing.get() == STDIN_FILENO) {
+        fcntl(nothing.release(), F_SETFD, 0);  // the daemon was started without one
+    } else if (nothing.valid()) {
         dup2(nothing.get(), STDIN_FILENO);
     }
 }

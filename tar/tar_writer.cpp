@@ -182,6 +182,9 @@ bool copy_data(int tar_fd, int file, uint64_t size, bool* intact) {
 // Takes away what a write error left half written, so that what follows stands on its block. Behind what
 // cannot be taken away nothing more is written: readers would lose their place there.
 void cut_archive(tb_info* info, off_t start) {
+    if (start >= 0 && lseek(info->tar_fd, 0, SEEK_CUR) == start) {
+        return;  // nothing of the member was written
+    }
     info->broken =
         start < 0 || ftruncate(info->tar_fd, start) != 0 || lseek(info->tar_fd, start, SEEK_SET) != start;
 }

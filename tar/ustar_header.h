@@ -58,8 +58,8 @@ static_assert(offsetof(ustar_header, pad) == 500);
 
 // Writes `value` into the `width` bytes at `field`: width - 1 zero-padded octal digits and a terminator. Of a
 // value with one or two digits more the first is dropped (with two, the digits fill the field and there is no
-// terminator). Returns 1, or 0 when the value has yet more digits, or the width is none of a header field's,
-// and the field was left unchanged.
+// terminator). Returns 1, or 0 when the value has yet more digits, or the width is below 1 or above that of
+// any number, and the field was left unchanged.
 int format_octal_field(char* field, int width, unsigned long value);
 
 // The checksum of a block: the sum of its bytes with the checksum field read as eight spaces.

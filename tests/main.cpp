@@ -6,9 +6,13 @@
 
 #if defined(__has_feature)
 #if __has_feature(address_sanitizer)
-#include <sanitizer/lsan_interface.h>
 #define CHECKS_LEAKS
 #endif
+#elif defined(__SANITIZE_ADDRESS__)
+#define CHECKS_LEAKS
+#endif
+#ifdef CHECKS_LEAKS
+#include <sanitizer/lsan_interface.h>
 #endif
 
 // Allocations that fail must be handled, not end the process.
