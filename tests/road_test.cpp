@@ -42,6 +42,18 @@ std::string context_switches(const DaemonProcess& dmd) {
     return counts;
 }
 
+// Whether the main thread sleeps in pause and every other one in select.
+bool all_threads_wait(const DaemonProcess& dmd) {
+    for (const std::string& task : names_in(process_path(dmd, "task"))) {
+        const std::string where = read_file(process_path(dmd, "task/" + task + "/wchan"));
+        if (where.find("pause") == std::string::npos && where.find("select") == std::string::npos &&
+            where.find("poll") == std::string::npos) {
+            return false;
+        }
+    }
+    return true;
+}
+
 }  // namespace
 
 TEST(Road, DebugBuildLeavesRecordArchiveAndUpload) {
@@ -100,8 +112,7 @@ TEST(Road, ManyReportsInARowOnACommercialBuild) {
             ASSERT_TRUE(wait_until([&] { return phone_do({"pending", "dsm_tp"}) == "0"; }));
             ASSERT_TRUE(dmd.wait_for_log("[M/dsm_dump_error] dsm_tp finish dump", i + 1));
             ASSERT_TRUE(wait_until([&] {
-                return read_file(process_path(dmd, "wchan")).find("pause") != std::string::npos &&
-                       dmd.log().rfind("Enter select\n") == dmd.log().size() - 13;
+                return all_threads_wait(dmd) && dmd.log().rfind("Enter select\n") == dmd.log().size() - 13;
             }));
         }
         if (i + 1 == first) {
@@ -141,11 +152,10 @@ TEST(Road, TheIdleDaemonMakesNoSystemCall) {
     for (int errors = 1; errors <= 3; ++errors) {
         ASSERT_TRUE(dmd.wait_for_log("Enter select", errors));
         // A thread that makes a system call of its own accord goes to sleep again: its switches are counted.
-        std::string before = context_switches(dmd);
+        std::string before;
         ASSERT_TRUE(wait_until([&] {
-            std::string now = context_switches(dmd);
-            std::swap(before, now);
-            return before == now;
+            before = context_switches(dmd);
+            return all_threads_wait(dmd) && before == context_switches(dmd);
         }));
         std::this_thread::sleep_for(std::chrono::milliseconds(300));
         EXPECT_EQ(before, context_switches(dmd));
