@@ -83,14 +83,9 @@ TEST(Commands, AreSplitAndRun) {
 }
 
 TEST(Retention, KeepsArchivesWithinTheirBound) {
-    struct file {
-        const char* name;
-        off_t size;
-        time_t time;
-    };
     struct {
         const char* what;
-        std::vector<file> files;
+        std::vector<output_file> files;
         std::vector<std::string> left;  // sorted
     } const cases[] = {
         {"exactly the limit",
@@ -116,10 +111,7 @@ TEST(Retention, KeepsArchivesWithinTheirBound) {
     for (const auto& c : cases) {
         ASSERT_EQ(0, system("rm -rf /data/kvdx_logs"));
         ASSERT_EQ(0, mkdir_parent());
-        for (const file& f : c.files) {
-            make_sparse_file(in_log_dir(f.name), f.size);
-            set_file_time(in_log_dir(f.name), f.time);
-        }
+        make_output_files(c.files);
         const LogCapture log;
         EXPECT_EQ(0, check_compress_file()) << c.what;
         EXPECT_EQ(c.left, names_in(LOG_DIR)) << c.what;

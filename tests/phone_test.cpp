@@ -73,6 +73,14 @@ void make_sparse_file(const std::string& path, off_t size) {
     ASSERT_EQ(0, truncate(path.c_str(), size)) << path;
 }
 
+void make_output_files(const std::vector<output_file>& files) {
+    for (const output_file& file : files) {
+        const std::string path = std::string(LOG_DIR) + "/" + file.name;
+        make_sparse_file(path, file.size);
+        set_file_time(path, file.time);
+    }
+}
+
 int count_of(const std::string& text, const std::string& part) {
     int count = 0;
     for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + part.size())) {

@@ -30,6 +30,14 @@ std::vector<std::string> names_in(const std::string& directory);
 // Creates a file that has the size but takes no room.
 void make_sparse_file(const std::string& path, off_t size);
 
+// Files of the output directory: their names, sizes in bytes and modification times.
+struct output_file {
+    const char* name;
+    off_t size;
+    time_t time;
+};
+void make_output_files(const std::vector<output_file>& files);
+
 // The number of places where `part` stands in `text`.
 int count_of(const std::string& text, const std::string& part);
 

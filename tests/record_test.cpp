@@ -64,14 +64,9 @@ TEST(Record, HoldsEachReportWhole) {
 TEST(Record, FilesFormARing) {
     set_commercial(true);
     constexpr off_t LIMIT = 524288;
-    struct file {
-        const char* name;
-        off_t size;
-        time_t time;
-    };
     struct {
         const char* what;
-        std::vector<file> files;
+        std::vector<output_file> files;
         int index;
         bool truncated;
     } const cases[] = {
@@ -98,17 +93,14 @@ TEST(Record, FilesFormARing) {
         ASSERT_EQ(0, system("rm -rf /data/kvdx_logs"));
         report("lost", DMD_OUTPUT_SHORT);  // finds its file gone and lets go of it
         ASSERT_EQ(0, system("rm -rf /data/kvdx_logs && mkdir -p /data/kvdx_logs/dmd_log"));
-        for (const file& f : c.files) {
-            make_sparse_file(std::string(LOG_DIR) + "/" + f.name, f.size);
-            set_file_time(std::string(LOG_DIR) + "/" + f.name, f.time);
-        }
+        make_output_files(c.files);
         const std::string path = record_path(c.index);
         const off_t before = exists(path) && !c.truncated ? status_of(path).st_size : 0;
         report("kept", DMD_OUTPUT_SHORT);
         const std::string content = read_file(path);
         EXPECT_EQ(before, static_cast<off_t>(content.find("\n====="))) << c.what;
         EXPECT_EQ("kept", content.substr(content.size() - 4)) << c.what;
-        for (const file& f : c.files) {
+        for (const output_file& f : c.files) {
             if (f.name != "dmd_record_" + std::to_string(c.index) + ".txt") {
                 EXPECT_EQ(f.size, status_of(std::string(LOG_DIR) + "/" + f.name).st_size) << c.what;
             }
@@ -228,13 +220,11 @@ TEST(Record, EachStepIsToldInDebug) {
     write_file("/system/bin/top", "#!/bin/sh\necho line\n");
     ASSERT_EQ(0, chmod("/system/bin/top", 0755));
     ASSERT_EQ(0, mkdir_parent());
-    make_sparse_file(record_path(2), 7);
-    set_file_time(record_path(2), 100);
+    make_output_files({{"dmd_record_2.txt", 7, 100}});
     report("registers the number", DMD_OUTPUT_SHORT);
     ASSERT_EQ(0, unlink(record_path(2).c_str()));
     report("lets go of the file", DMD_OUTPUT_SHORT);
-    make_sparse_file(record_path(2), 7);
-    set_file_time(record_path(2), 100);
+    make_output_files({{"dmd_record_2.txt", 7, 100}});
     debug_output_enabled = 1;
     const LogCapture log;
     report("text", DMD_OUTPUT_FULL);
