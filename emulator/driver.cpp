@@ -10,6 +10,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "emulator/key_devices.h"
+
 namespace phone {
 
 namespace {
@@ -75,15 +77,6 @@ constexpr RequestCode REQUEST_CODES[] = {
     {0xc02078f7, Request::ic_name},
 };
 
-// Uses up one of the times of an answer. 0 when none is set.
-int take_answer(SetAnswer* answer) {
-    const int result = answer->result;
-    if (answer->times > 0 && --answer->times == 0) {
-        *answer = SetAnswer{};
-    }
-    return result;
-}
-
 // The answer that a test wants for this request of a client (null when there is none), or 0.
 int answer_instead(Driver* driver, Client* client, Request request) {
     const size_t index = static_cast<size_t>(request);
@@ -101,7 +94,7 @@ void put_number(char (&out)[ARGUMENT_SIZE], int32_t number) {
 
 void wake_all(Driver* driver, const Client* client) {
     for (OpenFile& file : driver->files) {
-        if (client == nullptr || file.client == client) {
+        if (file.key_device == nullptr && (client == nullptr || file.client == client)) {
             driver->wake(&file);
         }
     }
@@ -116,7 +109,10 @@ int bind(Driver* driver, OpenFile* file, std::string_view name) {
     if (client == nullptr) {
         return -EINVAL;
     }
-    *file = OpenFile{client, false, "", "", file->poll_handle};
+    OpenFile fresh;
+    fresh.client = client;
+    fresh.poll_handle = file->poll_handle;
+    *file = std::move(fresh);
     return 0;
 }
 
@@ -163,6 +159,15 @@ void driver_reset(Driver* driver) {
     std::fill(std::begin(driver->answers), std::end(driver->answers), SetAnswer{});
     driver->pending_bytes = 0;
     driver_set_gone(driver, false);
+    key_devices_reset(driver);
+}
+
+int take_answer(SetAnswer* answer) {
+    const int result = answer->result;
+    if (answer->times > 0 && --answer->times == 0) {
+        *answer = SetAnswer{};
+    }
+    return result;
 }
 
 Client* driver_client(Driver* driver, std::string_view name) {

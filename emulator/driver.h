@@ -1,8 +1,12 @@
 // The driver behind /dev/dsm as the kernel would have it: its clients, their pending errors, and what its
-// requests answer. Pure state: how requests arrive is the business of driver_fuse.cpp, how a test or a person
-// sets things is that of driver_control.cpp. One thread uses it, so there are no locks.
+// requests answer; and the state of the input devices beside it, which key_devices.h works on. Pure state:
+// how requests arrive is the business of driver_fuse.cpp, how a test or a person sets things is that of
+// driver_control.cpp. One thread uses it, so there are no locks.
 #pragma once
 
+#include <linux/input.h>
+
+#include <bitset>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
@@ -20,9 +24,11 @@ constexpr size_t ARGUMENT_SIZE = 32;
 constexpr size_t PENDING_MAX = 100000;
 // Bytes of all pending texts together.
 constexpr size_t PENDING_BYTES_MAX = 512u * 1024 * 1024;
+// Input devices of the phone.
+constexpr size_t KEY_DEVICE_COUNT = 3;
 
-// What a program does to the device, as far as a test can give it another answer.
-enum class Request { open, bind, state, force, error, device_name, module_name, ic_name, read, count };
+// What a program does to a device, as far as a test can give it another answer.
+enum class Request { open, bind, state, force, error, device_name, module_name, ic_name, read, bits, count };
 
 constexpr size_t REQUEST_COUNT = static_cast<size_t>(Request::count);
 
@@ -49,10 +55,21 @@ struct Client {
     SetAnswer answers[REQUEST_COUNT];
 };
 
-// One open descriptor (with its duplicates) of the device.
+// An input device of the phone, as far as its keys go.
+struct KeyDevice {
+    const char* name = "";
+    bool is_touch_panel = false;  // has positions, whatever its keys are
+    std::bitset<KEY_CNT> keys;
+    bool unplugged = false;
+    SetAnswer answers[REQUEST_COUNT];
+};
+
+// One open descriptor (with its duplicates) of a device.
 struct OpenFile {
-    Client* client = nullptr;  // null until it is bound
-    bool forced = false;       // forced_text waits to be read
+    KeyDevice* key_device = nullptr;  // null: it is one of /dev/dsm
+    std::deque<input_event> events;   // of the input device, not read yet
+    Client* client = nullptr;         // null until it is bound
+    bool forced = false;              // forced_text waits to be read
     std::string forced_text;
     std::string handing;  // the text of the read under way, for its later pieces
     fuse_pollhandle* poll_handle = nullptr;
@@ -60,6 +77,7 @@ struct OpenFile {
 
 struct Driver {
     std::list<Client> clients;
+    KeyDevice key_devices[KEY_DEVICE_COUNT];
     std::list<OpenFile> files;
     SetAnswer answers[REQUEST_COUNT];  // for all clients; the answer of a client itself goes before
     size_t pending_bytes = 0;
@@ -67,12 +85,15 @@ struct Driver {
     void (*wake)(OpenFile* file) = nullptr;  // readiness of `file` may have changed
 };
 
-// Brings the driver to its state at start. Open files stay, bound to what they were bound to, unless a test
-// had added that client.
+// Brings the driver and the input devices to their state at start. Open files stay, bound to what they were
+// bound to, unless a test had added that client.
 void driver_reset(Driver* driver);
 
 // The client of that name, or null.
 Client* driver_client(Driver* driver, std::string_view name);
+
+// The result of an answer that is set, one of its times used up; 0 when none is set.
+int take_answer(SetAnswer* answer);
 
 // The requests of programs. Each returns 0 or a positive result, or a negative errno.
 int driver_open(Driver* driver, OpenFile** file);
@@ -90,7 +111,7 @@ unsigned driver_poll(const Driver& driver, const OpenFile& file);
 // A driver reports an error. False when the queues are full.
 bool driver_report(Driver* driver, Client* client, int32_t number, const std::string& text);
 
-// The device goes away, or comes back.
+// /dev/dsm goes away, or comes back.
 void driver_set_gone(Driver* driver, bool gone);
 
 }  // namespace phone

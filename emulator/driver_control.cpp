@@ -7,6 +7,8 @@
 #include <cstdint>
 #include <iterator>
 
+#include "emulator/daemon_command.h"
+#include "emulator/key_devices.h"
 #include "emulator/properties.h"
 #include "emulator/refusal.h"
 
@@ -18,7 +20,7 @@ namespace {
 constexpr int ERRNO_END = 512;
 
 constexpr const char* REQUEST_NAMES[REQUEST_COUNT] = {
-    "open", "bind", "state", "force", "error", "device_name", "module_name", "ic_name", "read"};
+    "open", "bind", "state", "force", "error", "device_name", "module_name", "ic_name", "read", "bits"};
 
 template <typename Number>
 Number number_in(const std::string& word, const char* what) {
@@ -38,6 +40,14 @@ Client* client_in(ControlState* state, const std::string& name) {
         throw Refusal("the phone's driver has no client '" + name + "'");
     }
     return client;
+}
+
+KeyDevice* key_device_in(ControlState* state, const std::string& name) {
+    KeyDevice* device = key_device(&state->driver, name);
+    if (device == nullptr) {
+        throw Refusal("the phone has no input device '" + name + "': it has event0, event1 and event2");
+    }
+    return device;
 }
 
 std::string do_report(ControlState* state, const Words& words) {
@@ -79,18 +89,38 @@ std::string do_client(ControlState* state, const Words& words) {
     return "";
 }
 
+// Where the answers of a client or an input device are that an answer to this request belongs to.
+SetAnswer* answers_in(ControlState* state, const std::string& name, Request request) {
+    if (KeyDevice* device = key_device(&state->driver, name)) {
+        if (request != Request::open && request != Request::read && request != Request::bits) {
+            throw Refusal("an input device takes an answer to open, read and bits");
+        }
+        return device->answers;
+    }
+    if (request == Request::bits) {
+        throw Refusal(
+            "only an input device is asked for bits: an answer to it is for event0, event1 or event2");
+    }
+    if (name == "*") {
+        return state->driver.answers;
+    }
+    if (request == Request::open) {
+        throw Refusal("the device is opened before it is bound: an answer to open is for client '*'");
+    }
+    return client_in(state, name)->answers;
+}
+
 std::string do_answer(ControlState* state, const Words& words) {
     const auto* const name = std::find(std::begin(REQUEST_NAMES), std::end(REQUEST_NAMES), words[2]);
     if (name == std::end(REQUEST_NAMES)) {
         throw Refusal("there is no request '" + words[2] + "'");
     }
-    const auto request = static_cast<Request>(name - REQUEST_NAMES);
+    const auto index = static_cast<size_t>(name - REQUEST_NAMES);
+    const auto request = static_cast<Request>(index);
+    SetAnswer* const answers = answers_in(state, words[1], request);
     SetAnswer answer;
     answer.result = number_in<int32_t>(words[3], "the result");
     answer.times = words.size() > 4 ? number_in<uint64_t>(words[4], "the number of times") : 0;
-    if (request == Request::open && words[1] != "*") {
-        throw Refusal("the device is opened before it is bound: an answer to open is for client '*'");
-    }
     const bool is_file_call = request == Request::open || request == Request::read;
     if (is_file_call && answer.result > 0) {
         throw Refusal("open and read fail with an errno (a result below zero) or work");
@@ -99,8 +129,7 @@ std::string do_answer(ControlState* state, const Words& words) {
     if (answer.result <= -ERRNO_END || answer.result == -ENOSYS) {
         throw Refusal("the kernel passes no such errno on");
     }
-    SetAnswer* const answers = words[1] == "*" ? state->driver.answers : client_in(state, words[1])->answers;
-    answers[static_cast<size_t>(request)] = answer.result != 0 ? answer : SetAnswer{};
+    answers[index] = answer.result != 0 ? answer : SetAnswer{};
     return "";
 }
 
@@ -138,6 +167,56 @@ std::string do_back(ControlState* state, const Words&) {
 
 std::string do_reset(ControlState* state, const Words&) {
     driver_reset(&state->driver);
+    return "";
+}
+
+std::string do_key(ControlState* state, const Words& words) {
+    const KeyDevice* device = key_device_in(state, words[1]);
+    const auto code = number_in<uint16_t>(words[2], "the code of a key");
+    const auto value = number_in<int32_t>(words[3], "the value of a key");
+    if (device->unplugged) {
+        throw Refusal(words[1] + " is unplugged: reset the phone's drivers first");
+    }
+    if (!key_report(&state->driver, *device, code, value)) {
+        throw Refusal(words[1] + " is full, " + std::to_string(KEY_EVENTS_MAX) +
+                      " events wait in an open file: let the program read them");
+    }
+    return std::to_string(key_files(state->driver, *device));
+}
+
+std::string do_keys(ControlState* state, const Words& words) {
+    KeyDevice* device = key_device_in(state, words[1]);
+    decltype(device->keys) keys;
+    for (size_t i = 2; i < words.size(); ++i) {
+        const auto code = number_in<uint16_t>(words[i], "the code of a key");
+        if (code >= keys.size()) {
+            throw Refusal("a device has keys from 0 to " + std::to_string(keys.size() - 1) + ", not " +
+                          words[i]);
+        }
+        keys.set(code);
+    }
+    device->keys = keys;
+    return "";
+}
+
+std::string do_unplug(ControlState* state, const Words& words) {
+    key_unplug(&state->driver, key_device_in(state, words[1]));
+    return "";
+}
+
+std::string do_queued(ControlState* state, const Words& words) {
+    return std::to_string(key_events(state->driver, *key_device_in(state, words[1])));
+}
+
+std::string do_opened(ControlState* state, const Words& words) {
+    return std::to_string(key_files(state->driver, *key_device_in(state, words[1])));
+}
+
+std::string do_command(ControlState*, const Words& words) {
+    if (words[2] != "on" && words[2] != "off") {
+        throw Refusal("the test switch is on or off, not '" + words[2] + "'");
+    }
+    send_command(words[1], words[2] == "on", number_in<int32_t>(words[3], "the number"));
     return "";
 }
 
@@ -184,6 +263,12 @@ constexpr Row ROWS[] = {
     {"back", 0, 0, "", do_back},
     {"reset", 0, 0, "", do_reset},
     {"die", 0, 0, "", do_die},
+    {"key", 3, 3, "DEVICE CODE VALUE", do_key},
+    {"keys", 1, 1 + KEY_CNT, "DEVICE [CODE...]", do_keys},
+    {"unplug", 1, 1, "DEVICE", do_unplug},
+    {"queued", 1, 1, "DEVICE", do_queued},
+    {"opened", 1, 1, "DEVICE", do_opened},
+    {"command", 3, 3, "CLIENT on|off NUMBER", do_command},
     {"property", 1, 2, "NAME [VALUE]", do_property},
     {"log-dir", 0, 0, "", do_log_dir},
     {"build-dir", 0, 0, "", do_build_dir},

@@ -11,7 +11,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
+#include <string>
 
+#include "emulator/key_devices.h"
 #include "emulator/refusal.h"
 
 namespace phone {
@@ -64,9 +66,11 @@ void op_getattr(fuse_req_t req, fuse_ino_t node, fuse_file_info*) {
     fuse_reply_attr(req, &attr, FOREVER_S);
 }
 
-void op_open(fuse_req_t req, fuse_ino_t, fuse_file_info*) {
+void op_open(fuse_req_t req, fuse_ino_t node, fuse_file_info*) {
+    Driver* driver = driver_of(req);
     OpenFile* file = nullptr;
-    const int result = driver_open(driver_of(req), &file);
+    KeyDevice* device = key_device(driver, DEVICES[node - FIRST_DEVICE].file);
+    const int result = device != nullptr ? key_open(driver, device, &file) : driver_open(driver, &file);
     if (result < 0) {
         fuse_reply_err(req, -result);
         return;
@@ -78,7 +82,7 @@ void op_open(fuse_req_t req, fuse_ino_t, fuse_file_info*) {
     out.open_flags = FOPEN_DIRECT_IO | FOPEN_STREAM;
     if (fuse_reply_buf(req, reinterpret_cast<const char*>(&out), sizeof(out)) != 0) {
         // The program was killed while it waited: there will be no release.
-        driver_release(driver_of(req), file);
+        driver_release(driver, file);
     }
 }
 
@@ -92,8 +96,16 @@ void op_release(fuse_req_t req, fuse_ino_t, fuse_file_info* info) {
 }
 
 void op_read(fuse_req_t req, fuse_ino_t, size_t size, off_t offset, fuse_file_info* info) {
+    OpenFile* file = file_of(info);
+    std::string events;
     std::string_view text;
-    const int result = driver_read(driver_of(req), file_of(info), size, static_cast<uint64_t>(offset), &text);
+    int result = 0;
+    if (file->key_device != nullptr) {
+        result = key_read(file, size, &events);
+        text = events;
+    } else {
+        result = driver_read(driver_of(req), file, size, static_cast<uint64_t>(offset), &text);
+    }
     if (result < 0) {
         fuse_reply_err(req, -result);
     } else {
@@ -107,13 +119,20 @@ void op_write(fuse_req_t req, fuse_ino_t, const char*, size_t, off_t, fuse_file_
 
 void op_ioctl(fuse_req_t req, fuse_ino_t, unsigned code, void*, fuse_file_info* info, unsigned,
               const void* in_data, size_t in_size, size_t out_size) {
+    OpenFile* file = file_of(info);
+    if (file->key_device != nullptr) {
+        std::string bits;
+        const int count = key_ioctl(file, code, &bits);
+        fuse_reply_ioctl(req, count, bits.data(), bits.size());
+        return;
+    }
     char in[ARGUMENT_SIZE] = {};
     char out[ARGUMENT_SIZE] = {};
     // The kernel takes both sizes from the request's code; another size is another code, hence unknown.
     int result = -ENOTTY;
     if (in_size == ARGUMENT_SIZE && out_size == ARGUMENT_SIZE) {
         memcpy(in, in_data, ARGUMENT_SIZE);
-        result = driver_ioctl(driver_of(req), file_of(info), code, in, out);
+        result = driver_ioctl(driver_of(req), file, code, in, out);
     }
     fuse_reply_ioctl(req, result, out, result == 0 ? ARGUMENT_SIZE : 0);
 }
@@ -126,7 +145,7 @@ void op_poll(fuse_req_t req, fuse_ino_t, fuse_file_info* info, fuse_pollhandle* 
         }
         file->poll_handle = handle;
     }
-    fuse_reply_poll(req, driver_poll(*driver_of(req), *file));
+    fuse_reply_poll(req, file->key_device != nullptr ? key_poll(*file) : driver_poll(*driver_of(req), *file));
 }
 
 void wake(OpenFile* file) {

@@ -1,4 +1,4 @@
-// The driver as a file: programs of the phone reach it through a FUSE file system that holds one file for
+// The devices as files: programs of the phone reach them through a FUSE file system that holds one file for
 // each device of the table below.
 #pragma once
 
@@ -9,14 +9,18 @@ struct fuse_session;
 namespace phone {
 
 // One device that the driver server serves: its file in the file system of the server, and where the phone
-// has it.
+// has it. An input device has the name of its file.
 struct Device {
     const char* file;
     const char* path;
+    bool is_link;  // a link to the file, so that a test can remove and rename it; otherwise the file itself
 };
 
 constexpr Device DEVICES[] = {
-    {"dsm", "/dev/dsm"},
+    {"dsm", "/dev/dsm", false},
+    {"event0", "/dev/input/event0", true},
+    {"event1", "/dev/input/event1", true},
+    {"event2", "/dev/input/event2", true},
 };
 
 // Starts to serve `driver` on `fuse_fd`, the descriptor of an already mounted FUSE file system. Both must

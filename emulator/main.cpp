@@ -13,6 +13,7 @@
 
 #include "emulator/control_client.h"
 #include "emulator/files.h"
+#include "emulator/key_words.h"
 #include "emulator/phone.h"
 #include "emulator/refusal.h"
 
@@ -93,9 +94,17 @@ int boot(const Choices& choices) {
     printf(
         "A %s build boots; Ctrl-C ends it. From another terminal:\n"
         "  phone report%s dsm_tp 20002 'some text'   a driver reports an error\n"
+        "  phone command%s dsm_tp on 20002           an application asks for a dump\n",
+        choices.commercial ? "commercial" : "debug", name.c_str(), name.c_str());
+    if (!choices.commercial) {
+        // On a commercial build nobody watches them.
+        printf("  phone key%s up down up                    somebody presses the phone's keys\n",
+               name.c_str());
+    }
+    printf(
         "  phone log-dir%s                           where the reports are\n"
         "  phone shell%s                             a shell in the phone\n",
-        choices.commercial ? "commercial" : "debug", name.c_str(), name.c_str(), name.c_str());
+        name.c_str(), name.c_str());
     fflush(stdout);
     return run_phone(options);
 }
@@ -145,6 +154,21 @@ int ask_and_print(const std::string& name, const Choices& choices) {
     const std::string answer = ask(choices, words);
     if (!answer.empty()) {
         printf("%s\n", answer.c_str());
+    }
+    return 0;
+}
+
+int press_keys(const Choices& choices) {
+    const std::vector<Words> requests = key_requests(choices.words);
+    for (const Words& words : requests) {
+        if (ask(choices, {"opened", words[1]}) == "0") {
+            throw Refusal(
+                "nobody has " + words[1] +
+                " open: no dmd runs in the phone, or it is a commercial build, where dmd watches no keys");
+        }
+    }
+    for (const Words& words : requests) {
+        ask(choices, words);
     }
     return 0;
 }
@@ -219,6 +243,15 @@ CLI::Option* add_operand(CLI::App* command, Choices* choices, const char* name, 
     return command->add_option_function<std::string>(name, take, description)->required();
 }
 
+void add_operands(CLI::App* command, Choices* choices, const char* name, const char* description) {
+    const auto take = [choices](const std::vector<std::string>& words) {
+        for (const std::string& word : words) {
+            choices->words.push_back(word.substr(1));
+        }
+    };
+    command->add_option_function<std::vector<std::string>>(name, take, description)->required();
+}
+
 void add_boot_options(CLI::App* command, Choices* choices) {
     CLI::Option* debug =
         command->add_flag("--debug-build", choices->debug_build, "Be a debug build (the default)");
@@ -274,6 +307,12 @@ int do_command_line(std::vector<std::string> words) {
     CLI::App* state = add_command(&app, &choices, "state", "Set the state that a poll of a client returns");
     add_operand(state, &choices, "CLIENT", "Name of the client");
     add_operand(state, &choices, "NUMBER", "Its state from now on");
+    CLI::App* command = add_command(&app, &choices, "command", "An application asks the daemon for a dump");
+    add_operand(command, &choices, "CLIENT", "Name of the client");
+    add_operand(command, &choices, "SWITCH", "The running test switch: on or off");
+    add_operand(command, &choices, "NUMBER", "Number of the error");
+    CLI::App* key_command = add_command(&app, &choices, "key", "Somebody presses the phone's keys");
+    add_operands(key_command, &choices, "WORD", KEY_WORD_FORMS);
     CLI::App* property = add_command(&app, &choices, "property", "Print or set a system property");
     add_operand(property, &choices, "NAME", "Name of the property");
     add_operand(property, &choices, "VALUE", "Its new value")->required(false);
@@ -299,6 +338,9 @@ int do_command_line(std::vector<std::string> words) {
     }
     if (log_dir_command->parsed()) {
         return log_dir(choices);
+    }
+    if (key_command->parsed()) {
+        return press_keys(choices);
     }
     return ask_and_print(app.get_subcommands()[0]->get_name(), choices);
 }

@@ -278,7 +278,14 @@ int enter_private_root(const PhoneOptions& options) {
 
 void place_devices() {
     for (const Device& device : DEVICES) {
-        bind(DRIVER + "/" + device.file, device.path);
+        const std::string file = DRIVER + "/" + device.file;
+        const std::string path = device.path;
+        make_folder(path.substr(0, path.rfind('/')));
+        if (device.is_link) {
+            make_link(file, path);
+        } else {
+            bind(file, path);
+        }
     }
 }
 
