@@ -9,6 +9,7 @@
 #include "daemon/log.h"
 #include "platform/properties.h"
 #include "servers/listen_server.h"
+#include "servers/poll_server.h"
 
 namespace {
 
@@ -25,6 +26,7 @@ constexpr start_step start_steps[] = {
     {dmd_client_init, "[M/%s] Dmd client init failed :%d\n"},
     {[] { return parse_config_file(config_file_path); }, "[M/%s] Parse config file failed :%d\n"},
     {dmd_listen_server_init, "[M/%s] listen server init failed :%d\n"},
+    {dmd_poll_server_init, "[M/%s] poll server init failed :%d\n"},
 };
 
 }  // namespace

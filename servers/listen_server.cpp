@@ -11,18 +11,12 @@
 #include "clients/dispatch.h"
 #include "clients/dsm_device.h"
 #include "clients/registry.h"
-#include "config/settings.h"
 #include "daemon/log.h"
+#include "platform/descriptor_set.h"
 #include "platform/owned.h"
-#include "platform/text.h"
+#include "servers/monitor.h"
 
 namespace {
-
-// The result of a device description request that is not one.
-constexpr int UNKNOWN_REQUEST = -22;
-
-// How long a descriptor rests that the driver says is ready, but that brought nothing.
-constexpr time_t REST_SECONDS = 1;
 
 Mutex lclient_lock;
 Condition lclient_cond;  // a record was added
@@ -33,37 +27,6 @@ pthread_t listen_thread;
 
 const char* client_name(const lclient& record) {
     return record.dclient->info->name;
-}
-
-// Takes over the client's names, from the driver where it answers and else from the section.
-void describe_device(lclient* record, const setting_info& setting) {
-    dmd_client* const client = record->dclient;
-    if (lclient_get_device_info(record, DSM_IOCTL_GET_DEVICE_NAME) < 0) {
-        const MutexLock lock(client->mutex);
-        copy_text(client->device_name, setting.device_name);
-    }
-    if (lclient_get_device_info(record, DSM_IOCTL_GET_IC_NAME) < 0) {
-        const MutexLock lock(client->mutex);
-        copy_field(client->ic_name, setting.ic_name);
-    }
-    if (lclient_get_device_info(record, DSM_IOCTL_GET_MODULE_NAME) < 0) {
-        const MutexLock lock(client->mutex);
-        copy_field(client->module_name, setting.module_name);
-    }
-}
-
-void log_triggers(const char* name, const lclient& record) {
-    if (!debug_output_enabled) {
-        return;
-    }
-    for (int i = 0; i < record.num_triggers; ++i) {
-        const trigger_info& trigger = record.triggers[i];
-        LOG_D_AS(name, "triggers[%d] error no-%d, action num-%d\n", i, trigger.error_no, trigger.action_num);
-        for (int k = 0; k < trigger.action_num; ++k) {
-            LOG_D_AS(name, "action[%d] client name-%s, action info-%d\n", k, trigger.actions[k].client_name,
-                     trigger.actions[k].action_info);
-        }
-    }
 }
 
 // Sets one client up and adds its descriptor to the watched set.
@@ -91,10 +54,9 @@ void watch_client(const char* name, dmd_client* client, fd_set* watched) {
     }
     record->dclient = client;
     record->fd = fd.release();
-    // A section without an array has no trigger to scan, whatever number it gives.
-    record->num_triggers = setting->listen.triggers != nullptr ? setting->listen.num_triggers : 0;
+    record->num_triggers = setting->listen.num_triggers;
     record->triggers = setting->listen.triggers;
-    describe_device(record.get(), *setting);
+    describe_device(record.get(), *setting, lclient_get_device_info);
     lclient* const linked = record.release();
     {
         const MutexLock lock(lclient_lock);
@@ -105,7 +67,7 @@ void watch_client(const char* name, dmd_client* client, fd_set* watched) {
     }
     LOG_M_AS(name, "lclient %s init success, fd-%d triggers num-%d\n", cname, linked->fd,
              linked->num_triggers);
-    log_triggers(name, *linked);
+    log_triggers(name, linked->triggers, linked->num_triggers);
     FD_SET(linked->fd, watched);
 }
 
@@ -118,52 +80,16 @@ lclient* find_lclient(int fd) {
     return record;
 }
 
-// The first complete trigger for the number, or null.
-const trigger_info* find_trigger(const lclient& record, int error_no) {
-    for (int i = 0; i < record.num_triggers; ++i) {
-        const trigger_info& trigger = record.triggers[i];
-        if (trigger.action_num > 0 && trigger.error_no == error_no) {
-            return &trigger;
-        }
-    }
-    return nullptr;
-}
-
-void run_actions(const char* name, const trigger_info& trigger) {
-    for (int k = 0; k < trigger.action_num; ++k) {
-        const action_config& action = trigger.actions[k];
-        LOG_M_AS(name, "action-%d, cname-%s, info-%d\n", k, action.client_name, action.action_info);
-        dmd_client* const target = get_client_by_name(action.client_name);
-        if (target == nullptr) {
-            LOG_M_AS(name, "can not get specific client\n");
-            continue;
-        }
-        dmd_dump_error(target, trigger.error_no, action.action_info, trigger.running_test_switch);
-    }
-}
-
 void handle_error(const char* name, const lclient& record) {
     const int error_no = lclient_get_error(&record);
-    const trigger_info* const trigger = find_trigger(record, error_no);
+    const trigger_info* const trigger = find_trigger(record.triggers, record.num_triggers, error_no);
     if (trigger == nullptr) {
         LOG_M_AS(name, "%s has error (%d) ignored\n", client_name(record), error_no);
         dmd_clear_error(record.dclient, 0);
         return;
     }
     LOG_M_AS(name, "%s has error (%d) reported\n", client_name(record), error_no);
-    run_actions(name, *trigger);
-}
-
-// Waits for the watched descriptors other than the resting ones; no longer than these rest.
-void rest(const fd_set& watched, const fd_set& resting) {
-    fd_set others = watched;
-    for (int fd = 0; fd < FD_SETSIZE; ++fd) {
-        if (FD_ISSET(fd, &resting)) {
-            FD_CLR(fd, &others);
-        }
-    }
-    timeval limit = {REST_SECONDS, 0};
-    select(FD_SETSIZE, &others, nullptr, nullptr, &limit);
+    run_actions(name, *trigger, dmd_dump_error, "[M/%s] can not get specific client\n");
 }
 
 void wait_for_client(const char* name) {
@@ -181,28 +107,8 @@ int lclient_get_device_info(lclient* record, unsigned int request) {
     if (record == nullptr) {
         return -1;
     }
-    dsm_argument argument = {};
-    const int result = dsm_request(record->fd, request, &argument);
-    if (result != 0) {
-        LOG_D("%s get client info failed %d\n", client_name(*record), result);
-        return result;
-    }
-    dmd_client* const client = record->dclient;
-    const MutexLock lock(client->mutex);
-    switch (request) {
-        case DSM_IOCTL_GET_DEVICE_NAME:
-            copy_text(client->device_name, argument.text);
-            return 0;
-        case DSM_IOCTL_GET_IC_NAME:
-            copy_field(client->ic_name, argument.text);
-            return 0;
-        case DSM_IOCTL_GET_MODULE_NAME:
-            copy_field(client->module_name, argument.text);
-            return 0;
-        default:
-            LOG_M("ignore unkown cmd!");
-            return UNKNOWN_REQUEST;
-    }
+    return get_device_info(__func__, "[D/%s] %s get client info failed %d\n", record->dclient, record->fd,
+                           request);
 }
 
 int lclient_get_error(const lclient* record) {
@@ -257,7 +163,7 @@ void* listen_server(void* /*argument*/) {
         // A dead driver, or a trigger whose actions do not read the client, leaves its descriptor ready. The
         // thread does not spin on it.
         if (dsm_texts_handed_over() == handed_over) {
-            rest(watched, ready);
+            rest_descriptors(watched, ready);
         }
     }
 }

@@ -5,11 +5,26 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <condition_variable>
+#include <mutex>
 
 namespace {
 
 std::atomic<unsigned int> slept{0};
 std::atomic<int> synced{0};
+
+// Outlives every test, like the daemon's threads.
+struct Gate {
+    std::mutex mutex;
+    std::condition_variable changed;
+    bool closed = false;
+    int passes = 0;
+};
+
+Gate& gate() {
+    static Gate* const instance = new Gate;
+    return *instance;
+}
 
 }  // namespace
 
@@ -21,10 +36,28 @@ int files_synced() {
     return synced.load();
 }
 
+void hold_sleeps() {
+    const std::lock_guard<std::mutex> lock(gate().mutex);
+    gate().closed = true;
+}
+
+void let_a_sleep_pass() {
+    const std::lock_guard<std::mutex> lock(gate().mutex);
+    ++gate().passes;
+    gate().changed.notify_all();
+}
+
 // A millisecond for each call keeps a loop that waits from spinning.
 extern "C" unsigned int sleep(unsigned int seconds) {
     slept += seconds;
-    usleep(1000);
+    std::unique_lock<std::mutex> lock(gate().mutex);
+    if (!gate().closed) {
+        lock.unlock();
+        usleep(1000);
+        return 0;
+    }
+    gate().changed.wait(lock, [] { return gate().passes > 0; });
+    --gate().passes;
     return 0;
 }
 

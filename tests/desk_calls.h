@@ -5,5 +5,10 @@
 // the tests no time.
 unsigned int seconds_slept();
 
+// From now on each call of sleep waits until the test lets it return.
+void hold_sleeps();
+// Lets one call of sleep return, also one that is still to come.
+void let_a_sleep_pass();
+
 // Files that this process has synced so far.
 int files_synced();

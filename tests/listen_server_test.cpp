@@ -6,43 +6,24 @@
 
 #include "clients/dsm_device.h"
 #include "clients/registry.h"
-#include "config/config_parser.h"
 #include "daemon/log.h"
 #include "servers/listen_server.h"
+#include "tests/bring_up.h"
 #include "tests/desk_calls.h"
-#include "tests/log_capture.h"
-#include "tests/phone_test.h"
 
 namespace {
 
-constexpr char RECORD[] = "/data/kvdx_logs/dmd_log/dmd_record_0.txt";
-
 std::string section(const std::string& client, const std::string& fields) {
-    return "[" + client + "]\nalgo_type listen\nclient_name " + client + "\n" + fields;
+    return section_text("listen", client, fields);
 }
 
-std::string trigger(int error_no, const std::string& actions) {
-    return "error_no " + std::to_string(error_no) + "\nrunning_test_switch on\naction " + actions + "\n";
-}
-
-// Brings the daemon up as far as the listen server, on a commercial build: no archives.
 void start_listening(const std::string& configuration) {
-    set_commercial(true);
-    ASSERT_EQ(0, dmd_client_init());
-    write_file("/system/etc/device_state_monitor.conf", configuration);
-    ASSERT_EQ(0, parse_config_file(nullptr));
+    bring_up(configuration);
     ASSERT_EQ(0, dmd_listen_server_init());
 }
 
-// The messages of the thread's loop, without those before its first wait.
 std::vector<std::string> loop_messages(const LogCapture& log) {
-    std::vector<std::string> messages;
-    for (const std::string& line : log.lines()) {
-        if (line.find("[M/listen_server] ") == 0) {
-            messages.push_back(line.substr(18));
-        }
-    }
-    return messages;
+    return messages_of("listen_server", log);
 }
 
 }  // namespace
@@ -145,11 +126,7 @@ TEST(ListenServer, RefusesADescriptorThatSelectCannotWatch) {
         GTEST_SKIP() << "this user may not open as many descriptors";
     }
     LogCapture log;
-    set_commercial(true);
-    ASSERT_EQ(0, dmd_client_init());
-    write_file("/system/etc/device_state_monitor.conf",
-               section("dsm_tp", "num_triggers 1\n" + trigger(1, "dsm_tp+0")) + section("dsm_lcd", ""));
-    ASSERT_EQ(0, parse_config_file(nullptr));
+    bring_up(section("dsm_tp", "num_triggers 1\n" + trigger(1, "dsm_tp+0")) + section("dsm_lcd", ""));
     int last = -1;
     while (last < FD_SETSIZE + 8) {
         last = open("/dev/null", O_RDONLY | O_CLOEXEC);

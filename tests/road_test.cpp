@@ -1,27 +1,18 @@
 // The road of one error, with the daemon that ships: from a driver's report to a bug report on disk.
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
+#include <iterator>
 #include <thread>
 
 #include "tests/phone_test.h"
+#include "tests/sanitized.h"
 
 namespace {
 
 constexpr char RECORD[] = "/data/kvdx_logs/dmd_log/dmd_record_0.txt";
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool SANITIZED = true;
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-constexpr bool SANITIZED = true;
-#else
-constexpr bool SANITIZED = false;
-#endif
-#else
-constexpr bool SANITIZED = false;
-#endif
 
 std::string process_path(const DaemonProcess& dmd, const std::string& name) {
     return "/.phone/proc/" + std::to_string(dmd.pid()) + "/" + name;
@@ -42,12 +33,13 @@ std::string context_switches(const DaemonProcess& dmd) {
     return counts;
 }
 
-// Whether the main thread sleeps in pause and every other one in select.
+// Whether the main thread sleeps in pause and every other one until it has something to do.
 bool all_threads_wait(const DaemonProcess& dmd) {
     for (const std::string& task : names_in(process_path(dmd, "task"))) {
         const std::string where = read_file(process_path(dmd, "task/" + task + "/wchan"));
-        if (where.find("pause") == std::string::npos && where.find("select") == std::string::npos &&
-            where.find("poll") == std::string::npos) {
+        const char* const waits[] = {"pause", "select", "poll", "futex", "nanosleep"};
+        if (std::none_of(std::begin(waits), std::end(waits),
+                         [&](const char* wait) { return where.find(wait) != std::string::npos; })) {
             return false;
         }
     }

@@ -1,0 +1,48 @@
+// What the listen server and the poll server do alike with their clients. Each keeps its own wording: the
+// messages that differ are handed in.
+#pragma once
+
+#include <cstdint>
+
+#include "clients/client.h"
+#include "clients/dsm_device.h"
+#include "config/settings.h"
+#include "platform/text.h"
+
+// The first complete trigger whose number is `error_no`, or null.
+const trigger_info* find_trigger(const trigger_info* triggers, int32_t num_triggers, int error_no);
+
+// Runs the trigger's actions in order through `dispatch`. Logs under `name`, and `missing` (a format of the
+// name) where an action's client is not in the registry; the other actions run all the same.
+void run_actions(const char* name, const trigger_info& trigger,
+                 int (*dispatch)(dmd_client* client, int error_no, int slot, const char* RT_switch),
+                 const char* missing);
+
+// Logs the triggers and their actions under `name` while debug output is on.
+void log_triggers(const char* name, const trigger_info* triggers, int32_t num_triggers);
+
+// Asks the driver on `fd`, which is bound to the client, for one of the client's names (a request of the
+// DSM_IOCTL_GET_..._NAME kind) and stores it in the registry's record, whose lock it takes. 0, what the
+// driver answered when that is not 0, after the debug message `failed` (a format of the name, the client's
+// name and the answer), or -22 for another request. Logs under `name`.
+int get_device_info(const char* name, const char* failed, dmd_client* client, int fd, unsigned int request);
+
+// Takes over the client's names, from the driver where get_info says that it answers and else from the
+// section.
+template <typename Record>
+void describe_device(Record* record, const setting_info& setting,
+                     int (*get_info)(Record* record, unsigned int request)) {
+    dmd_client* const client = record->dclient;
+    if (get_info(record, DSM_IOCTL_GET_DEVICE_NAME) < 0) {
+        const MutexLock lock(client->mutex);
+        copy_text(client->device_name, setting.device_name);
+    }
+    if (get_info(record, DSM_IOCTL_GET_IC_NAME) < 0) {
+        const MutexLock lock(client->mutex);
+        copy_field(client->ic_name, setting.ic_name);
+    }
+    if (get_info(record, DSM_IOCTL_GET_MODULE_NAME) < 0) {
+        const MutexLock lock(client->mutex);
+        copy_field(client->module_name, setting.module_name);
+    }
+}

@@ -1,0 +1,174 @@
+// The poll server's thread on the real driver: when it samples, what it makes of a state, and what it does
+// without one. The clock ticks when the test lets it.
+#include "servers/poll_server.h"
+#include "clients/dsm_device.h"
+#include "clients/registry.h"
+#include "daemon/log.h"
+#include "tests/bring_up.h"
+#include "tests/desk_calls.h"
+
+namespace {
+
+std::string section(const std::string& client, const std::string& fields) {
+    return section_text("poll", client, fields);
+}
+
+// Starts the poll server and waits until it waits for the first tick.
+void start_polling(const LogCapture& log, const std::string& configuration) {
+    debug_output_enabled = 1;
+    hold_sleeps();
+    bring_up(configuration);
+    ASSERT_EQ(0, dmd_poll_server_init());
+    ASSERT_TRUE(log.wait_for("[D/poll_server] enter sleep, clock tick 0"));
+}
+
+// Lets the clock tick once more and waits until the sweep is over.
+void tick(const LogCapture& log) {
+    static int ticks = 0;
+    const std::string number = std::to_string(++ticks);
+    let_a_sleep_pass();
+    ASSERT_TRUE(log.wait_for("[D/poll_server] enter sleep, clock tick " + number));
+    ASSERT_TRUE(log.has("[D/poll_server] exit sleep, clock tick " + number));
+}
+
+}  // namespace
+
+TEST(PollServer, SamplesEachClientAtItsPeriod) {
+    LogCapture log;
+    start_polling(log, section("dsm_tp", "sampling_period 2\n") + section("dsm_lcd", "sampling_period 3\n") +
+                           section("dsm_key", "sampling_period 0\n") + section("dsm_hall", "") +
+                           section("dsm_nfc", "sampling_period -1\n") +
+                           section("DSM_WIFI", "sampling_period 1\n") + section("dsm_nobody", ""));
+    EXPECT_TRUE(log.has("[M/poll_client_init] pclient dsm_tp init success, fd-"));
+    EXPECT_EQ(2, log.count(" sample period-5 triggers num-0"));
+    EXPECT_EQ(6, log.count("[M/poll_client_init] find client "));
+    log.clear();
+    phone_do({"state", "dsm_tp", "7"});
+    phone_do({"state", "dsm_lcd", "-8"});
+    for (int i = 0; i < 6; ++i) {
+        tick(log);
+    }
+    const std::string wifi = "poll dsm_wifi's state 0";
+    const std::string wifi_ignored = "client dsm_wifi's error (0) ignored";
+    const std::string tp = "poll dsm_tp's state 7", tp_ignored = "client dsm_tp's error (7) ignored";
+    const std::string lcd = "poll dsm_lcd's state -8", lcd_ignored = "client dsm_lcd's error (-8) ignored";
+    // The client set up last goes first; they are set up in the registry's order.
+    EXPECT_EQ((std::vector<std::string>{wifi,
+                                        wifi_ignored,  // 1
+                                        wifi,
+                                        wifi_ignored,
+                                        tp,
+                                        tp_ignored,  // 2
+                                        wifi,
+                                        wifi_ignored,
+                                        lcd,
+                                        lcd_ignored,  // 3
+                                        wifi,
+                                        wifi_ignored,
+                                        tp,
+                                        tp_ignored,  // 4
+                                        "poll dsm_hall's state 0",
+                                        "client dsm_hall's error (0) ignored",
+                                        wifi,
+                                        wifi_ignored,
+                                        "poll dsm_key's state 0",
+                                        "client dsm_key's error (0) ignored",  // 5
+                                        wifi,
+                                        wifi_ignored,
+                                        lcd,
+                                        lcd_ignored,
+                                        tp,
+                                        tp_ignored}),  // 6
+              messages_of("poll_server", log));
+    EXPECT_TRUE(wait_until([] { return seconds_slept() == 7U * 5; }));
+}
+
+TEST(PollServer, RunsTheFirstMatchingTriggersActionsAtEverySample) {
+    LogCapture log;
+    start_polling(log,
+                  section("dsm_tp", "sampling_period 1\nnum_triggers 4\n" +
+                                        trigger(3, "DSM_LCD+0 dsm_nobody+0 dsm_tp+99 dsm_recovery+0") +
+                                        trigger(3, "dsm_tp+0") + trigger(4, "dsm_tp+0") + "error_no 5\n"));
+    log.clear();
+    phone_do({"state", "dsm_tp", "3"});
+    report_error("dsm_tp", 3, "a poll does not read what is reported");
+    tick(log);
+    const std::vector<std::string> sample = {"poll dsm_tp's state 3",
+                                             "client dsm_tp's error (3) occured",
+                                             "action-0, cname-DSM_LCD, info-0",
+                                             "action-1, cname-dsm_nobody, info-0",
+                                             "can get specific client",
+                                             "action-2, cname-dsm_tp, info-99",
+                                             "action-3, cname-dsm_recovery, info-0"};
+    EXPECT_EQ(sample, messages_of("poll_server", log));
+    const std::string report = "[Content]:\nforced dump of error 3 of dsm_lcd\n";
+    EXPECT_EQ(1, count_of(read_file(RECORD), report));
+    EXPECT_EQ(1, count_of(read_file(RECORD), "[Device]:dsm_lcd\n"));
+    EXPECT_EQ(1, count_of(read_file(RECORD), "[Error no]:03\n[Runing_test_switch]:on\n"));
+    log.clear();
+    tick(log);
+    EXPECT_EQ(sample, messages_of("poll_server", log)) << "nothing remembers that it has fired";
+    EXPECT_EQ(2, count_of(read_file(RECORD), report));
+    EXPECT_EQ("1", phone_do({"pending", "dsm_tp"}));
+
+    for (const std::string state : {"4", "5"}) {
+        phone_do({"state", "dsm_tp", state});
+        tick(log);
+    }
+    EXPECT_EQ(1, count_of(read_file(RECORD), "[Content]:\nforced dump of error 4 of dsm_tp\n"));
+    EXPECT_TRUE(log.has("client dsm_tp's error (5) ignored")) << "its trigger is not complete";
+}
+
+TEST(PollServer, AStateThatCannotBeReadIsZero) {
+    LogCapture log;
+    start_polling(log, section("dsm_tp", "sampling_period 1\nnum_triggers 1\n" + trigger(0, "dsm_tp+0")) +
+                           section("dsm_lcd", "sampling_period 1\n"));
+    phone_do({"state", "dsm_tp", "9"});
+    phone_do({"state", "dsm_lcd", "9"});
+    phone_do({"answer", "dsm_tp", "state", "-5", "1"});
+    phone_do({"answer", "dsm_lcd", "state", "6", "1"});
+    tick(log);
+    EXPECT_TRUE(log.has("[M/poll_pclient_state] poll client dsm_tp failed -1"));
+    EXPECT_TRUE(log.has("[M/poll_server] client dsm_tp's error (0) occured"));
+    EXPECT_EQ(1, count_of(read_file(RECORD), "forced dump of error 0 of dsm_tp\n"));
+    EXPECT_TRUE(log.has("[M/poll_pclient_state] poll client dsm_lcd failed 6"));
+    EXPECT_TRUE(log.has("[M/poll_server] client dsm_lcd's error (0) ignored"));
+    phone_do({"gone"});
+    tick(log);
+    EXPECT_EQ(4, log.count("[M/poll_pclient_state] poll client ")) << "the device is gone";
+    phone_do({"back"});
+    tick(log);
+    EXPECT_TRUE(log.has("[D/poll_pclient_state] poll client dsm_tp result 9"));
+}
+
+TEST(PollServer, LeavesAClientOutThatCannotBeSetUp) {
+    phone_do({"names", "dsm_key", "driver_device", "", ""});
+    LogCapture log;
+    const std::string names = "device_name section_device\nic_name sic\nmodule_name smo\n";
+    bring_up(section("dsm_tp", names) + section("dsm_lcd", names) + section("dsm_key", names));
+    phone_do({"answer", "dsm_lcd", "bind", "-5"});
+    phone_do({"answer", "dsm_key", "ic_name", "4"});
+    debug_output_enabled = 1;
+    poll_client_init();
+    EXPECT_TRUE(log.has("[M/poll_client_init] can't bind client dsm_lcd's fd"));
+    EXPECT_EQ(2, log.count(" init success, fd-"));
+    EXPECT_TRUE(log.has("[D/pclient_get_device_info] dsm_tp get client error failed -1"));
+    EXPECT_EQ("2", phone_do({"bound", "dsm_tp"}));
+    EXPECT_EQ("1", phone_do({"bound", "dsm_lcd"}));
+    dmd_client* const key = get_client_by_name("dsm_key");
+    const MutexLock lock(key->mutex);
+    EXPECT_STREQ("driver_device", key->device_name);
+    EXPECT_STREQ("", key->ic_name) << "a positive answer counts as one";
+    EXPECT_STREQ("smo", key->module_name);
+    EXPECT_EQ(-1, pclient_get_device_info(nullptr, DSM_IOCTL_GET_IC_NAME));
+}
+
+TEST(PollServer, WithoutASectionItWaitsForGood) {
+    LogCapture log;
+    bring_up(section_text("listen", "dsm_tp", ""));
+    log.clear();
+    ASSERT_EQ(0, dmd_poll_server_init());
+    ASSERT_TRUE(log.wait_for("[M/poll_server] dmd poll no client wait broadcast"));
+    EXPECT_EQ(1U, log.lines().size());
+    EXPECT_EQ(0U, seconds_slept());
+}
