@@ -10,6 +10,7 @@
 #include "platform/properties.h"
 #include "servers/listen_server.h"
 #include "servers/poll_server.h"
+#include "triggers/command_server.h"
 
 namespace {
 
@@ -27,6 +28,7 @@ constexpr start_step start_steps[] = {
     {[] { return parse_config_file(config_file_path); }, "[M/%s] Parse config file failed :%d\n"},
     {dmd_listen_server_init, "[M/%s] listen server init failed :%d\n"},
     {dmd_poll_server_init, "[M/%s] poll server init failed :%d\n"},
+    {dmd_command_sever_init, "[M/%s] command server init failed :%d\n"},
 };
 
 }  // namespace

@@ -1,0 +1,235 @@
+// The command server's thread and its socket: which dumps the messages of applications start, and that no
+// application can keep it from serving the others.
+#include "triggers/command_server.h"
+
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/select.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
+
+#include <atomic>
+#include <thread>
+
+#include "tests/bring_up.h"
+#include "tests/desk_calls.h"
+#include "tests/sanitized.h"
+#include "triggers/command_message.h"
+
+namespace {
+
+// The mode of the socket file as bind has made it.
+std::atomic<mode_t> mode_after_bind{0};
+
+void start_serving() {
+    bring_up("");
+    ASSERT_EQ(0, dmd_command_sever_init());
+}
+
+// Waits until the daemon has closed its end.
+bool is_closed(const UniqueFd& connection) {
+    char byte;
+    return recv(connection.get(), &byte, 1, 0) == 0;
+}
+
+// Whether a message is taken. Its client has nothing to dump.
+bool is_served(const LogCapture& log, const UniqueFd& connection, int error_no) {
+    return send_bytes(connection, command_message("dsm_recovery", DMD_TEST_SWITCH_ON, error_no)) &&
+           log.wait_for("Received msg - name:dsm_recovery data:" + std::to_string(error_no));
+}
+
+}  // namespace
+
+extern "C" int bind(int fd, const sockaddr* address, socklen_t size) noexcept {
+    const int result = static_cast<int>(syscall(SYS_bind, fd, address, size));
+    mode_after_bind = status_of(DMD_COMMAND_SOCKET).st_mode;
+    return result;
+}
+
+TEST(CommandServer, EachMessageForcesItsDump) {
+    struct {
+        std::string bytes;
+        std::vector<std::string> messages;
+        std::string report;  // of the record file
+    } const cases[] = {
+        {command_message("dsm_tp", 0, 20002),
+         {"Received msg - name:dsm_tp data:20002"},
+         "[Error no]:20002\n[Runing_test_switch]:on\n"},
+        {command_message("DSM_Lcd", 1, -5),
+         {"Received msg - name:DSM_Lcd data:-5"},
+         "[Error no]:-5\n[Runing_test_switch]:off\n"},
+        {command_message("dsm_tp", 2, 3),
+         {"Received msg - name:dsm_tp data:3", "unkown runnig test switch type."},
+         ""},
+        {command_message("dsm_tp", 0xffffffff, 4),
+         {"Received msg - name:dsm_tp data:4", "unkown runnig test switch type."},
+         ""},
+        {command_message("dsm_recovery", 0, 5), {"Received msg - name:dsm_recovery data:5"}, ""},
+        {command_message("dsm_nobody", 2, 6),
+         {"Received msg - name:dsm_nobody data:6", "dsm_nobody is not found in dmd client list"},
+         ""},
+        {command_message("a_name_of_32_bytes_and_no_zero_xx", 0, 7),
+         {"Received msg - name:a_name_of_32_bytes_and_no_zero_ data:7",
+          "a_name_of_32_bytes_and_no_zero_ is not found in dmd client list"},
+         ""},
+        {command_message("", 0, 8), {"Received msg - name: data:8", " is not found in dmd client list"}, ""},
+        {command_message("dsm_tp", 0, 9).substr(0, 39), {"Recv command length not match"}, ""},
+        {"x", {"Recv command length not match"}, ""},
+        {command_message("dsm_tp", 0, 10) + "x",
+         {"Received msg - name:dsm_tp data:10", "Recv command length not match"},
+         "[Error no]:10\n[Runing_test_switch]:on\n"},
+        {command_message("dsm_tp", 0, 11) + command_message("dsm_tp", 1, 12),
+         {"Received msg - name:dsm_tp data:11", "Received msg - name:dsm_tp data:12"},
+         "[Error no]:12\n[Runing_test_switch]:off\n"},
+    };
+    LogCapture log;
+    start_serving();
+    EXPECT_TRUE(log.has("[M/dmd_command_sever_init] command server init success, fd - "));
+    const UniqueFd connection = connect_to_commands();
+    for (const auto& c : cases) {
+        log.clear();
+        ASSERT_TRUE(send_bytes(connection, c.bytes));
+        ASSERT_TRUE(log.wait_for("[M/dmd_recv_cmd_from_apk] " + c.messages.back())) << c.messages.back();
+        EXPECT_EQ(c.messages, messages_of("dmd_recv_cmd_from_apk", log));
+        if (!c.report.empty()) {
+            EXPECT_TRUE(wait_until([&] { return count_of(read_file(RECORD), c.report) == 1; })) << c.report;
+        }
+    }
+    EXPECT_TRUE(
+        wait_until([] { return count_of(read_file(RECORD), "[Content]:\nforced dump of error ") == 5; }));
+    EXPECT_EQ(1, count_of(read_file(RECORD), "[Device]:dsm_lcd\n"));
+    EXPECT_FALSE(log.has("Removing client"));
+}
+
+TEST(CommandServer, TheSocketIsNeverOpenToOthers) {
+    // A folder does not make room.
+    ASSERT_EQ(0, mkdir(DMD_COMMAND_SOCKET, 0755));
+    const LogCapture log;
+    EXPECT_EQ(-22, dmd_command_sever_init());
+    EXPECT_EQ(std::vector<std::string>{"Recv socket: bind error - Address already in use"},
+              messages_of("dmd_command_sever_init", log));
+    // What an earlier daemon has left does.
+    ASSERT_EQ(0, rmdir(DMD_COMMAND_SOCKET));
+    write_file(DMD_COMMAND_SOCKET, "");
+    umask(0);
+    ASSERT_EQ(0, dmd_command_sever_init());
+    EXPECT_EQ(S_IFSOCK | 0660U, mode_after_bind);
+    EXPECT_EQ(S_IFSOCK | 0660U, status_of(DMD_COMMAND_SOCKET).st_mode);
+}
+
+TEST(CommandServer, ANarrowUmaskDoesNotNarrowTheSocket) {
+    umask(077);
+    ASSERT_EQ(0, dmd_command_sever_init());
+    EXPECT_EQ(S_IFSOCK | 0660U, status_of(DMD_COMMAND_SOCKET).st_mode);
+}
+
+TEST(CommandServer, NoApplicationStopsTheOthers) {
+    LogCapture log;
+    start_serving();
+    const int descriptors = open_descriptors("self");
+    {
+        const UniqueFd idle = connect_to_commands();
+        const UniqueFd half = connect_to_commands();
+        ASSERT_TRUE(send_bytes(half, command_message("dsm_tp", 0, 1).substr(0, 20)));
+        // An urgent byte wakes select, but no read without MSG_OOB gets it.
+        const UniqueFd urgent = connect_to_commands();
+        send(urgent.get(), "!", 1, MSG_OOB);
+        const UniqueFd no_more = connect_to_commands();
+        ASSERT_EQ(0, shutdown(no_more.get(), SHUT_WR));
+        EXPECT_TRUE(is_closed(no_more));
+        const UniqueFd deaf = connect_to_commands();
+        ASSERT_EQ(0, shutdown(deaf.get(), SHUT_RD));
+        const UniqueFd flood = connect_to_commands();
+        std::atomic<bool> flooding{true};
+        std::thread flooder([&] {
+            while (flooding) {
+                send_bytes(flood, std::string(1000, 'x'));
+            }
+        });
+        const UniqueFd good = connect_to_commands();
+        for (int i = 0; i < 5; ++i) {
+            EXPECT_TRUE(is_served(log, good, 100 + i));
+        }
+        EXPECT_TRUE(is_served(log, deaf, 200));
+        EXPECT_TRUE(is_served(log, idle, 201));
+        EXPECT_TRUE(is_served(log, half, 202)) << "its half is not taken for the beginning of this";
+        flooding = false;
+        flooder.join();
+    }
+    EXPECT_TRUE(wait_until([&] { return open_descriptors("self") == descriptors; }));
+    EXPECT_EQ(7, log.count("[M/dmd_cmd_thread] Removing client on fd "));
+}
+
+TEST(CommandServer, ManyConnectionsAndMessagesLeaveNothingOpen) {
+    const int connections = SANITIZED ? 1000 : 10000;
+    LogCapture log;
+    start_serving();
+    const int descriptors = open_descriptors("self");
+    std::string messages;  // ten of them, half malformed
+    for (int i = 0; i < 5; ++i) {
+        messages += command_message("dsm_recovery", i % 2, i);
+    }
+    messages += command_message("dsm_recovery", 7, 5) + command_message("dsm_nobody", 0, 6) +
+                command_message("", 0, 7) + std::string(40, '\xff') + "cut short";
+    for (int i = 0; i < connections; ++i) {
+        const UniqueFd connection = connect_to_commands();
+        ASSERT_TRUE(connection.valid() && send_bytes(connection, messages)) << i;
+    }
+    ASSERT_TRUE(wait_until([&] { return log.count("Removing client on fd ") == connections; }));
+    EXPECT_EQ(descriptors, open_descriptors("self"));
+    EXPECT_EQ(9 * connections, log.count("Received msg - "));
+    EXPECT_EQ(connections, log.count("unkown runnig test switch type."));
+    EXPECT_EQ(3 * connections, log.count("is not found in dmd client list"));
+    EXPECT_EQ(connections, log.count("Recv command length not match"));
+    EXPECT_TRUE(is_served(log, connect_to_commands(), 1));
+}
+
+TEST(CommandServer, ConnectionsLeaveTheReportsTheirDescriptors) {
+    struct {
+        rlim_t limit;
+        int first_free;  // all descriptors below are taken
+    } const cases[] = {{200, 130}, {4096, FD_SETSIZE - 2}};
+    LogCapture log;
+    start_serving();
+    for (const auto& c : cases) {
+        const rlimit limit = {c.limit, 4096};
+        if (setrlimit(RLIMIT_NOFILE, &limit) != 0) {
+            GTEST_SKIP() << "this user may not open as many descriptors";
+        }
+        std::vector<UniqueFd> taken;
+        while (taken.empty() || taken.back().get() + 1 < c.first_free) {
+            taken.emplace_back(open("/dev/null", O_RDONLY | O_CLOEXEC));
+            ASSERT_TRUE(taken.back().valid());
+        }
+        log.clear();
+        std::vector<UniqueFd> connections;
+        while (!log.has("[M/dmd_cmd_thread] no room for a client on fd ")) {
+            connections.push_back(connect_to_commands());
+            ASSERT_TRUE(connections.back().valid());
+        }
+        EXPECT_TRUE(is_closed(connections.back()));
+        taken.clear();
+        const UniqueFd later = connect_to_commands();
+        EXPECT_TRUE(is_served(log, later, static_cast<int>(c.limit)));
+    }
+}
+
+TEST(CommandServer, WaitsForADescriptorWithoutSpinning) {
+    LogCapture log;
+    start_serving();
+    const UniqueFd known = connect_to_commands();
+    ASSERT_TRUE(is_served(log, known, 1));
+    const UniqueFd waiting(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    const rlimit limit = {256, 256};
+    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &limit));
+    std::vector<UniqueFd> taken(1);
+    do {
+        taken.emplace_back(open("/dev/null", O_RDONLY | O_CLOEXEC));
+    } while (taken.back().valid());
+    EXPECT_EQ(0U, seconds_slept());
+    ASSERT_TRUE(connect_to_commands(waiting));
+    EXPECT_TRUE(wait_until([] { return seconds_slept() >= 3; }));
+    EXPECT_TRUE(is_served(log, known, 2));
+    taken.clear();
+    EXPECT_TRUE(is_served(log, waiting, 3));
+}

@@ -1,0 +1,182 @@
+// The command thread: accepting connections, taking their messages, and forcing the dumps they ask for.
+#include "triggers/command_server.h"
+
+#include <pthread.h>
+#include <sys/ioctl.h>
+#include <sys/resource.h>
+#include <sys/select.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <iterator>
+
+#include "clients/dispatch.h"
+#include "clients/registry.h"
+#include "daemon/log.h"
+#include "platform/descriptor_set.h"
+#include "platform/owned.h"
+#include "platform/text.h"
+#include "triggers/command_message.h"
+
+namespace {
+
+constexpr int SETUP_FAILED = -22;
+constexpr mode_t SOCKET_MODE = 0660;
+constexpr int BACKLOG = 10;
+// Descriptors that the reports of all threads may need at a time, and some to spare.
+constexpr rlim_t RESERVED_DESCRIPTORS = 64;
+constexpr int FORCE_DUMP_SLOT = 0;
+
+// By test_switch_type.
+constexpr const char* TEST_SWITCHES[] = {"on", "off"};
+static_assert(DMD_TEST_SWITCH_ON == 0 && DMD_TEST_SWITCH_OFF == 1, "TEST_SWITCHES is in this order");
+
+int listening_socket = -1;
+pthread_t command_thread;
+
+sockaddr_un socket_address() {
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    copy_text(address.sun_path, DMD_COMMAND_SOCKET);
+    return address;
+}
+
+// Whether a connection can be served: select must be able to watch it, and connections must not use up the
+// descriptors that reports are written with. Descriptors are given out from below.
+bool has_room_for(int connection) {
+    rlimit limit = {};
+    const bool limited = getrlimit(RLIMIT_NOFILE, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY;
+    return connection < FD_SETSIZE &&
+           (!limited || static_cast<rlim_t>(connection) + RESERVED_DESCRIPTORS < limit.rlim_cur);
+}
+
+// Returns whether a connection was taken from the queue.
+bool accept_connection(const char* name, fd_set* watched) {
+    sockaddr_un address = {};
+    socklen_t size = sizeof address;
+    // Nothing that a peer does keeps the thread waiting.
+    UniqueFd connection(accept4(listening_socket, reinterpret_cast<sockaddr*>(&address), &size,
+                                SOCK_CLOEXEC | SOCK_NONBLOCK));
+    if (!connection.valid()) {
+        return false;
+    }
+    if (!has_room_for(connection.get())) {
+        LOG_M_AS(name, "no room for a client on fd %d\n", connection.get());
+        return true;
+    }
+    FD_SET(connection.release(), watched);
+    return true;
+}
+
+// Returns whether anything came of it.
+bool serve_connection(const char* name, int connection, fd_set* watched) {
+    int waiting = 0;
+    ioctl(connection, FIONREAD, &waiting);
+    LOG_D_AS(name, "Need to read %d bytes\n", waiting);
+    const ssize_t received = waiting > 0 ? dmd_recv_cmd_from_apk(connection) : 0;
+    if (received > 0) {
+        return true;
+    }
+    // Out-of-band data counts as waiting, but is not received, not even when the peer has closed.
+    if (received < 0 && (errno == EAGAIN || errno == EINTR)) {
+        return false;
+    }
+    close(connection);
+    FD_CLR(connection, watched);
+    LOG_M_AS(name, "Removing client on fd %d\n", connection);
+    return true;
+}
+
+void force_dump(const char* name, const dmd_command_message& message) {
+    dmd_client* const client = get_client_by_name(message.client_name);
+    if (client == nullptr) {
+        LOG_M_AS(name, "%s is not found in dmd client list\n", message.client_name);
+        return;
+    }
+    if (message.test_switch_type >= std::size(TEST_SWITCHES)) {
+        LOG_M_AS(name, "unkown runnig test switch type.");
+        return;
+    }
+    dmd_force_dump_error(client, message.data, FORCE_DUMP_SLOT, TEST_SWITCHES[message.test_switch_type]);
+}
+
+}  // namespace
+
+ssize_t dmd_recv_cmd_from_apk(int connection) {
+    dmd_command_message message = {};
+    const ssize_t received = recv(connection, &message, sizeof message, 0);
+    if (received <= 0) {
+        const int reason = errno;
+        LOG_M("Recv command failed\n");
+        errno = reason;
+    } else if (received != sizeof message) {
+        LOG_M("Recv command length not match\n");
+    } else {
+        message.client_name[sizeof message.client_name - 1] = '\0';
+        LOG_M("Received msg - name:%s data:%d\n", message.client_name, message.data);
+        force_dump(__func__, message);
+    }
+    return received;
+}
+
+void* dmd_cmd_thread(void* /*argument*/) {
+    fd_set watched;
+    FD_ZERO(&watched);
+    FD_SET(listening_socket, &watched);
+    for (;;) {
+        fd_set ready = watched;
+        if (select(FD_SETSIZE, &ready, nullptr, nullptr, nullptr) <= 0) {
+            LOG_M("Command-Server select error\n");
+            return nullptr;
+        }
+        bool got_on = false;
+        for (int fd = 0; fd < FD_SETSIZE; ++fd) {
+            if (!FD_ISSET(fd, &ready)) {
+                continue;
+            }
+            got_on |= fd == listening_socket ? accept_connection(__func__, &watched)
+                                             : serve_connection(__func__, fd, &watched);
+        }
+        // Where the process has no descriptor left, a connection stays in the queue and the queue ready.
+        if (!got_on) {
+            rest_descriptors(watched, ready);
+        }
+    }
+}
+
+int dmd_command_sever_init() {
+    listening_socket = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    // One that select could not watch is as good as none.
+    if (listening_socket < 0 || listening_socket >= FD_SETSIZE) {
+        LOG_M("Unable to create socket server for device monitor\n");
+        return SETUP_FAILED;
+    }
+    // The file takes its mode over from the socket, so it never has a wider one than it is to have.
+    fchmod(listening_socket, SOCKET_MODE);
+    const sockaddr_un address = socket_address();
+    unlink(DMD_COMMAND_SOCKET);
+    if (bind(listening_socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+        LOG_M("Recv socket: bind error - %s", strerror(errno));
+        return SETUP_FAILED;
+    }
+    // The umask may have narrowed it.
+    if (chmod(DMD_COMMAND_SOCKET, SOCKET_MODE) != 0) {
+        LOG_M("Recv socket: chmod error - %s", strerror(errno));
+        return SETUP_FAILED;
+    }
+    if (listen(listening_socket, BACKLOG) != 0) {
+        LOG_M("Recv socket: listen error - %s", strerror(errno));
+        return SETUP_FAILED;
+    }
+    if (pthread_create(&command_thread, nullptr, dmd_cmd_thread, nullptr) != 0) {
+        LOG_M("Unable to create pthread to process command\n");
+        return SETUP_FAILED;
+    }
+    LOG_M("command server init success, fd - %d\n", listening_socket);
+    return 0;
+}
