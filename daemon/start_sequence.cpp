@@ -11,6 +11,7 @@
 #include "servers/listen_server.h"
 #include "servers/poll_server.h"
 #include "triggers/command_server.h"
+#include "triggers/key_detector.h"
 
 namespace {
 
@@ -29,6 +30,7 @@ constexpr start_step start_steps[] = {
     {dmd_listen_server_init, "[M/%s] listen server init failed :%d\n"},
     {dmd_poll_server_init, "[M/%s] poll server init failed :%d\n"},
     {dmd_command_sever_init, "[M/%s] command server init failed :%d\n"},
+    {dmd_key_detect_sever_init, "[M/%s] key detect server init failed :%5d\n"},
 };
 
 }  // namespace

@@ -1,6 +1,8 @@
 // Start-up: the wait for the boot, the command line, and the daemon's own messages in their order.
 #include <unistd.h>
 
+#include <iterator>
+
 #include "clients/client_table.h"
 #include "daemon/product_version.h"
 #include "daemon/start_sequence.h"
@@ -90,15 +92,19 @@ TEST(Start, CommandLineEndsInUsage) {
 
 TEST(Start, RunsItsStepsInOrder) {
     DaemonProcess dmd({"-c", "/system/etc/device_state_monitor.conf"});
-    ASSERT_TRUE(dmd.wait_for_log("Enter select"));
+    for (const char* const started :
+         {"Enter select", "pclient dsm_pmu_coul init success", "dmd_key_event_detect_thread start!"}) {
+        ASSERT_TRUE(dmd.wait_for_log(started));
+    }
     const std::string log = log_of(dmd);
     size_t at = 0;
     for (const char* const message :
          {STARTED, "[M/parse_commandline] Using config file '/system/etc/device_state_monitor.conf'\n",
           "[M/main] Enter daemon main loop, 1s has passed\n",
           "[M/dmd_client_init] default-client total: 46 ret = 0\n",
-          "[M/parse_config] Loading  configuration file...\n", "[M/listen_client_init] find client ",
-          "[M/listen_server] Enter select\n"}) {
+          "[M/parse_config] Loading  configuration file...\n",
+          "[M/dmd_command_sever_init] command server init success, fd - ",
+          "[M/dmd_get_key_device] it's a key device, the input device is:event1\n"}) {
         const size_t found = log.find(message, at);
         ASSERT_NE(std::string::npos, found) << message << "\nafter\n" << log.substr(0, at);
         at = found + 1;
@@ -109,11 +115,31 @@ TEST(Start, RunsItsStepsInOrder) {
 }
 
 TEST(Start, AFailedStepEndsTheSequenceButNotTheDaemon) {
-    DaemonProcess dmd({"-c", "/data/none"});
-    ASSERT_TRUE(dmd.wait_for_log("[M/main] Parse config file failed :-1\n"));
-    EXPECT_EQ("1", phone_do({"bound", "dsm_tp"}));
-    EXPECT_EQ(1U, names_in("/.phone/proc/" + std::to_string(dmd.pid()) + "/task").size());
-    EXPECT_EQ(0, count_of(dmd.log(), "listen"));
+    struct {
+        const char* what;
+        const char* breaks;  // shell command
+        const char* message;
+        size_t started;  // of the steps below
+    } const cases[] = {
+        {"no configuration", "rm /system/etc/device_state_monitor.conf", "Parse config file failed :-1\n", 0},
+        {"no place for the socket", "mv /dev/socket /dev/elsewhere", "command server init failed :-22\n", 2},
+        {"no keys", "mv /dev/input /dev/nowhere", "key detect server init failed :   -1\n", 3},
+    };
+    const char* const steps[] = {"listen no client wait", "poll no client wait",
+                                 "command server init success", "detect_thread start"};
+    for (const auto& c : cases) {
+        output_of(c.breaks);
+        const DaemonProcess dmd({});
+        ASSERT_TRUE(dmd.wait_for_log(std::string("[M/main] ") + c.message)) << c.what;
+        EXPECT_EQ("1", phone_do({"bound", "dsm_tp"})) << c.what;
+        for (size_t i = 0; i < std::size(steps); ++i) {
+            EXPECT_EQ(i < c.started,
+                      i < c.started ? dmd.wait_for_log(steps[i]) : count_of(dmd.log(), steps[i]) > 0)
+                << c.what << ": " << steps[i];
+        }
+        output_of("mkdir -p /dev/socket");
+        write_file("/system/etc/device_state_monitor.conf", "");
+    }
 }
 
 TEST(Start, DisabledItOnlySleeps) {

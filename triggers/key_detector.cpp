@@ -1,0 +1,316 @@
+// The key thread: finding the key devices, collecting their events, and running what a combination stands
+// for.
+#include "triggers/key_detector.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <linux/input.h>
+#include <poll.h>
+#include <pthread.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <climits>
+#include <cstring>
+#include <ctime>
+#include <iterator>
+#include <new>
+#include <utility>
+
+#include "clients/dispatch.h"
+#include "clients/registry.h"
+#include "daemon/log.h"
+#include "daemon/product_version.h"
+#include "platform/owned.h"
+#include "platform/text.h"
+
+namespace {
+
+constexpr char INPUT_DIR[] = "/dev/input";
+constexpr int KEY_DEVICES_MAX = 8;
+// Bytes of each bit array that a device is asked for.
+constexpr size_t BITS_SIZE = 124;
+// Longest pause between two events of one sequence.
+constexpr int32_t MAX_PAUSE_MS = 280;
+// How long a device rests whose read has failed.
+constexpr int REST_MS = 1000;
+
+static_assert(EVIOCGBIT(0, BITS_SIZE) == 0x807c4520 && EVIOCGBIT(EV_KEY, BITS_SIZE) == 0x807c4521,
+              "the request codes are the kernel's");
+
+struct key_step {
+    uint16_t code;
+    uint16_t value;
+};
+
+struct key_combination {
+    int combination_key;
+    key_step steps[KEY_SEQUENCE_LENGTH];
+};
+
+constexpr uint16_t UP = KEY_VOLUMEUP;
+constexpr uint16_t DOWN = KEY_VOLUMEDOWN;
+
+constexpr key_combination combinations[] = {
+    {3, {{UP, 1}, {UP, 0}, {DOWN, 1}, {DOWN, 0}, {UP, 1}, {UP, 0}}},
+    {2, {{UP, 1}, {UP, 0}, {UP, 1}, {UP, 0}, {DOWN, 1}, {DOWN, 0}}},
+    {9, {{DOWN, 1}, {UP, 1}, {UP, 0}, {UP, 1}, {UP, 0}, {DOWN, 0}}},
+};
+
+struct key_command {
+    int combination_key;
+    int command;
+};
+
+constexpr key_command key_command_table[] = {{1, 0}, {2, 3}, {3, 2}, {4, 0}, {5, 0},
+                                             {6, 0}, {7, 0}, {8, 0}, {9, 1}};
+
+struct command_dump {
+    int command;
+    const char* client_name;
+    int slot;
+};
+
+constexpr command_dump command_dumps[] = {{1, "dsm_tp", 1}, {2, "dsm_lcd", 1}, {3, "dsm_tp", 2}};
+constexpr int KEY_ERROR_NO = 20005;
+
+// The watched devices; used by the start operation and then by the key thread alone.
+pollfd* key_device_fds = nullptr;  // room for KEY_DEVICES_MAX
+int key_device_count = 0;
+
+pthread_t key_thread;
+
+bool has_bit(const unsigned long* bits, unsigned int bit) {
+    constexpr unsigned int word = sizeof(unsigned long) * CHAR_BIT;
+    return (bits[bit / word] >> (bit % word) & 1) != 0;
+}
+
+// Reads one bit array. An older kernel fills less of it and a newer one may know more; only a negative result
+// is a failure.
+bool get_bits(int fd, unsigned long request, unsigned long* bits) {
+    return ioctl(fd, request, bits) >= 0;
+}
+
+// Takes one event from a device. False when there was none to take, after a message, or one of no interest.
+bool read_key(const char* name, pollfd* device, key_entry* key) {
+    input_event event = {};
+    if (read(device->fd, &event, sizeof event) != static_cast<ssize_t>(sizeof event)) {
+        LOG_M_AS(name, "read event error!\n");
+        // Whatever keeps failing does not keep the thread busy.
+        device->events = 0;
+        return false;
+    }
+    if (event.type != EV_KEY || event.code < KEY_VOLUMEDOWN || event.code > KEY_POWER) {
+        return false;
+    }
+    const uint32_t time = static_cast<uint32_t>(dmd_key_time_ms());
+    LOG_M_AS(name, "code:%d, time:%d ms value:%d\n", event.code, static_cast<int>(time), event.value);
+    // The one moment in 49 days that would mark a free entry counts as the next.
+    *key = {event.code, std::max(time, 1U), static_cast<uint16_t>(event.value)};
+    return true;
+}
+
+void drop_device(int index) {
+    close(key_device_fds[index].fd);
+    std::copy(key_device_fds + index + 1, key_device_fds + key_device_count, key_device_fds + index);
+    --key_device_count;
+}
+
+void free_entries(int from) REQUIRES(key_sequence_mutex) {
+    std::for_each(key_sequence + from, std::end(key_sequence), [](key_entry& entry) { entry.time = 0; });
+}
+
+void enter_key(const key_entry& key) REQUIRES(key_sequence_mutex) {
+    key_entry* const free_entry = std::find_if(std::begin(key_sequence), std::end(key_sequence),
+                                               [](const key_entry& entry) { return entry.time == 0; });
+    if (free_entry == std::end(key_sequence)) {
+        return;
+    }
+    *free_entry = key;
+    if (free_entry == key_sequence) {
+        return;
+    }
+    if (static_cast<int32_t>(key.time - free_entry[-1].time) > MAX_PAUSE_MS) {
+        key_sequence[0] = key;
+        free_entries(1);
+        return;
+    }
+    if (free_entry + 1 == std::end(key_sequence)) {
+        dmd_key_dispatch();
+    }
+}
+
+// The combination that stands in the sequence, or null.
+const key_combination* find_combination() REQUIRES(key_sequence_mutex) {
+    for (const key_combination& combination : combinations) {
+        if (std::equal(std::begin(key_sequence), std::end(key_sequence), combination.steps,
+                       [](const key_entry& entry, const key_step& step) {
+                           return entry.code == step.code && entry.value == step.value;
+                       })) {
+            return &combination;
+        }
+    }
+    return nullptr;
+}
+
+}  // namespace
+
+Mutex key_sequence_mutex;
+key_entry key_sequence[KEY_SEQUENCE_LENGTH] = {};
+
+uint64_t dmd_key_time_ms() {
+    timespec now = {};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<uint64_t>(now.tv_sec) * 1000 + static_cast<uint64_t>(now.tv_nsec) / 1000000;
+}
+
+bool dmd_is_key_device(int fd) {
+    constexpr size_t words = (BITS_SIZE + sizeof(unsigned long) - 1) / sizeof(unsigned long);
+    unsigned long types[words] = {};
+    unsigned long keys[words] = {};
+    if (!get_bits(fd, EVIOCGBIT(0, BITS_SIZE), types) || !get_bits(fd, EVIOCGBIT(EV_KEY, BITS_SIZE), keys)) {
+        LOG_M("Can't send ioctl to the fd.");
+        return false;
+    }
+    if (!has_bit(types, EV_KEY) || (!has_bit(keys, KEY_VOLUMEDOWN) && !has_bit(keys, KEY_VOLUMEUP))) {
+        return false;
+    }
+    LOG_M("key event fd found.\n");
+    return true;
+}
+
+int dmd_get_key_device() {
+    const UniqueDir directory(opendir(INPUT_DIR));
+    if (directory == nullptr) {
+        LOG_M("can not open the event dir!");
+        return 0;
+    }
+    while (const dirent* const entry = readdir(directory.get())) {
+        const char* const name = entry->d_name;
+        if (strcmp(name, ".") == 0 || strcmp(name, "..") == 0) {
+            continue;
+        }
+        char path[sizeof INPUT_DIR + sizeof entry->d_name];
+        format_text(path, sizeof path, "%s/%s", INPUT_DIR, name);
+        // Nothing that lies there keeps the daemon waiting, neither in open nor in read.
+        UniqueFd fd(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+        if (!fd.valid() || !dmd_is_key_device(fd.get())) {
+            continue;
+        }
+        if (key_device_count == KEY_DEVICES_MAX) {
+            LOG_M("there are %d key devices already, %s is not watched\n", KEY_DEVICES_MAX, name);
+            continue;
+        }
+        LOG_M("it's a key device, the input device is:%s\n", name);
+        key_device_fds[key_device_count++] = {fd.release(), POLLIN, 0};
+    }
+    return key_device_count;
+}
+
+void dmd_key_command_func(int combination_key) {
+    LOG_M("combination_key is %d.\n", combination_key);
+    const auto* const row = std::find_if(
+        std::begin(key_command_table), std::end(key_command_table),
+        [combination_key](const key_command& other) { return other.combination_key == combination_key; });
+    const int command = row != std::end(key_command_table) ? row->command : 0;
+    LOG_M("command is %d.\n", command);
+    const auto* const dump =
+        std::find_if(std::begin(command_dumps), std::end(command_dumps),
+                     [command](const command_dump& other) { return other.command == command; });
+    if (dump == std::end(command_dumps)) {
+        LOG_M("ignored unknown key command.\n");
+        return;
+    }
+    dmd_client* const client = get_client_by_name(dump->client_name);
+    if (client == nullptr) {
+        LOG_M("%s is not found in dmd client list.\n", dump->client_name);
+        return;
+    }
+    dmd_force_dump_error(client, KEY_ERROR_NO, dump->slot, "on");
+}
+
+void dmd_key_dispatch() {
+    for (int i = 0; i < KEY_SEQUENCE_LENGTH; ++i) {
+        const key_entry& entry = key_sequence[i];
+        LOG_M("key_sequence[%d]:, code:%d, time:%d,value:%d\n", i, entry.code, static_cast<int>(entry.time),
+              entry.value);
+    }
+    const key_combination* const found = find_combination();
+    if (found != nullptr) {
+        LOG_M("dmd_key_dispatch combination_key:%d\n", found->combination_key);
+        dmd_key_command_func(found->combination_key);
+    } else {
+        LOG_M("unknown combination_key!!\n");
+    }
+    free_entries(0);
+}
+
+int dmd_key_ev_get() {
+    // While a device rests, the wait for the others has a limit.
+    const bool resting = std::any_of(key_device_fds, key_device_fds + key_device_count,
+                                     [](const pollfd& device) { return device.events == 0; });
+    if (poll(key_device_fds, static_cast<nfds_t>(key_device_count), resting ? REST_MS : -1) < 0) {
+        LOG_M("poll err !\n");
+        return 0;
+    }
+    key_entry candidate = {};
+    bool taken = false;
+    for (int i = 0; i < key_device_count;) {
+        pollfd* const device = &key_device_fds[i];
+        const short returned = std::exchange(device->revents, short{0});
+        device->events = POLLIN;
+        if ((returned & POLLIN) != 0) {
+            taken |= read_key(__func__, device, &candidate);
+        } else if (returned != 0) {
+            // It has hung up or failed, and would be ready for ever.
+            drop_device(i);
+            LOG_M("a key device is gone, %d left\n", key_device_count);
+            continue;
+        }
+        ++i;
+    }
+    if (!taken) {
+        return 0;
+    }
+    const MutexLock lock(key_sequence_mutex);
+    enter_key(candidate);
+    return 1;
+}
+
+void* dmd_key_event_detect_thread(void* /*argument*/) {
+    LOG_M("dmd_key_event_detect_thread start!\n");
+    for (;;) {
+        dmd_key_ev_get();
+    }
+}
+
+int dmd_key_detect_sever_init() {
+    if (identify_product_version() == 1) {
+        return 0;
+    }
+    key_device_count = 0;
+    if (key_device_fds == nullptr) {
+        key_device_fds = new (std::nothrow) pollfd[KEY_DEVICES_MAX]();
+    }
+    if (key_device_fds == nullptr) {
+        LOG_M("out of memory\n");
+        return -1;
+    }
+    {
+        const MutexLock lock(key_sequence_mutex);
+        std::fill(std::begin(key_sequence), std::end(key_sequence), key_entry{});
+    }
+    if (dmd_get_key_device() == 0) {
+        LOG_M("no any input device found!\n");
+        return -1;
+    }
+    const int result = pthread_create(&key_thread, nullptr, dmd_key_event_detect_thread, nullptr);
+    if (result != 0) {
+        LOG_M("Unable to create pthread to process key event\n");
+        while (key_device_count > 0) {
+            drop_device(0);
+        }
+    }
+    return result;
+}
