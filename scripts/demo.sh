@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Builds the daemon and shows the road of one error on an emulated phone: first on a debug build, then on a
-# commercial one. Ends by itself; the exit status is 0 only when everything that it should show was there.
+# Builds the daemon and shows the road of one error on an emulated phone: first on a debug build, with a dump
+# that an application asks for and a polled state, then on a commercial one. Ends by itself; the exit status is 0
+# only when everything that it should show was there.
 set -eu
 cd -- "$(dirname -- "$(realpath -- "$0")")/.."
 scripts/setup.sh
@@ -48,10 +49,13 @@ boot() { # KIND OPTION: boots a phone with the shipped sample configuration
   mkdir -p "$data/android_logs"
   echo "<6>[   12.345678] touch: irq 17 without data" > "$data/android_logs/kmsgcat-log"
   : > "$log"
+  # The sample, but that the fuel gauge is asked for its state every 5 seconds, not once a minute.
+  sed 's/^sampling_period 12$/sampling_period 1/' config/device_state_monitor.conf > "$work/demo.conf"
   say "Booting a $1 build with the sample configuration; the daemon's log goes to $log"
-  "$build/phone" boot --name "$name" "$2" --data "$data" > "$work/$1.banner" 2> "$log" < /dev/null 9>&- &
+  "$build/phone" boot --name "$name" "$2" --config "$work/demo.conf" --data "$data" > "$work/$1.banner" 2> "$log" < /dev/null 9>&- &
   phone_pid=$!
   wait_for_log "[M/listen_server] Enter select" 1
+  wait_for_log "[M/dmd_command_sever_init] command server init success" 1
   show_line "$log" "default-client total: 46 ret = 0"
 }
 
@@ -61,6 +65,21 @@ report() { # TIMES TEXT: the driver reports error 20002 of dsm_tp, and the daemo
   wait_for_log "[M/listen_server] Enter select" $(($1 + 1))
   expect_in "$log" "[M/listen_server] dsm_tp has error (20002) reported"
   grep -F "[M/listen_server] dsm_tp has error (20002) reported" "$log" | tail -n 1
+}
+
+wait_for_report() { # CLIENT ERROR: waits until a forced dump of it is in the record and its archive announced
+  wait_for_log "[M/dsm_force_dump_error] $1 finish dump" 1
+  wait_for_log "cmd_line:archive -i /data/kvdx_logs/dmd_log/dmd_dump_$(printf %05d "$2")_" 1
+}
+
+show_report() { # CLIENT ERROR: shows the forced dump
+  say "Its report in the record file"
+  awk -v number="[Error no]:$(printf %02d "$2")" '
+    /^=+Device Bugreport=+$/ { report = ""; found = 0 }
+    { report = report $0 "\n" } $0 == number { found = 1 }
+    found && /^forced dump of / { printf "%s", report; exit }' "$reports/dmd_record_0.txt" | tee "$work/report"
+  expect_in "$work/report" "[Device]:$1"
+  expect_in "$work/report" "forced dump of error $2 of $1"
 }
 
 expect_in() { # FILE TEXT
@@ -102,6 +121,19 @@ show_upload
 say "The exception log entry"
 in_phone cat /dev/log/exception | tee "$work/exception"
 expect_in "$work/exception" "archive -i /data/kvdx_logs/dmd_log/dmd_dump_20002_"
+
+say "An application asks over the command socket for a dump of dsm_lcd, as error 20100"
+phone command --name "$name" dsm_lcd on 20100
+wait_for_report dsm_lcd 20100
+show_line "$log" "[M/dmd_recv_cmd_from_apk] Received msg - name:dsm_lcd data:20100"
+show_report dsm_lcd 20100
+
+say "The fuel gauge reaches state 1, and dmd asks for it every 5 seconds"
+phone state --name "$name" dsm_pmu_coul 1
+wait_for_report dsm_pmu_coul 1
+phone state --name "$name" dsm_pmu_coul 0
+grep -F "[M/poll_server] " "$log" | tail -n 3
+show_report dsm_pmu_coul 1
 end_phone
 
 boot commercial --commercial
