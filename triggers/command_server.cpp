@@ -69,7 +69,8 @@ bool accept_connection(const char* name, fd_set* watched) {
         LOG_M_AS(name, "no room for a client on fd %d\n", connection.get());
         return true;
     }
-    FD_SET(connection.release(), watched);
+    const int fd = connection.release();
+    FD_SET(fd, watched);
     return true;
 }
 
