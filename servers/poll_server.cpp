@@ -41,14 +41,14 @@ void sample_client(const char* name, dmd_client* client) {
         LOG_M_AS(name, "malloc poll %s failed\n", cname);
         return;
     }
-    const int fd = bind_client_fd(cname);
-    if (fd < 0) {
+    UniqueFd fd(bind_client_fd(cname));
+    if (!fd.valid()) {
         LOG_M_AS(name, "can't bind client %s's fd\n", cname);
         return;
     }
     const poll_setting& poll = setting->poll;
     record->dclient = client;
-    record->fd = fd;
+    record->fd = fd.release();
     // A negative period is a very long one: the client is in effect never sampled.
     record->sample_period =
         poll.sampling_period != 0 ? static_cast<uint32_t>(poll.sampling_period) : DEFAULT_SAMPLE_PERIOD;

@@ -61,14 +61,17 @@ extern "C" unsigned int sleep(unsigned int seconds) {
     return 0;
 }
 
-// A limit of seconds becomes one of milliseconds.
+// A limit of seconds becomes one of milliseconds, and counts when it was reached.
 extern "C" int select(int count, fd_set* reads, fd_set* writes, fd_set* exceptions, timeval* limit) {
     timespec wait = {};
     if (limit != nullptr) {
-        slept += static_cast<unsigned int>(limit->tv_sec);
         wait.tv_nsec = limit->tv_sec * 1000000L;
     }
-    return pselect(count, reads, writes, exceptions, limit != nullptr ? &wait : nullptr, nullptr);
+    const int ready = pselect(count, reads, writes, exceptions, limit != nullptr ? &wait : nullptr, nullptr);
+    if (limit != nullptr && ready == 0) {
+        slept += static_cast<unsigned int>(limit->tv_sec);
+    }
+    return ready;
 }
 
 extern "C" int fsync(int fd) {

@@ -30,9 +30,10 @@ std::vector<std::string> loop_messages(const LogCapture& log) {
 
 TEST(ListenServer, RunsTheFirstMatchingTriggersActionsInOrder) {
     LogCapture log;
-    start_listening(section("dsm_tp", "num_triggers 4\n" + trigger(20002, "dsm_tp+0 dsm_nobody+0 DSM_LCD+0") +
-                                          trigger(20002, "dsm_lcd+0") + trigger(20003, "dsm_tp+99 dsm_tp+0") +
-                                          "error_no 20004\n"));
+    start_listening(section(
+        "dsm_tp",
+        "num_triggers 4\n" + trigger(20002, "dsm_tp+0 dsm_nobody+0 DSM_LCD+0 dsm_tp+9 dsm_tp+8 dsm_tp+7") +
+            trigger(20002, "dsm_lcd+0") + trigger(20003, "dsm_tp+99 dsm_tp+0") + "error_no 20004\n"));
     ASSERT_TRUE(log.wait_for("Enter select"));
     EXPECT_TRUE(log.has("[M/listen_client_init] lclient dsm_tp init success, fd-"));
     EXPECT_TRUE(log.has(" triggers num-4"));
@@ -46,12 +47,14 @@ TEST(ListenServer, RunsTheFirstMatchingTriggersActionsInOrder) {
     ASSERT_TRUE(log.wait_for("Enter select", 3));
     report_error("dsm_tp", 20004, "its trigger is not complete");
     ASSERT_TRUE(log.wait_for("Enter select", 4));
-    EXPECT_EQ((std::vector<std::string>{
-                  "Enter select", "dsm_tp has error (20002) reported", "action-0, cname-dsm_tp, info-0",
-                  "action-1, cname-dsm_nobody, info-0", "can not get specific client",
-                  "action-2, cname-DSM_LCD, info-0", "Enter select", "dsm_tp has error (20003) reported",
-                  "action-0, cname-dsm_tp, info-99", "action-1, cname-dsm_tp, info-0", "Enter select",
-                  "dsm_tp has error (20004) ignored", "Enter select"}),
+    EXPECT_EQ((std::vector<std::string>{"Enter select", "dsm_tp has error (20002) reported",
+                                        "action-0, cname-dsm_tp, info-0",
+                                        "action-1, cname-dsm_nobody, info-0", "can not get specific client",
+                                        "action-2, cname-DSM_LCD, info-0", "action-3, cname-dsm_tp, info-9",
+                                        "action-4, cname-dsm_tp, info-8", "action-5, cname-dsm_tp, info-7",
+                                        "Enter select", "dsm_tp has error (20003) reported",
+                                        "action-0, cname-dsm_tp, info-99", "action-1, cname-dsm_tp, info-0",
+                                        "Enter select", "dsm_tp has error (20004) ignored", "Enter select"}),
               loop_messages(log));
     EXPECT_EQ("0", phone_do({"pending", "dsm_tp"}));
     const std::string record = read_file(RECORD);
@@ -62,7 +65,7 @@ TEST(ListenServer, RunsTheFirstMatchingTriggersActionsInOrder) {
 }
 
 TEST(ListenServer, TakesNamesFromTheDriverOrElseFromTheSection) {
-    phone_do({"names", "dsm_lcd", "driver_panel_with_a_name_of_32_b", "MOD", "ICXY"});
+    phone_do({"names", "dsm_lcd", "driver_panel_with_a_name_of_32_b", "MODU", "ICXY"});
     LogCapture log;
     const std::string names = "device_name section_device\nic_name sic\nmodule_name smo\nnum_triggers 1\n";
     start_listening(section("dsm_tp", names + trigger(1, "dsm_tp+0")) +
@@ -80,14 +83,16 @@ TEST(ListenServer, TakesNamesFromTheDriverOrElseFromTheSection) {
     const MutexLock first(tp->mutex);
     const MutexLock second(lcd->mutex);
     EXPECT_EQ("ICXY", std::string(lcd->ic_name, 4));
-    EXPECT_STREQ("MOD", lcd->module_name);
+    EXPECT_EQ("MODU", std::string(lcd->module_name, 4));
     EXPECT_STREQ("sic", tp->ic_name);
     EXPECT_STREQ("smo", tp->module_name);
 
     lclient record_of_tp = {nullptr, tp, tp->fd, 0, nullptr};
     EXPECT_EQ(-1, lclient_get_device_info(nullptr, DSM_IOCTL_GET_IC_NAME));
     phone_do({"answer", "dsm_tp", "ic_name", "4"});
+    debug_output_enabled = 1;
     EXPECT_EQ(4, lclient_get_device_info(&record_of_tp, DSM_IOCTL_GET_IC_NAME));
+    EXPECT_TRUE(log.has("[D/lclient_get_device_info] dsm_tp get client info failed 4"));
 }
 
 TEST(ListenServer, ServesTheLowerDescriptorFirst) {

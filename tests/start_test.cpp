@@ -1,15 +1,21 @@
 // Start-up: the wait for the boot, the command line, and the daemon's own messages in their order.
+#include <pthread.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstdint>
 #include <iterator>
 
 #include "clients/client_table.h"
 #include "daemon/product_version.h"
 #include "daemon/start_sequence.h"
 #include "platform/properties.h"
+#include "servers/poll_server.h"
 #include "tests/desk_calls.h"
 #include "tests/log_capture.h"
 #include "tests/phone_test.h"
+#include "triggers/command_server.h"
+#include "triggers/key_detector.h"
 
 namespace {
 
@@ -140,6 +146,25 @@ TEST(Start, AFailedStepEndsTheSequenceButNotTheDaemon) {
         output_of("mkdir -p /dev/socket");
         write_file("/system/etc/device_state_monitor.conf", "");
     }
+}
+
+TEST(Start, AThreadThatCannotBeStartedIsReported) {
+    // No stack has room for this.
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setstacksize(&attributes, SIZE_MAX / 4);
+    ASSERT_EQ(0, pthread_setattr_default_np(&attributes));
+    const LogCapture log;
+    run_start_steps();
+    EXPECT_TRUE(log.has("[M/dmd_listen_server_init] Error initializing dmd listen server"));
+    EXPECT_EQ("[M/main] listen server init failed :" + std::to_string(EAGAIN), log.lines().back());
+    EXPECT_EQ(EAGAIN, dmd_poll_server_init());
+    EXPECT_TRUE(log.has("[M/dmd_poll_server_init] Error initializing dmd poll server"));
+    EXPECT_EQ(-22, dmd_command_sever_init());
+    EXPECT_TRUE(log.has("[M/dmd_command_sever_init] Unable to create pthread to process command"));
+    EXPECT_EQ(EAGAIN, dmd_key_detect_sever_init());
+    EXPECT_TRUE(log.has("[M/dmd_key_detect_sever_init] Unable to create pthread to process key event"));
+    EXPECT_EQ("0", phone_do({"opened", "event1"}));
 }
 
 TEST(Start, DisabledItOnlySleeps) {

@@ -59,7 +59,7 @@ bool press_combination(const LogCapture& log, int dispatched) {
                                       std::pair("115", "1"), std::pair("115", "0"), std::pair("114", "0")}) {
         phone_do({"key", "event1", code, value});
     }
-    return log.wait_for("dmd_key_dispatch combination_key:9", dispatched + 1, 3000);
+    return log.wait_for("dmd_key_dispatch combination_key:9", dispatched + 1, 1000);
 }
 
 }  // namespace
