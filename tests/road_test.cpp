@@ -1,4 +1,5 @@
 // The road of one error, with the daemon that ships: from a driver's report to a bug report on disk.
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -7,12 +8,10 @@
 #include <iterator>
 #include <thread>
 
-#include "tests/phone_test.h"
+#include "tests/bring_up.h"
 #include "tests/sanitized.h"
 
 namespace {
-
-constexpr char RECORD[] = "/data/kvdx_logs/dmd_log/dmd_record_0.txt";
 
 std::string process_path(const DaemonProcess& dmd, const std::string& name) {
     return "/.phone/proc/" + std::to_string(dmd.pid()) + "/" + name;
@@ -72,6 +71,21 @@ TEST(Road, DebugBuildLeavesRecordArchiveAndUpload) {
     EXPECT_EQ(record + "kernel\n", output_of("tar -xzOf " + archive));
     EXPECT_NE(std::string::npos, read_file("/data/kvdx_logs/dmd_log/apr_info.txt").find("error_no\t20002\n"));
     EXPECT_NE(std::string::npos, read_file("/dev/log/exception").find("-i " + archive + " -d "));
+}
+
+TEST(Road, NoCommandInheritsADescriptor) {
+    const DaemonProcess dmd({});
+    ASSERT_TRUE(dmd.wait_for_log("dmd_key_event_detect_thread start!"));
+    const UniqueFd connection = connect_to_commands();
+    ASSERT_TRUE(send_bytes(connection, command_message("dsm_tp", 0, 1)));
+    ASSERT_TRUE(dmd.wait_for_log("cmd_line:archive -i "));
+    const std::vector<std::string> descriptors = names_in(process_path(dmd, "fdinfo"));
+    EXPECT_LT(50U, descriptors.size());
+    for (const std::string& fd : descriptors) {
+        const std::string info = read_file(process_path(dmd, "fdinfo/" + fd));
+        const long flags = strtol(info.c_str() + info.find("flags:") + 6, nullptr, 8);
+        EXPECT_TRUE((flags & O_CLOEXEC) != 0 || fd == "0" || fd == "1" || fd == "2") << fd << "\n" << info;
+    }
 }
 
 TEST(Road, PendingErrorsSurviveAKilledDaemon) {

@@ -23,6 +23,7 @@ struct dmd_command_message {
     int32_t data;               // the error number of the report
 };
 
+static_assert(offsetof(struct dmd_command_message, client_name) == 0, "the daemon reads it there");
 static_assert(offsetof(struct dmd_command_message, test_switch_type) == 32, "the daemon reads it there");
 static_assert(offsetof(struct dmd_command_message, data) == 36, "the daemon reads it there");
 static_assert(sizeof(struct dmd_command_message) == 40, "the daemon takes no other size");

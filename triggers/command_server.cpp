@@ -32,6 +32,10 @@ constexpr int BACKLOG = 10;
 constexpr rlim_t RESERVED_DESCRIPTORS = 64;
 constexpr int FORCE_DUMP_SLOT = 0;
 
+#ifndef SO_PASSRIGHTS
+#define SO_PASSRIGHTS 83  // Linux 6.16
+#endif
+
 // By test_switch_type.
 constexpr const char* TEST_SWITCHES[] = {"on", "off"};
 static_assert(DMD_TEST_SWITCH_ON == 0 && DMD_TEST_SWITCH_OFF == 1, "TEST_SWITCHES is in this order");
@@ -157,6 +161,10 @@ int dmd_command_sever_init() {
         LOG_M("Unable to create socket server for device monitor\n");
         return SETUP_FAILED;
     }
+    // Closing a descriptor that a peer has passed along can take as long as the peer likes. Where the kernel
+    // can refuse them it does, for the connections too.
+    const int refused = 0;
+    setsockopt(listening_socket, SOL_SOCKET, SO_PASSRIGHTS, &refused, sizeof refused);
     // The file takes its mode over from the socket, so it never has a wider one than it is to have.
     fchmod(listening_socket, SOCKET_MODE);
     const sockaddr_un address = socket_address();
