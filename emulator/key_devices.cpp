@@ -121,7 +121,7 @@ int key_ioctl(OpenFile* file, uint32_t code, std::string* bits) {
     const unsigned type = _IOC_NR(code) - _IOC_NR(EVIOCGBIT(0, 0));
     const size_t room = _IOC_SIZE(code);
     if (_IOC_DIR(code) != _IOC_READ || _IOC_TYPE(code) != _IOC_TYPE(EVIOCGBIT(0, 0)) || type > EV_MAX) {
-        return -ENOTTY;
+        return -EINVAL;
     }
     const int instead = answer_instead(device, Request::bits);
     if (instead != 0) {

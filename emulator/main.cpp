@@ -162,9 +162,10 @@ int press_keys(const Choices& choices) {
     const std::vector<Words> requests = key_requests(choices.words);
     for (const Words& words : requests) {
         if (ask(choices, {"opened", words[1]}) == "0") {
-            throw Refusal(
-                "nobody has " + words[1] +
-                " open: no dmd runs in the phone, or it is a commercial build, where dmd watches no keys");
+            throw Refusal("nobody has " + words[1] +
+                          " open: no dmd runs in the phone, or it is a commercial build, where dmd watches "
+                          "no keys, or the "
+                          "device was unplugged since dmd started");
         }
     }
     for (const Words& words : requests) {

@@ -1,8 +1,8 @@
 // Calls of the C library that the test binary answers itself, to count them.
 #pragma once
 
-// Seconds that this process has asked to sleep, or has waited in select to no avail, so far: the daemon's waits
-// cost the tests no time.
+// Seconds that this process has asked to sleep, or has waited in select to no avail, so far: the daemon's
+// waits cost the tests no time.
 unsigned int seconds_slept();
 
 // From now on each call of sleep waits until the test lets it return.

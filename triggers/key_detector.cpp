@@ -34,7 +34,7 @@ constexpr size_t BITS_SIZE = 124;
 // Longest pause between two events of one sequence.
 constexpr int32_t MAX_PAUSE_MS = 280;
 // How long a device rests whose read has failed.
-constexpr int REST_MS = 1000;
+constexpr uint64_t REST_MS = 1000;
 
 static_assert(EVIOCGBIT(0, BITS_SIZE) == 0x807c4520 && EVIOCGBIT(EV_KEY, BITS_SIZE) == 0x807c4521,
               "the request codes are the kernel's");
@@ -76,8 +76,9 @@ constexpr command_dump command_dumps[] = {{1, "dsm_tp", 1}, {2, "dsm_lcd", 1}, {
 constexpr int KEY_ERROR_NO = 20005;
 
 // The watched devices; used by the start operation and then by the key thread alone.
-pollfd* key_device_fds = nullptr;  // room for KEY_DEVICES_MAX
+pollfd* key_device_fds = nullptr;  // room for KEY_DEVICES_MAX; one that rests has no requested events
 int key_device_count = 0;
+uint64_t rest_end = 0;  // in milliseconds of dmd_key_time_ms, for all devices that rest
 
 pthread_t key_thread;
 
@@ -99,6 +100,7 @@ bool read_key(const char* name, pollfd* device, key_entry* key) {
         LOG_M_AS(name, "read event error!\n");
         // Whatever keeps failing does not keep the thread busy.
         device->events = 0;
+        rest_end = dmd_key_time_ms() + REST_MS;
         return false;
     }
     if (event.type != EV_KEY || event.code < KEY_VOLUMEDOWN || event.code > KEY_POWER) {
@@ -109,6 +111,22 @@ bool read_key(const char* name, pollfd* device, key_entry* key) {
     // The one moment in 49 days that would mark a free entry counts as the next.
     *key = {event.code, std::max(time, 1U), static_cast<uint16_t>(event.value)};
     return true;
+}
+
+// Ends the rest of the devices when it is over. Returns the milliseconds that it still takes, -1 when no
+// device rests.
+int end_rest() {
+    pollfd* const end = key_device_fds + key_device_count;
+    const auto rests = [](const pollfd& device) { return device.events == 0; };
+    if (std::none_of(key_device_fds, end, rests)) {
+        return -1;
+    }
+    const uint64_t now = dmd_key_time_ms();
+    if (now < rest_end) {
+        return static_cast<int>(rest_end - now);
+    }
+    std::for_each(key_device_fds, end, [](pollfd& device) { device.events = POLLIN; });
+    return -1;
 }
 
 void drop_device(int index) {
@@ -194,7 +212,7 @@ int dmd_get_key_device() {
         char path[sizeof INPUT_DIR + sizeof entry->d_name];
         format_text(path, sizeof path, "%s/%s", INPUT_DIR, name);
         // Nothing that lies there keeps the daemon waiting, neither in open nor in read.
-        UniqueFd fd(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+        UniqueFd fd(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
         if (!fd.valid() || !dmd_is_key_device(fd.get())) {
             continue;
         }
@@ -247,10 +265,8 @@ void dmd_key_dispatch() {
 }
 
 int dmd_key_ev_get() {
-    // While a device rests, the wait for the others has a limit.
-    const bool resting = std::any_of(key_device_fds, key_device_fds + key_device_count,
-                                     [](const pollfd& device) { return device.events == 0; });
-    if (poll(key_device_fds, static_cast<nfds_t>(key_device_count), resting ? REST_MS : -1) < 0) {
+    const int limit = end_rest();
+    if (poll(key_device_fds, static_cast<nfds_t>(key_device_count), limit) < 0) {
         LOG_M("poll err !\n");
         return 0;
     }
@@ -259,7 +275,6 @@ int dmd_key_ev_get() {
     for (int i = 0; i < key_device_count;) {
         pollfd* const device = &key_device_fds[i];
         const short returned = std::exchange(device->revents, short{0});
-        device->events = POLLIN;
         if ((returned & POLLIN) != 0) {
             taken |= read_key(__func__, device, &candidate);
         } else if (returned != 0) {
