@@ -23,7 +23,7 @@ void send_command(const std::string& client, bool test_switch, int32_t number) {
     message.test_switch_type = test_switch ? DMD_TEST_SWITCH_ON : DMD_TEST_SWITCH_OFF;
     message.data = number;
 
-    // The driver server sends this, whom nobody may hold up: not a daemon that accepts nothing either.
+    // The driver server sends this, and nobody may hold it up, not even a daemon that accepts nothing.
     const OwnedFd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     if (!fd.valid()) {
         throw refusal_errno("no socket to reach the daemon with");

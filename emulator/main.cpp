@@ -163,9 +163,9 @@ int press_keys(const Choices& choices) {
     for (const Words& words : requests) {
         if (ask(choices, {"opened", words[1]}) == "0") {
             throw Refusal("nobody has " + words[1] +
-                          " open: no dmd runs in the phone, or it is a commercial build, where dmd watches "
-                          "no keys, or the "
-                          "device was unplugged since dmd started");
+                          " open: dmd opens the devices that have a volume key when it starts, none on a "
+                          "commercial build, "
+                          "and lets an unplugged one go");
         }
     }
     for (const Words& words : requests) {

@@ -41,7 +41,7 @@ show() { # WHAT FILE: shows a file that must not be empty
   if [ -s "$2" ]; then cat "$2" && echo; else missing "$2"; fi
 }
 
-boot() { # KIND OPTION: boots a phone with the shipped sample configuration
+boot() { # KIND OPTION: boots a phone with the sample configuration, but for one period
   data=$work/$1
   log=$work/$1.log
   reports=$data/kvdx_logs/dmd_log
@@ -51,7 +51,7 @@ boot() { # KIND OPTION: boots a phone with the shipped sample configuration
   : > "$log"
   # The sample, but that the fuel gauge is asked for its state every 5 seconds, not once a minute.
   sed 's/^sampling_period 12$/sampling_period 1/' config/device_state_monitor.conf > "$work/demo.conf"
-  say "Booting a $1 build with the sample configuration; the daemon's log goes to $log"
+  say "Booting a $1 build, the fuel gauge polled every 5 seconds; the daemon's log goes to $log"
   "$build/phone" boot --name "$name" "$2" --config "$work/demo.conf" --data "$data" > "$work/$1.banner" 2> "$log" < /dev/null 9>&- &
   phone_pid=$!
   wait_for_log "[M/listen_server] Enter select" 1

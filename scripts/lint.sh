@@ -4,6 +4,6 @@
 set -eu
 cd -- "$(dirname -- "$(realpath -- "$0")")/.."
 git ls-files '*.cpp' '*.h' | xargs clang-format --dry-run --Werror
-# One file a time: what clang-tidy says of a file must not depend on the one before it.
+# One file at a time: what clang-tidy says of a file must not depend on the one before it.
 git ls-files '*.cpp' | grep -v '^tests/' |
   xargs -P "$(nproc)" -n 1 clang-tidy -p build/address --quiet

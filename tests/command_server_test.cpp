@@ -9,12 +9,17 @@
 #include <sys/syscall.h>
 
 #include <atomic>
+#include <cerrno>
 #include <thread>
 
 #include "tests/bring_up.h"
 #include "tests/desk_calls.h"
 #include "tests/sanitized.h"
 #include "triggers/command_message.h"
+
+#ifndef SO_PASSRIGHTS
+#define SO_PASSRIGHTS 83
+#endif
 
 namespace {
 
@@ -158,6 +163,29 @@ TEST(CommandServer, NoApplicationStopsTheOthers) {
     }
     EXPECT_TRUE(log.wait_for("[M/dmd_cmd_thread] Removing client on fd ", 7));
     EXPECT_EQ(descriptors, open_descriptors("self"));
+}
+
+TEST(CommandServer, TakesNoDescriptors) {
+    const LogCapture log;
+    start_serving();
+    const UniqueFd connection = connect_to_commands();
+    int passes = 0;
+    socklen_t size = sizeof passes;
+    if (getsockopt(connection.get(), SOL_SOCKET, SO_PASSRIGHTS, &passes, &size) != 0) {
+        GTEST_SKIP() << "this kernel cannot refuse them";
+    }
+    char byte = 'x';
+    iovec data = {&byte, 1};
+    alignas(cmsghdr) char control[CMSG_SPACE(sizeof(int))] = {};
+    msghdr message = {};
+    message.msg_iov = &data;
+    message.msg_iovlen = 1;
+    message.msg_control = control;
+    message.msg_controllen = sizeof control;
+    *CMSG_FIRSTHDR(&message) = {CMSG_LEN(sizeof(int)), SOL_SOCKET, SCM_RIGHTS};  // of descriptor 0
+    EXPECT_EQ(-1, sendmsg(connection.get(), &message, MSG_NOSIGNAL));
+    EXPECT_EQ(EPERM, errno);
+    EXPECT_TRUE(is_served(log, connection, 1));
 }
 
 TEST(CommandServer, ManyConnectionsAndMessagesLeaveNothingOpen) {

@@ -6,7 +6,6 @@
 #include <cstdint>
 #include <iterator>
 
-#include "clients/client_table.h"
 #include "daemon/product_version.h"
 #include "daemon/start_sequence.h"
 #include "platform/properties.h"

@@ -10,7 +10,6 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <iterator>
@@ -88,7 +87,7 @@ bool serve_connection(const char* name, int connection, fd_set* watched) {
         return true;
     }
     // Out-of-band data counts as waiting, but is not received, not even when the peer has closed.
-    if (received < 0 && (errno == EAGAIN || errno == EINTR)) {
+    if (received < 0 && errno == EAGAIN) {
         return false;
     }
     close(connection);

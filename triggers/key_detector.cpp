@@ -33,7 +33,7 @@ constexpr int KEY_DEVICES_MAX = 8;
 constexpr size_t BITS_SIZE = 124;
 // Longest pause between two events of one sequence.
 constexpr int32_t MAX_PAUSE_MS = 280;
-// How long a device rests whose read has failed.
+// How long a device rests whose read has failed; one that fails meanwhile prolongs it for all.
 constexpr uint64_t REST_MS = 1000;
 
 static_assert(EVIOCGBIT(0, BITS_SIZE) == 0x807c4520 && EVIOCGBIT(EV_KEY, BITS_SIZE) == 0x807c4521,

@@ -2,11 +2,12 @@
 #include <sys/socket.h>
 
 #include <cerrno>
+#include <cstring>
+#include <string>
 #include <vector>
 
 #include "clients/dispatch.h"
 #include "clients/registry.h"
-#include "daemon/log.h"
 #include "platform/desk_log.h"
 #include "tests/fuzz/entry_lines.h"
 #include "triggers/command_message.h"
