@@ -87,12 +87,6 @@ bool has_bit(const unsigned long* bits, unsigned int bit) {
     return (bits[bit / word] >> (bit % word) & 1) != 0;
 }
 
-// Reads one bit array. An older kernel fills less of it and a newer one may know more; only a negative result
-// is a failure.
-bool get_bits(int fd, unsigned long request, unsigned long* bits) {
-    return ioctl(fd, request, bits) >= 0;
-}
-
 // Takes one event from a device. False when there was none to take, after a message, or one of no interest.
 bool read_key(const char* name, pollfd* device, key_entry* key) {
     input_event event = {};
@@ -187,7 +181,8 @@ bool dmd_is_key_device(int fd) {
     constexpr size_t words = (BITS_SIZE + sizeof(unsigned long) - 1) / sizeof(unsigned long);
     unsigned long types[words] = {};
     unsigned long keys[words] = {};
-    if (!get_bits(fd, EVIOCGBIT(0, BITS_SIZE), types) || !get_bits(fd, EVIOCGBIT(EV_KEY, BITS_SIZE), keys)) {
+    // A kernel answers with the length that it copied; only a negative result is a failure.
+    if (ioctl(fd, EVIOCGBIT(0, BITS_SIZE), types) < 0 || ioctl(fd, EVIOCGBIT(EV_KEY, BITS_SIZE), keys) < 0) {
         LOG_M("Can't send ioctl to the fd.");
         return false;
     }
