@@ -7,7 +7,7 @@
 #include <cstring>
 
 #include "daemon/log.h"
-#include "output/output_dir.h"
+#include "output/upload.h"
 #include "platform/text.h"
 #include "tar/tar_main.h"
 
@@ -21,6 +21,20 @@ void format_dump_stem(char* path, size_t size, const dmd_error_info& info) {
     const tm when = local_time(info.time);
     format_text(path, size, "%s/dmd_dump_%05d_%02d%02d%02d", DMD_LOG_DIR, info.error_no, when.tm_hour,
                 when.tm_min, when.tm_sec);
+}
+
+void append_paths(const char* name, char (&command)[COMMAND_SIZE], const char* paths) {
+    const size_t used = strlen(command);
+    size_t kept = append_text(command, sizeof command, " %s", paths) - used;
+    if (kept == strlen(paths) + 1) {
+        return;
+    }
+    // Back to where the last whole path ends; the blank before the list is the last such place.
+    while (kept > 0 && strchr(WORD_SEPARATORS, paths[kept - 1]) == nullptr) {
+        --kept;
+    }
+    command[used + kept] = '\0';
+    LOG_M_AS(name, "no room in the archive command for %s\n", paths + kept);
 }
 
 int run_archive_command(const char* name, char* command) {
@@ -38,14 +52,17 @@ int run_archive_command(const char* name, char* command) {
     return result;
 }
 
-int compress_file(const char* path) {
+int compress_dump(char (&path)[PATH_SIZE]) {
     char command[COMMAND_SIZE];
     format_text(command, sizeof command, "gzip %25s", path);
-    return secure_system(command);
+    const int status = secure_system(command);
+    append_text(path, sizeof path, ".gz");
+    return status;
 }
 
-void set_dump_mode(const char* name, const char* gz_path) {
+void publish_dump(const char* name, const char* gz_path, const dmd_error_info* info) {
     if (chmod(gz_path, DUMP_MODE) != 0) {
         LOG_M_AS(name, "chmod error  - %s\n", strerror(errno));
     }
+    dmd_file_upload(gz_path, info);
 }

@@ -111,10 +111,22 @@ int open_output_file(const char* path, int flags) {
     return fd;
 }
 
-int secure_system(const char* command) {
-    LOG_M("system cmd_line:%s.\n", command);
+bool write_whole(int fd, const void* buf, int len) {
+    const ssize_t written = write(fd, buf, len > 0 ? static_cast<size_t>(len) : 0);
+    if (written >= 0 && written < len) {
+        errno = ENOSPC;  // what cuts a write to a file short
+    }
+    return written >= 0 && written >= len;
+}
+
+int run_command(const char* command) {
     const DefaultChildSignal signal;
     return system(command);
+}
+
+int secure_system(const char* command) {
+    LOG_M("system cmd_line:%s.\n", command);
+    return run_command(command);
 }
 
 bool is_plain_name(const char* name) {
@@ -130,11 +142,10 @@ bool is_plain_name(const char* name) {
 }
 
 int parse_command(char* text, int* argc, char** argv) {
-    constexpr char separators[] = "\t \r\n";
     char* rest = nullptr;
     int words = 0;
-    char* word = strtok_r(text, separators, &rest);
-    for (; word != nullptr && words < MAX_COMMAND_WORDS; word = strtok_r(nullptr, separators, &rest)) {
+    char* word = strtok_r(text, WORD_SEPARATORS, &rest);
+    for (; word != nullptr && words < MAX_COMMAND_WORDS; word = strtok_r(nullptr, WORD_SEPARATORS, &rest)) {
         argv[words++] = word;
     }
     *argc = words;

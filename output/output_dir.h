@@ -7,6 +7,9 @@
 constexpr int PATH_SIZE = 256;
 constexpr int COMMAND_SIZE = 768;
 
+// What separates the words of an archive command.
+constexpr char WORD_SEPARATORS[] = "\t \r\n";
+
 // Most words of an archive command; its argument list holds one null entry more.
 constexpr int MAX_COMMAND_WORDS = 31;
 
@@ -18,9 +21,16 @@ int mkdir_parent();
 // message, errno telling why; -1 also for a null path.
 int open_output_file(const char* path, int flags);
 
-// Runs a command through the shell, with the default disposition of SIGCHLD meanwhile, and returns the
-// status that `system` returned. Everything in the command must be the daemon's own text or have passed
-// is_plain_name.
+// Writes all of the len bytes (none when len is negative) in one write. False when that failed or was cut
+// short, errno telling why.
+bool write_whole(int fd, const void* buf, int len);
+
+// Runs a command through the shell, with the default disposition of SIGCHLD meanwhile, so that the status can
+// be had. Returns what `system` returned: negative when the command could not be run, errno telling why.
+// Everything in the command must be the daemon's own text or have passed is_plain_name.
+int run_command(const char* command);
+
+// As run_command, after a message that shows the command.
 int secure_system(const char* command);
 
 // Whether a file name consists of letters, digits, '.', '_' and '-' only, so that no shell interprets it.

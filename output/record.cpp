@@ -35,15 +35,6 @@ constexpr char ANDROID_LOG_FILES[] =
     "applogcat-log " ANDROID_LOGS "wakelocks-log.1 " ANDROID_LOGS "wakelocks-log " ANDROID_LOGS
     "rillogcat-log.1 " ANDROID_LOGS "rillogcat-log";
 
-// Writes the bytes in one write. False when not all of them were written, errno telling why.
-bool write_whole(int fd, const void* buf, int len) {
-    const ssize_t written = write(fd, buf, static_cast<size_t>(len));
-    if (written >= 0 && written < len) {
-        errno = ENOSPC;  // what cuts a write to a file short
-    }
-    return written >= 0 && written == len;
-}
-
 // Whether the once-a-day rule lets the report through to the commercial record; notes it in the history if
 // so.
 bool pass_daily_rule(const dmd_error_info* info) REQUIRES(output_lock) {
@@ -85,23 +76,22 @@ void archive_report(const dmd_error_info* info, const char* extra_files, int mod
     char path[PATH_SIZE];
     format_dump_stem(path, sizeof path, *info);
     append_text(path, sizeof path, ".tar");
+    const DumpInProgress in_progress(path);
 
     char command[COMMAND_SIZE];
     format_text(command, sizeof command, "dmd_tar -cf %s %16s", path, record.path);
     if (mode == DMD_OUTPUT_FULL) {
         append_text(command, sizeof command, "%s", ANDROID_LOG_FILES);
         if (extra_files != nullptr) {
-            append_text(command, sizeof command, " %s", extra_files);
+            append_paths(NAME, command, extra_files);
         }
     }
     LOG_M_AS(NAME, "dmd_tar_cmd:%s.", command);
     if (run_archive_command(NAME, command) < 0) {
         return;
     }
-    compress_file(path);
-    append_text(path, sizeof path, ".gz");
-    set_dump_mode(NAME, path);
-    dmd_file_upload(path, info);
+    compress_dump(path);
+    publish_dump(NAME, path, info);
 }
 
 }  // namespace

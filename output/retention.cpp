@@ -10,6 +10,7 @@
 
 #include "daemon/log.h"
 #include "output/output_dir.h"
+#include "platform/mutex.h"
 #include "platform/owned.h"
 #include "platform/text.h"
 
@@ -39,12 +40,25 @@ struct archive_survey {
     bool oldest_known = false;
 };
 
+Mutex dumps_in_progress_lock;
+DumpInProgress* dumps_in_progress GUARDED_BY(dumps_in_progress_lock) = nullptr;
+
+bool is_in_progress(const char* path) REQUIRES(dumps_in_progress_lock) {
+    const DumpInProgress* dump = dumps_in_progress;
+    while (dump != nullptr && strcmp(dump->path, path) != 0) {
+        dump = dump->next;
+    }
+    return dump != nullptr;
+}
+
 // Removes what gzip left behind uncompressed under the stem. The daemon's stems fill the width; a shorter one
 // would be padded with blanks, which no file of the daemon has and which a shell would take for separators.
 void remove_leftover(const char* stem) {
     char path[PATH_SIZE];
     format_text(path, sizeof path, "%s%s", DUMP_PREFIX, stem);
-    if (strlen(stem) == STEM_LENGTH && access(path, F_OK) == 0) {
+    // Held until the file is gone: a dump of the same name may be about to begin.
+    const MutexLock lock(dumps_in_progress_lock);
+    if (strlen(stem) == STEM_LENGTH && !is_in_progress(path) && access(path, F_OK) == 0) {
         remove_by_command(path);
     }
 }
@@ -84,6 +98,22 @@ void survey_entry(const char* name, const char* entry, archive_survey* survey) {
 }
 
 }  // namespace
+
+DumpInProgress::DumpInProgress(const char* dump_path) {
+    copy_text(path, dump_path);
+    const MutexLock lock(dumps_in_progress_lock);
+    next = dumps_in_progress;
+    dumps_in_progress = this;
+}
+
+DumpInProgress::~DumpInProgress() {
+    const MutexLock lock(dumps_in_progress_lock);
+    DumpInProgress** link = &dumps_in_progress;
+    while (*link != this) {
+        link = &(*link)->next;
+    }
+    *link = next;
+}
 
 int check_compress_file() {
     archive_survey survey;

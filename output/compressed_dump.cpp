@@ -1,0 +1,90 @@
+// Making a standalone dump.
+#include "output/compressed_dump.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "daemon/log.h"
+#include "daemon/product_version.h"
+#include "output/dump_archive.h"
+#include "output/output_dir.h"
+#include "output/retention.h"
+#include "platform/mutex.h"
+#include "platform/owned.h"
+#include "platform/text.h"
+
+namespace {
+
+constexpr char NAME[] = "dmd_compress_output";
+
+// Serialises dmd_compress_output as a whole, but not with the record files.
+Mutex compress_lock;
+
+// Stores the bytes as they are. False, after a message, when the file could not be opened.
+bool write_dump(const char* path, const void* buf, int len) {
+    const UniqueFd file(open_output_file(path, O_WRONLY | O_CREAT | O_TRUNC));
+    if (!file.valid()) {
+        return false;
+    }
+    LOG_D_AS(NAME, "output to file: %s, size: %d\n", path, len);
+    if (!write_whole(file.get(), buf, len)) {
+        // What is there is still worth keeping.
+        LOG_M_AS(NAME, "the dump in %s is cut or lost - %s\n", path, strerror(errno));
+    }
+    fsync(file.get());
+    return true;
+}
+
+}  // namespace
+
+int dmd_compress_output(const void* buf, int len, dmd_error_info* info, int type) {
+    if (buf == nullptr || info == nullptr) {
+        LOG_M("invalid pointer\n");
+        return -1;
+    }
+    const int is_commercial_version = identify_product_version();
+    const MutexLock lock(compress_lock);
+    int result = check_compress_file();
+    if (is_commercial_version == 1) {
+        LOG_M("Ignored any appended dump action on commercial version product!\n");
+        return result;
+    }
+    if (access(DMD_LOG_DIR, F_OK) != 0) {
+        if (mkdir_parent() != 0) {
+            LOG_M("unable to create compress dir\n");
+        } else {
+            LOG_D("create compress dir success\n");
+        }
+    }
+    if (type != DUMP_PATHS && type != DUMP_BYTES) {
+        LOG_M("unkown compress type.");
+        return result;
+    }
+    char path[PATH_SIZE];
+    format_dump_stem(path, sizeof path, *info);
+    append_text(path, sizeof path, type == DUMP_PATHS ? ".tar" : ".txt");
+    const DumpInProgress in_progress(path);
+
+    char command[COMMAND_SIZE];
+    format_text(command, sizeof command, "dmd_tar -cf %s", path);
+    if (type == DUMP_PATHS) {
+        append_paths(NAME, command, static_cast<const char*>(buf));
+        result = run_archive_command(NAME, command);
+        if (result < 0) {
+            return result;
+        }
+    } else if (!write_dump(path, buf, len)) {
+        return result;
+    }
+    // An archive command has been split at its first blank by now.
+    LOG_M("dmd_tar_cmd:%s.\n", command);
+    if (compress_dump(path) != 0) {
+        LOG_M("compress error  - %s\n", strerror(errno));
+    }
+    LOG_D("new compress file - %s", path);
+    publish_dump(NAME, path, info);
+    return result;
+}
