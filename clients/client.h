@@ -32,14 +32,17 @@ struct dmd_client_info {
     client_dump_operation force_dump[SLOT_COUNT];  // null where empty
 };
 
-// One bound client. Never freed once it is in the registry; only what the mutex guards changes after that.
+// Guards the names of all clients. Held only to copy them, so that nobody waits for a dump to learn a name.
+extern Mutex client_names_lock;
+
+// One bound client. Never freed once it is in the registry; only what the locks guard changes after that.
 struct dmd_client {
     dmd_client* next;             // guarded by the registry's lock
     const dmd_client_info* info;  // the row; the client's name is the row's
-    char device_name[32] GUARDED_BY(mutex);
-    char ic_name[4] GUARDED_BY(mutex);      // no terminator when it fills the field
-    char module_name[4] GUARDED_BY(mutex);  // no terminator when it fills the field
-    int index;                              // position in binding order; guarded by the registry's lock
+    char device_name[32] GUARDED_BY(client_names_lock);
+    char ic_name[4] GUARDED_BY(client_names_lock);      // no terminator when it fills the field
+    char module_name[4] GUARDED_BY(client_names_lock);  // no terminator when it fills the field
+    int index;  // position in binding order; guarded by the registry's lock
     uint32_t type;
     int fd GUARDED_BY(mutex);  // bound to this client, open for the life of the process
     uint32_t buffer_size;

@@ -2,13 +2,27 @@
 // the client's error text and reporting it.
 #pragma once
 
+#include <cstddef>
+
 #include "clients/client.h"
+
+// What some dumps do beside reading and reporting; null where they do nothing.
+struct collection_steps {
+    // Runs with the dump's arguments once the buffer is there, before the client's lock is taken. Its result
+    // is not used.
+    client_dump_operation prepare;
+    // Fills `list`, `size` bytes, with the list of extra files. Runs once a text has been read, with the
+    // client's lock held.
+    void (*list_extra_files)(char* list, size_t size);
+    // Runs once the client's lock is released, whether or not a text was read.
+    void (*finish)();
+};
 
 // Reads the client's pending error text and reports it with the extra files (space-separated paths, may be
 // null) in the given output mode, all under the client's lock. Messages carry `name`. Returns 0, also when
-// nothing could be read, or -1 on a null argument or no memory.
+// nothing could be read, or -1 on a null argument or no memory; no step runs then.
 int log_collection_action(const char* name, dmd_client* client, int error_no, const char* RT_switch,
-                          const char* extra_files, int mode);
+                          const char* extra_files, int mode, const collection_steps& steps = {});
 
 // The generic dump operation: the error text alone. 0, or -1.
 int dsm_dump_error(dmd_client* client, int error_no, const char* RT_switch);

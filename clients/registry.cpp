@@ -9,6 +9,8 @@
 #include "clients/client_table.h"
 #include "daemon/log.h"
 
+Mutex client_names_lock;
+
 namespace {
 
 Mutex client_list_mutex;

@@ -45,7 +45,10 @@ struct DirCloser {
 // Owns a directory stream; null when it holds none.
 using UniqueDir = std::unique_ptr<DIR, DirCloser>;
 
-// A zero-filled heap buffer of `size` bytes; null when there is no memory.
-inline std::unique_ptr<char[]> allocate_zeroed(size_t size) {
-    return std::unique_ptr<char[]>(new (std::nothrow) char[size]());
+// Owns a heap buffer; null when it holds none.
+using UniqueBuffer = std::unique_ptr<char[]>;
+
+// A zero-filled buffer of `size` bytes; null when there is no memory.
+inline UniqueBuffer allocate_zeroed(size_t size) {
+    return UniqueBuffer(new (std::nothrow) char[size]());
 }

@@ -59,7 +59,7 @@ int get_device_info(const char* name, const char* failed, dmd_client* client, in
         }
         return result;
     }
-    const MutexLock lock(client->mutex);
+    const MutexLock lock(client_names_lock);
     switch (request) {
         case DSM_IOCTL_GET_DEVICE_NAME:
             copy_text(client->device_name, argument.text);

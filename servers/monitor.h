@@ -22,7 +22,7 @@ void run_actions(const char* name, const trigger_info& trigger,
 void log_triggers(const char* name, const trigger_info* triggers, int32_t num_triggers);
 
 // Asks the driver on `fd`, which is bound to the client, for one of the client's names (a request of the
-// DSM_IOCTL_GET_..._NAME kind) and stores it in the registry's record, whose lock it takes. 0, what the
+// DSM_IOCTL_GET_..._NAME kind) and stores it in the registry's record. 0, what the
 // driver answered when that is not 0, after the debug message `failed` (a format of the name, the client's
 // name and the answer), or -22 for another request. Logs under `name`.
 int get_device_info(const char* name, const char* failed, dmd_client* client, int fd, unsigned int request);
@@ -34,15 +34,15 @@ void describe_device(Record* record, const setting_info& setting,
                      int (*get_info)(Record* record, unsigned int request)) {
     dmd_client* const client = record->dclient;
     if (get_info(record, DSM_IOCTL_GET_DEVICE_NAME) < 0) {
-        const MutexLock lock(client->mutex);
+        const MutexLock lock(client_names_lock);
         copy_text(client->device_name, setting.device_name);
     }
     if (get_info(record, DSM_IOCTL_GET_IC_NAME) < 0) {
-        const MutexLock lock(client->mutex);
+        const MutexLock lock(client_names_lock);
         copy_field(client->ic_name, setting.ic_name);
     }
     if (get_info(record, DSM_IOCTL_GET_MODULE_NAME) < 0) {
-        const MutexLock lock(client->mutex);
+        const MutexLock lock(client_names_lock);
         copy_field(client->module_name, setting.module_name);
     }
 }

@@ -179,7 +179,7 @@ TEST(GenericDump, ReportsWhatTheDriverHandsOver) {
     dmd_client* const client = bound_client("dsm_tp");
     ASSERT_NE(nullptr, client);
     {
-        const MutexLock lock(client->mutex);
+        const MutexLock lock(client_names_lock);
         copy_text(client->device_name, "panel");
     }
     report_error("dsm_tp", 20002, "first text");
@@ -207,7 +207,7 @@ TEST(GenericDump, ForceDumpReportsUnderTheClientsName) {
     dmd_client* const client = bound_client("dsm_lcd");
     ASSERT_NE(nullptr, client);
     {
-        const MutexLock lock(client->mutex);
+        const MutexLock lock(client_names_lock);
         copy_text(client->device_name, "panel");
         memcpy(client->ic_name, "wxyz", 4);
     }
