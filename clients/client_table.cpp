@@ -3,6 +3,11 @@
 
 #include <initializer_list>
 
+#include "actions/audio_actions.h"
+#include "actions/display_actions.h"
+#include "actions/log_collection_actions.h"
+#include "actions/sensorhub_actions.h"
+#include "actions/touch_panel_actions.h"
 #include "clients/dsm_device.h"
 #include "clients/generic_dump.h"
 
@@ -38,50 +43,55 @@ constexpr dmd_client_info row(const char* name, uint32_t type, uint32_t buffer_s
 
 // Columns: name, type, buffer size in bytes, slots in use, dump slots from 0, force-dump slots from 0.
 const dmd_client_info default_clients[CLIENT_TABLE_ROWS] = {
-    row("dsm_tp", 1, 1024, 3, {dsm_dump_error}, {dsm_force_dump_error}),
-    row("dsm_lcd", 1, 1024, 2, {dsm_dump_error}, {dsm_force_dump_error}),
+    row("dsm_tp", 1, 1024, 3, {dsm_dump_error},
+        {dsm_force_dump_error, tp_force_dump_error, tp_debug_disable}),
+    row("dsm_lcd", 1, 1024, 2, {dsm_dump_error}, {dsm_force_dump_error, lcd_force_dump_error}),
     row("dsm_pmu_irq", 1, 1024, 1, {dsm_dump_error}, {dsm_force_dump_error}),
     row("dsm_pmu_ocp", 1, 1024, 1, {dsm_dump_error}, {dsm_force_dump_error}),
-    row("dsm_charger", 1, 1024, 1, {}, {dsm_force_dump_error}),
+    row("dsm_charger", 1, 1024, 1, {charge_dump_error}, {dsm_force_dump_error}),
     row("dw_mmc", 1, 1024, 1, {dsm_dump_error}, {dsm_force_dump_error}),
     row("smartpa", 1, 1024, 1, {dsm_dump_error}, {dsm_force_dump_error}),
-    row("dsm_battery", 1, 1024, 1, {}, {dsm_force_dump_error}),
+    row("dsm_battery", 1, 1024, 1, {charge_dump_error}, {dsm_force_dump_error}),
     row("dsm_key", 1, 1024, 1, {dsm_dump_error}, {dsm_force_dump_error}),
-    row("dsm_power_key", 1, 1024, 2, {dsm_dump_error}, {dsm_force_dump_error}),
+    row("dsm_power_key", 1, 1024, 2, {dsm_dump_error, power_key_dump_error}, {dsm_force_dump_error}),
     row("dsm_extisp", 1, 256, 1, {dsm_dump_error}, {dsm_force_dump_error}),
     row("dsm_bluetooth", 1, 1024, 1, {dsm_dump_error}, {dsm_force_dump_error}),
     row("dsm_ovisp23", 1, 30000, 1, {dsm_dump_error}, {dsm_force_dump_error}),
     row("dsm_camera_user", 2, 30000, 1, {dsm_dump_error}, {dsm_force_dump_error}),
     row("dsm_wifi", 1, 1024, 1, {dsm_dump_error}, {dsm_force_dump_error}),
     row("dsm_ext4", 1, 16384, 1, {dsm_dump_error}, {dsm_force_dump_error}),
-    row("dsm_apcp", 1, 1024, 1, {}, {dsm_force_dump_error}),
+    row("dsm_apcp", 1, 1024, 1, {apcp_dump_error}, {dsm_force_dump_error}),
     row("dsm_flash", 2, 256, 1, {dsm_dump_error}, {dsm_force_dump_error}),
     row("dsm_csi", 2, 256, 1, {dsm_dump_error}, {dsm_force_dump_error}),
     row("dsm_sdcard", 1, 1024, 1, {dsm_dump_error}, {dsm_force_dump_error}),
     row("sdcard_vold", 1, 1024, 1, {dsm_dump_error}, {dsm_force_dump_error}),
     row("dsm_emmc", 1, 1024, 1, {dsm_dump_error}, {dsm_force_dump_error}),
     row("dsm_fs", 1, 1024, 1, {dsm_dump_error}, {dsm_force_dump_error}),
-    row("dsm_battery_detect", 1, 1024, 1, {}, {dsm_force_dump_error}),
+    row("dsm_battery_detect", 1, 1024, 1, {charge_dump_error}, {dsm_force_dump_error}),
     row("dsm_compass", 1, 1024, 1, {dsm_dump_error}, {dsm_force_dump_error}),
     row("dsm_gsensor", 1, 1024, 1, {dsm_dump_error}, {dsm_force_dump_error}),
     row("dsm_als_ps", 1, 1024, 1, {dsm_dump_error}, {dsm_force_dump_error}),
-    row("dsm_sensorhub", 2, 10485760, 2, {}, {dsm_force_dump_error}),
+    row("dsm_sensorhub", 2, 10485760, 2, {sensorhub_dump_error, sensorhub_dump_error_no_image},
+        {dsm_force_dump_error}),
     row("dsm_hall", 1, 1024, 1, {dsm_dump_error}, {dsm_force_dump_error}),
     row("dsm_nfc", 1, 1024, 1, {dsm_dump_error}, {dsm_force_dump_error}),
     row("dsm_pastar", 1, 1024, 1, {dsm_dump_error}, {dsm_force_dump_error}),
     row("dsm_spi", 1, 1024, 1, {dsm_dump_error}, {dsm_force_dump_error}),
     row("dsm_fpgaice40", 1, 1024, 1, {dsm_dump_error}, {dsm_force_dump_error}),
     row("dsm_modem_spi", 1, 1024, 1, {dsm_dump_error}, {dsm_force_dump_error}),
-    row("dsm_anc_hs", 2, 1024, 1, {}, {}),
-    row("dsm_audio", 2, 4096, 7, {nullptr, nullptr, nullptr, dsm_dump_error}, {dsm_force_dump_error}),
-    row("dsm_maxim_smartpa", 1, 1024, 2, {dsm_dump_error}, {dsm_force_dump_error}),
+    row("dsm_anc_hs", 2, 1024, 1, {maxim_smartpa_dump_error}, {}),
+    row("dsm_audio", 2, 4096, 7,
+        {codec_dump_error, hifi_force_dump_error, media_dump_error, dsm_dump_error, audio_dump_error,
+         soc_hifi_reset_dump_error, codec_hifi_reset_dump_error},
+        {dsm_force_dump_error}),
+    row("dsm_maxim_smartpa", 1, 1024, 2, {dsm_dump_error, maxim_smartpa_dump_error}, {dsm_force_dump_error}),
     row("dsm_ovisp22", 1, 1024, 1, {dsm_dump_error}, {dsm_force_dump_error}),
     row("dsm_smpl", 1, 1024, 1, {dsm_dump_error}, {dsm_force_dump_error}),
-    row("dsm_recovery", 1, 1024, 1, {}, {}),
+    row("dsm_recovery", 1, 1024, 1, {recovery_dump_error}, {}),
     row("dsm_selinux", 1, 1024, 1, {dsm_dump_error}, {dsm_force_dump_error}),
-    row("dsm_pmu_coul", 1, 1024, 1, {}, {dsm_force_dump_error}),
+    row("dsm_pmu_coul", 1, 1024, 1, {charge_dump_error}, {dsm_force_dump_error}),
     row("dsm_sdio", 1, 1024, 1, {dsm_dump_error}, {dsm_force_dump_error}),
     row("dsm_uart", 1, 1024, 1, {dsm_dump_error}, {dsm_force_dump_error}),
-    row("dsm_charge_monitor", 2, 1024, 1, {}, {}),
+    row("dsm_charge_monitor", 2, 1024, 1, {charge_monitor_dump_error}, {}),
     row("dsm_cpu_buck", 1, 1024, 1, {dsm_dump_error}, {dsm_force_dump_error}),
 };

@@ -1,0 +1,222 @@
+// Collecting what the audio DSP, the audio codec and the media services know.
+#include "actions/audio_actions.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstring>
+
+#include "clients/generic_dump.h"
+#include "daemon/log.h"
+#include "daemon/product_version.h"
+#include "output/output_dir.h"
+#include "output/record.h"
+#include "platform/text.h"
+
+namespace {
+
+#define CODEC_DUMP "/data/zc8830dump.log"
+#define HIFI_LOG_DIR "/data/ruvo_logs/hifi_log"
+#define CODEC_LOG_DIR "/data/ruvo_logs/zc8830_log"
+constexpr char MEMORY_DUMP_DIR[] = "/data/ruvo_logs/memorydump";
+
+// Files of the DSP and the codec whose place is known. Ends in a blank, as lists may.
+#define RESET_FILES                                                                                      \
+    HIFI_LOG_DIR "/hifi.log " HIFI_LOG_DIR "/hifi.bin " CODEC_LOG_DIR "/zc8830_ocram.bin " CODEC_LOG_DIR \
+                 "/zc8830_reg.bin " CODEC_LOG_DIR "/zc8830_tcm.bin "
+
+#define AUDIO_POLICY_LOG "/data/audio_policy.log"
+#define AUDIO_FLINGER_LOG "/data/audio_flinger.log"
+#define AUDIO_LOG "/data/audio.log"
+#define MEDIA_PLAYER_LOG "/data/media_player.log"
+#define MEDIA_DUMP "/data/mediadump.log"
+
+// How long the DSP and the codec may take to write their images after an error.
+constexpr unsigned int IMAGE_WAIT_SECONDS = 5;
+
+// Sizes in bytes, terminators included.
+constexpr size_t DIRECTORY_BLOCK_SIZE = 600;
+constexpr size_t DIRECTORY_TEXT_SIZE = 150;
+constexpr size_t PID_BLOCK_SIZE = 40;
+constexpr size_t PROC_PATH_SIZE = 50;
+constexpr size_t STATUS_LINE_SIZE = 1023;
+constexpr size_t DEBUGGERD_COMMAND_SIZE = 60;
+
+const char* text_of(const UniqueBuffer& block) {
+    return block != nullptr ? block.get() : "";
+}
+
+// Whether an operation that only produces files is to do so.
+bool may_produce(const char* name, const dmd_client* client, const char* RT_switch) {
+    if (client == nullptr || RT_switch == nullptr) {
+        LOG_M_AS(name, "dmd client or RT_switch is NULL pointer\n");
+        return false;
+    }
+    return identify_product_version() != 1;
+}
+
+// Not every file system tells the type with the name.
+bool is_directory(DIR* stream, const dirent& entry) {
+    struct stat status;
+    return entry.d_type == DT_DIR ||
+           (entry.d_type == DT_UNKNOWN &&
+            fstatat(dirfd(stream), entry.d_name, &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+            S_ISDIR(status.st_mode));
+}
+
+bool is_subdirectory(DIR* stream, const dirent& entry) {
+    return strcmp(entry.d_name, ".") != 0 && strcmp(entry.d_name, "..") != 0 && is_directory(stream, entry);
+}
+
+// Whether the process of that entry of /proc is named "mediaserver".
+bool is_mediaserver(const char* number) {
+    char path[PROC_PATH_SIZE];
+    format_text(path, sizeof path, "/proc/%s/status", number);
+    const UniqueFd status(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    char line[STATUS_LINE_SIZE] = {};
+    if (!status.valid() || read(status.get(), line, sizeof line - 1) <= 0) {
+        return false;
+    }
+    line[strcspn(line, "\n")] = '\0';
+    char process_name[52];
+    return sscanf(line, "%*s %51s", process_name) == 1 && strcmp(process_name, "mediaserver") == 0;
+}
+
+void list_soc_hifi_files(char* list, size_t size) {
+    const UniqueBuffer images = find_dump_file_dir(MEMORY_DUMP_DIR, "hifi3.bin");
+    const UniqueBuffer log = find_dump_file_dir(HIFI_LOG_DIR, "hifi.log");
+    const char* const prefix = text_of(images);
+    format_text(list, size, "%shifi3.bin %shifi3_ocram.bin %shifi3_tcm.bin %shifi.log", prefix, prefix,
+                prefix, text_of(log));
+}
+
+void list_codec_hifi_files(char* list, size_t size) {
+    const UniqueBuffer images = find_dump_file_dir(MEMORY_DUMP_DIR, "zc8830_reg.bin");
+    const char* const prefix = text_of(images);
+    format_text(list, size, "%szc8830_reg.bin %szc8830_ocram.bin %szc8830_tcm.bin %s", prefix, prefix, prefix,
+                RESET_FILES);
+}
+
+void list_audio_files(char* list, size_t size) {
+    const UniqueBuffer log = find_dump_file_dir(HIFI_LOG_DIR, "hifi.log");
+    format_text(list, size, "%shifi.log %s", text_of(log),
+                CODEC_DUMP " " AUDIO_POLICY_LOG " " AUDIO_FLINGER_LOG " " AUDIO_LOG " " MEDIA_PLAYER_LOG
+                           " " MEDIA_DUMP " " RESET_FILES);
+}
+
+void remove_codec_dump() {
+    run_command("rm " CODEC_DUMP);
+}
+
+void remove_audio_files() {
+    remove_codec_dump();
+    remove_media_dump_logs();
+}
+
+}  // namespace
+
+int codec_dump_error(dmd_client* client, int error_no, const char* RT_switch) {
+    if (may_produce(__func__, client, RT_switch)) {
+        run_command("cat /sys/kernel/debug/zc8830/rh > " CODEC_DUMP);
+        LOG_D("codec_dump on error_no %d.\n", error_no);
+    }
+    return 0;
+}
+
+int hifi_force_dump_error(dmd_client* client, int error_no, const char* RT_switch) {
+    if (may_produce(__func__, client, RT_switch)) {
+        // Reading is what makes the DSP dump its state.
+        run_command("cat /proc/hifidebug/dspdumplog");
+        LOG_D("hifi_force_dump on error_no %d.\n", error_no);
+    }
+    return 0;
+}
+
+int media_dump_error(dmd_client* client, int error_no, const char* RT_switch) {
+    if (may_produce(__func__, client, RT_switch)) {
+        run_command("dumpsys media.audio_policy > " AUDIO_POLICY_LOG);
+        run_command("dumpsys media.audio_flinger > " AUDIO_FLINGER_LOG);
+        run_command("dumpsys audio > " AUDIO_LOG);
+        run_command("dumpsys media.player > " MEDIA_PLAYER_LOG);
+        char command[DEBUGGERD_COMMAND_SIZE];
+        const UniqueBuffer pid = get_mediaserver_pid();
+        format_text(command, sizeof command, "debuggerd -b %s > " MEDIA_DUMP, text_of(pid));
+        run_command(command);
+        LOG_D("media_dump on error_no %d.\n", error_no);
+    }
+    return 0;
+}
+
+int audio_dump_error(dmd_client* client, int error_no, const char* RT_switch) {
+    return log_collection_action(__func__, client, error_no, RT_switch, nullptr, DMD_OUTPUT_FULL,
+                                 {nullptr, list_audio_files, remove_audio_files});
+}
+
+int soc_hifi_reset_dump_error(dmd_client* client, int error_no, const char* RT_switch) {
+    return log_collection_action(__func__, client, error_no, RT_switch, nullptr, DMD_OUTPUT_FULL,
+                                 {nullptr, list_soc_hifi_files, nullptr});
+}
+
+int codec_hifi_reset_dump_error(dmd_client* client, int error_no, const char* RT_switch) {
+    return log_collection_action(__func__, client, error_no, RT_switch, nullptr, DMD_OUTPUT_FULL,
+                                 {nullptr, list_codec_hifi_files, nullptr});
+}
+
+int maxim_smartpa_dump_error(dmd_client* client, int error_no, const char* RT_switch) {
+    return log_collection_action(__func__, client, error_no, RT_switch, CODEC_DUMP " ", DMD_OUTPUT_FULL,
+                                 {codec_dump_error, nullptr, remove_codec_dump});
+}
+
+int remove_media_dump_logs() {
+    run_command("rm " AUDIO_POLICY_LOG);
+    run_command("rm " AUDIO_FLINGER_LOG);
+    run_command("rm " AUDIO_LOG);
+    run_command("rm " MEDIA_PLAYER_LOG);
+    run_command("rm " MEDIA_DUMP);
+    return 0;
+}
+
+UniqueBuffer find_dump_file_dir(const char* base, const char* file_name) {
+    UniqueBuffer found = allocate_zeroed(DIRECTORY_BLOCK_SIZE);
+    sleep(IMAGE_WAIT_SECONDS);
+    const UniqueDir stream(opendir(base));
+    if (found == nullptr || stream == nullptr) {
+        return found;
+    }
+    while (const dirent* const entry = readdir(stream.get())) {
+        if (!is_subdirectory(stream.get(), *entry)) {
+            continue;
+        }
+        char path[DIRECTORY_TEXT_SIZE];
+        format_text(path, sizeof path, "%s/%s/%s", base, entry->d_name, file_name);
+        // Anything but a plain file must not keep the daemon waiting.
+        if (!UniqueFd(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK)).valid()) {
+            continue;
+        }
+        if (strpbrk(entry->d_name, WORD_SEPARATORS) != nullptr) {
+            LOG_M("leave %s alone, a list of files cannot hold it\n", path);
+            continue;
+        }
+        format_text(found.get(), DIRECTORY_TEXT_SIZE, "%s/%s/", base, entry->d_name);
+    }
+    return found;
+}
+
+UniqueBuffer get_mediaserver_pid() {
+    UniqueBuffer pid = allocate_zeroed(PID_BLOCK_SIZE);
+    const UniqueDir stream(opendir("/proc"));
+    if (pid == nullptr || stream == nullptr) {
+        return pid;
+    }
+    while (const dirent* const entry = readdir(stream.get())) {
+        // Processes are the entries that are numbers; anything else does not belong in a command either.
+        if (strspn(entry->d_name, "0123456789") == strlen(entry->d_name) &&
+            is_subdirectory(stream.get(), *entry) && is_mediaserver(entry->d_name)) {
+            copy_text(pid.get(), PID_BLOCK_SIZE, entry->d_name);
+        }
+    }
+    return pid;
+}

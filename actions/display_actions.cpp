@@ -1,0 +1,160 @@
+// Dumping the frames that the graphics side is composing.
+#include "actions/display_actions.h"
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+
+#include "clients/dump_steps.h"
+#include "daemon/log.h"
+#include "daemon/product_version.h"
+#include "output/compressed_dump.h"
+#include "output/output_dir.h"
+#include "platform/owned.h"
+#include "platform/properties.h"
+#include "platform/text.h"
+
+namespace {
+
+constexpr char NAME[] = "lcd_force_dump_error";
+
+constexpr char FRAME_DIR[] = "/data/hwcdump";
+// Set to 1 to ask for a dump; the graphics side sets it to 0 when it is done.
+constexpr char ENABLE_PROPERTY[] = "debug.frame_dump_enable";
+
+// Looks at the property, one second apart.
+constexpr int WAIT_ATTEMPTS = 60;
+
+// A whole file, mapped read-only. Null when it could not be mapped, errno telling why.
+class FileMapping {
+  public:
+    FileMapping(int fd, off_t size) {
+        if (size > INT_MAX) {
+            errno = EFBIG;  // more than a dump can hold
+            return;
+        }
+        void* const mapped = mmap(nullptr, static_cast<size_t>(size), PROT_READ, MAP_SHARED, fd, 0);
+        if (mapped != MAP_FAILED) {
+            bytes_ = mapped;
+            size_ = static_cast<int>(size);
+        }
+    }
+    ~FileMapping() {
+        if (bytes_ != nullptr) {
+            munmap(bytes_, static_cast<size_t>(size_));
+        }
+    }
+    FileMapping(const FileMapping&) = delete;
+    FileMapping& operator=(const FileMapping&) = delete;
+
+    const void* bytes() const { return bytes_; }
+    int size() const { return size_; }
+
+  private:
+    void* bytes_ = nullptr;
+    int size_ = 0;
+};
+
+void ask_for_frames() {
+    property_set(ENABLE_PROPERTY, "1");
+    property_set("debug.frame_dump_cnt", "2");
+    property_set("debug.composed_frame_dump_count", "2");
+    if (run_command("dumpsys SurfaceFlinger") < 0) {
+        LOG_M_AS(NAME, "system call dumpsys SurfaceFlinger failed. error:%s.", strerror(errno));
+    }
+}
+
+bool frames_are_done() {
+    char value[PROPERTY_VALUE_MAX] = {};
+    property_get(ENABLE_PROPERTY, value, "");
+    return value[0] != '\0' && static_cast<int32_t>(strtoll(value, nullptr, 10)) <= 0;
+}
+
+// False, after a message, when the graphics side did not report in time.
+bool wait_for_frames() {
+    for (int attempt = 0; attempt < WAIT_ATTEMPTS; ++attempt) {
+        if (frames_are_done()) {
+            return true;
+        }
+        sleep(1);
+        LOG_M_AS(NAME, "waiting for the graphics dump ...");
+    }
+    LOG_M_AS(NAME, "graphic dump timeout.");
+    return false;
+}
+
+// Describes the next dump. Dumps are named by the second, so it waits until the one of the dump before is
+// over.
+dmd_error_info describe_next(const dmd_client* client, int error_no, const char* RT_switch,
+                             int32_t last_time) {
+    dmd_error_info info = start_description(error_no);
+    while (info.time == last_time) {
+        sleep(1);
+        info = start_description(error_no);
+    }
+    describe_client(&info, client, RT_switch);
+    return info;
+}
+
+}  // namespace
+
+int lcd_force_dump_error(dmd_client* client, int error_no, const char* RT_switch) {
+    if (client == nullptr || RT_switch == nullptr) {
+        LOG_M("invalid dmd client ptr or RT_switch.\n");
+        return -1;
+    }
+    if (identify_product_version() == 1) {
+        return -1;
+    }
+    const UniqueDir dir(opendir(FRAME_DIR));
+    if (dir == nullptr) {
+        LOG_M("unable to open dir: %s. error info:%s.", FRAME_DIR, strerror(errno));
+        return -1;
+    }
+    const time_t start = time(nullptr);
+    ask_for_frames();
+    if (!wait_for_frames()) {
+        return -1;
+    }
+    const time_t end = time(nullptr);
+
+    int32_t last_time = 0;
+    while (const dirent* const entry = readdir(dir.get())) {
+        if (strstr(entry->d_name, ".bmp") == nullptr) {
+            continue;
+        }
+        char path[PATH_SIZE] = {};
+        format_text(path, sizeof path, "%s/%s", FRAME_DIR, entry->d_name);
+        struct stat status;
+        if (stat(path, &status) != 0) {
+            LOG_M("get %s's information failed\n", path);
+            return -1;
+        }
+        if (status.st_mtime < start || status.st_mtime > end) {
+            continue;
+        }
+        LOG_M("dump graphic file:%s", path);
+        // What is no plain file must not keep the daemon waiting.
+        const UniqueFd file(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+        if (!file.valid()) {
+            LOG_M("Unable to open %s-%s\n", path, strerror(errno));
+            return -1;
+        }
+        const FileMapping frame(file.get(), status.st_size);
+        if (frame.bytes() == nullptr) {
+            LOG_M("graphics dumped file mmap failed, %s.\n", strerror(errno));
+            return -1;
+        }
+        dmd_error_info info = describe_next(client, error_no, RT_switch, last_time);
+        last_time = info.time;
+        dmd_compress_output(frame.bytes(), frame.size(), &info, DUMP_BYTES);
+    }
+    return 0;
+}

@@ -1,0 +1,112 @@
+// Saving the memory image of the sensor hub.
+#include "actions/sensorhub_actions.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "clients/dsm_device.h"
+#include "clients/dump_steps.h"
+#include "daemon/log.h"
+#include "daemon/product_version.h"
+#include "output/compressed_dump.h"
+#include "output/output_dir.h"
+#include "output/record.h"
+#include "platform/owned.h"
+#include "platform/text.h"
+
+namespace {
+
+constexpr char NAME[] = "sensorhub_dump_error";
+
+#define MEMORY_DUMP_DIR "/data/ruvo_logs/memorydump"
+
+// How long the sensor hub takes to write its image.
+constexpr unsigned int IMAGE_WAIT_SECONDS = 10;
+
+// Fills `image_path` with the path of the image in the newest entry of the directory, the first of those with
+// the same time. The directory itself is an entry too, so there is always a path to look at. False, after a
+// message, when the directory could not be opened.
+bool find_newest_image(char (&image_path)[PATH_SIZE]) {
+    const UniqueDir dir(opendir(MEMORY_DUMP_DIR));
+    if (dir == nullptr) {
+        LOG_M_AS(NAME, "unable to open %s -%s\n", MEMORY_DUMP_DIR, strerror(errno));
+        return false;
+    }
+    unsigned long newest = 0;
+    while (const dirent* const entry = readdir(dir.get())) {
+        char path[PATH_SIZE] = {};
+        format_text(path, sizeof path, MEMORY_DUMP_DIR "/%s", entry->d_name);
+        struct stat status;
+        if (stat(path, &status) != 0) {
+            LOG_M_AS(NAME, "get %s's information failed\n", path);
+            continue;
+        }
+        const auto time = static_cast<unsigned long>(status.st_mtime);
+        if (time > newest) {
+            LOG_D_AS(NAME, "the lastest file name %s, time %lu\n", entry->d_name, time);
+            format_text(image_path, sizeof image_path, "%s/%s.bin", path, "rdr");
+            newest = time;
+        } else {
+            LOG_D_AS(NAME, "file %s time %lu not the lastest file, lastest file time %lu\n", entry->d_name,
+                     time, newest);
+        }
+    }
+    return true;
+}
+
+// Saves the newest image, as much of it as one read into the client's buffer brings.
+void save_newest_image(dmd_client* client, char* buffer, const char* RT_switch, dmd_error_info* info) {
+    char path[PATH_SIZE] = {};
+    if (!find_newest_image(path)) {
+        return;
+    }
+    // What is no plain file must not keep the daemon waiting.
+    const UniqueFd image(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    if (!image.valid()) {
+        LOG_M_AS(NAME, "open %s failed - %s\n", path, strerror(errno));
+        return;
+    }
+    errno = 0;
+    const int got = static_cast<int>(read(image.get(), buffer, client->buffer_size));
+    LOG_D_AS(NAME, "read %s size %d\n", path, got);
+    if (got <= 0) {
+        LOG_M_AS(NAME, "read %s return %d - %s\n", path, got, strerror(errno));
+        return;
+    }
+    describe_client(info, client, RT_switch);
+    dmd_compress_output(buffer, got, info, DUMP_BYTES);
+}
+
+}  // namespace
+
+int sensorhub_dump_error(dmd_client* client, int error_no, const char* RT_switch) {
+    dmd_error_info info = start_description(error_no);
+    const UniqueBuffer buffer = start_dump(__func__, client, RT_switch);
+    if (buffer == nullptr) {
+        return -1;
+    }
+    const MutexLock lock(client->mutex);
+    const int reported = read_error_text(__func__, client, buffer.get(), RT_switch, &info);
+    if (reported > 0) {
+        dmd_direct_output(buffer.get(), reported, &info, nullptr, DMD_OUTPUT_FULL);
+    }
+    if (identify_product_version() == 1) {
+        return -1;
+    }
+    const int refused = request_force_dump(__func__, client, error_no);
+    if (refused != 0) {
+        return refused;
+    }
+    const int count = static_cast<int>(dsm_read_pending(client, buffer.get()));
+    if (count < 0) {
+        return count;
+    }
+    memset(buffer.get(), 0, client->buffer_size);
+    sleep(IMAGE_WAIT_SECONDS);
+    save_newest_image(client, buffer.get(), RT_switch, &info);
+    return count;
+}

@@ -1,0 +1,210 @@
+// Running the touch panel's debug cycle.
+#include "actions/touch_panel_actions.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+
+#include "clients/dump_steps.h"
+#include "daemon/log.h"
+#include "daemon/product_version.h"
+#include "output/compressed_dump.h"
+#include "output/output_dir.h"
+#include "platform/owned.h"
+
+namespace {
+
+#define RAW_DATA "/proc/touchscreen/rawdata"
+#define DIFF_DATA "/sys/touch_screen/synaptics_debug_test"
+#define INPUT_DUMP "/data/dmd_temp.txt"
+#define USB_STATE "/sys/class/power_supply/USB/online"
+#define CHARGER_STATE "/sys/class/power_supply/Mains/online"
+#define KERNEL_LOG_LEVEL "/sys/bus/platform/devices/qelvan_touch/loglevel"
+#define FRAMEWORK_LOG "/sys/touch_screen/synaptics_trigger_log"
+
+constexpr char COLLECT[] = "tp_force_dump_error";
+
+constexpr size_t TEXT_SIZE = 32768;
+
+// Every step of the cycle is taken by the one thread that changes the state.
+std::atomic<int> tp_debug_state{TP_DEBUG_IDLE};
+
+// A command and the message, a format of the operation's name and the error, for when it could not be run.
+struct tp_command {
+    const char* line;
+    const char* failed;
+};
+
+constexpr tp_command ARM[] = {
+    {"settings put system show_touches 1", "[M/%s] show tp touch failed. error:%s."},
+    {"settings put system pointer_location 1", "[M/%s] show tp pointer location failed. error:%s."},
+    {"settings put system haptic_feedback_enabled 1", "[M/%s] open haptic feedback failed. error:%s."},
+};
+constexpr tp_command TAKE_SCREENSHOT = {"screencap -p " DMD_LOG_DIR "/tp_screencap.png",
+                                        "[M/%s] screencap failed. error:%s."};
+constexpr tp_command DUMP_INPUT = {"dumpsys input > " INPUT_DUMP, "[M/%s] dumpsys inputfailed. error:%s."};
+constexpr tp_command SWITCH_LOGS_ON[] = {
+    {"echo 1 > " KERNEL_LOG_LEVEL, "[M/%s] open tp kernel log failed. error:%s."},
+    {"echo 1 > " FRAMEWORK_LOG, "[M/%s] enable tp framework log failed. error:%s."},
+};
+constexpr tp_command VIBRATE = {"echo 500 > /sys/class/timed_output/vibrator/enable",
+                                "[M/%s] vibrator enable failed. error:%s."};
+constexpr tp_command DISABLE[] = {
+    {"echo 0 > " KERNEL_LOG_LEVEL, "[M/%s] disable tp kernel log failed. error:%s."},
+    {"echo 0 > " FRAMEWORK_LOG, "[M/%s] disable tp framework log failed. error:%s."},
+    {"settings put system show_touches 0", "[M/%s]  tp touch disable failed. error:%s."},
+    {"settings put system pointer_location 0", "[M/%s]  tp pointer location disable failed. error:%s."},
+    {"settings put system haptic_feedback_enabled 0", "[M/%s]  haptic feedback disable failed. error:%s."},
+};
+
+// Runs a command. Returns its status.
+int run(const char* name, const tp_command& command) {
+    const int status = run_command(command.line);
+    if (status < 0) {
+        __android_log_print(ANDROID_LOG_ERROR, "DMD", command.failed, name, strerror(errno));
+    }
+    return status;
+}
+
+// Runs commands in order, whatever becomes of each. Returns the status of the last one.
+template <size_t N>
+int run_all(const char* name, const tp_command (&commands)[N]) {
+    int status = 0;
+    for (const tp_command& command : commands) {
+        status = run(name, command);
+    }
+    return status;
+}
+
+// The text of a dump while it is collected. What does not fit is cut: it never passes TEXT_SIZE bytes.
+struct dump_text {
+    UniqueBuffer bytes = allocate_zeroed(TEXT_SIZE);
+    size_t length = 0;
+};
+
+void append(dump_text* text, const char* piece) {
+    const size_t fitting = std::min(strlen(piece), TEXT_SIZE - text->length);
+    memcpy(text->bytes.get() + text->length, piece, fitting);
+    text->length += fitting;
+}
+
+// A file that goes into the dump text, and the messages (formats of the operation's name) when reading it
+// brought something, which may be null, and (with the error) when it did not.
+struct tp_source {
+    const char* path;
+    const char* brought;
+    const char* failed;
+};
+
+constexpr tp_source RAW = {RAW_DATA, "[M/%s] read tp raw capacity OK!",
+                           "[M/%s] read tp raw capacity failed!error:%s."};
+constexpr tp_source DIFF = {DIFF_DATA, "[M/%s] read tp diff capacity OK!",
+                            "[M/%s] read tp diff capacity failed!error:%s."};
+constexpr tp_source INPUT = {INPUT_DUMP, nullptr, "[M/%s] read dmd_temp.txt failed!error:%s."};
+constexpr tp_source USB = {USB_STATE, nullptr, "[M/%s] read USB state failed!error:%s."};
+constexpr tp_source CHARGER = {CHARGER_STATE, nullptr, "[M/%s] read charger state failed!error:%s."};
+
+enum class piece { absent, added, empty };
+
+// Appends what one read of the file brings. Absent: the file did not open, or no room was left for it; empty:
+// it opened but brought nothing.
+piece append_file(dump_text* text, const tp_source& source) {
+    const UniqueFd file(open(source.path, O_RDONLY | O_CLOEXEC));
+    if (!file.valid()) {
+        LOG_M_AS(COLLECT, "Unable to open %s - %s\n", source.path, strerror(errno));
+        return piece::absent;
+    }
+    const size_t room = TEXT_SIZE - text->length;
+    if (room == 0) {
+        return piece::absent;
+    }
+    errno = 0;
+    const ssize_t got = read(file.get(), text->bytes.get() + text->length, room);
+    if (got <= 0) {
+        __android_log_print(ANDROID_LOG_ERROR, "DMD", source.failed, COLLECT, strerror(errno));
+        return piece::empty;
+    }
+    if (source.brought != nullptr) {
+        __android_log_print(ANDROID_LOG_ERROR, "DMD", source.brought, COLLECT);
+    }
+    text->length += static_cast<size_t>(got);
+    return piece::added;
+}
+
+// Appends a label and the state behind it, on a line of its own.
+piece append_state(dump_text* text, const char* label, const tp_source& source) {
+    append(text, label);
+    const piece state = append_file(text, source);
+    if (state == piece::added) {
+        append(text, "\n");
+    }
+    return state;
+}
+
+// Collects and saves the dump. Returns the status of the last command that it ran, or -1.
+int collect(const dmd_client* client, int error_no, const char* RT_switch) {
+    dump_text text;
+    if (text.bytes == nullptr) {
+        LOG_M_AS(COLLECT, "read_buffer alloc failed:%s\n", strerror(errno));
+        return -1;
+    }
+    append_file(&text, RAW);
+    append_file(&text, DIFF);
+    append(&text, "\n");
+    run(COLLECT, TAKE_SCREENSHOT);
+    const int input_status = run(COLLECT, DUMP_INPUT);
+    append_file(&text, INPUT);
+    append_state(&text, "USB insert state is:", USB);
+    if (append_state(&text, "CHARGER insert state is:", CHARGER) == piece::empty) {
+        return input_status;
+    }
+    run_all(COLLECT, SWITCH_LOGS_ON);
+    dmd_error_info info = start_description(error_no);
+    describe_client(&info, client, RT_switch);
+    dmd_compress_output(text.bytes.get(), static_cast<int>(text.length), &info, DUMP_BYTES);
+    return run(COLLECT, VIBRATE);
+}
+
+}  // namespace
+
+int tp_force_dump_error(dmd_client* client, int error_no, const char* RT_switch) {
+    if (client == nullptr || RT_switch == nullptr) {
+        LOG_M("invalid dmd client ptr or RT_switch.\n");
+        tp_debug_state = TP_DEBUG_COLLECTED;
+        return -1;
+    }
+    if (identify_product_version() == 1) {
+        tp_debug_state = TP_DEBUG_COLLECTED;
+        return -1;
+    }
+    int state = TP_DEBUG_IDLE;
+    if (tp_debug_state.compare_exchange_strong(state, TP_DEBUG_ARMED)) {
+        return run_all(__func__, ARM);
+    }
+    if (state == TP_DEBUG_ARMED && tp_debug_state.compare_exchange_strong(state, TP_DEBUG_COLLECTED)) {
+        return collect(client, error_no, RT_switch);
+    }
+    LOG_M("tp debug state is not idle or disbale for enable.\n");
+    return -1;
+}
+
+int tp_debug_disable(dmd_client* client, int error_no, const char* RT_switch) {
+    if (client == nullptr || RT_switch == nullptr) {
+        LOG_M("invalid client ptr or RT switch ptr!\n");
+        return -1;
+    }
+    int result = -1;
+    int state = TP_DEBUG_COLLECTED;
+    if (tp_debug_state.compare_exchange_strong(state, TP_DEBUG_DISABLING)) {
+        result = run_all(__func__, DISABLE);
+        tp_debug_state = TP_DEBUG_IDLE;
+    } else {
+        LOG_M("tp debug state is not idle or enable for disable.\n");
+    }
+    LOG_D("tp debug diable called, error_no:%d.\n", error_no);
+    return result;
+}

@@ -1,0 +1,23 @@
+// The debug cycle of the touch panel: a tester arms it, collects once, and switches it off again. Its state
+// is shared by both operations and all threads; of two threads that want the same step, one takes it.
+#pragma once
+
+#include "clients/client.h"
+
+// Where the cycle stands.
+enum tp_debug_states : int {
+    TP_DEBUG_IDLE = 0,       // touch aids and logs off
+    TP_DEBUG_COLLECTED = 1,  // collected, or tried to: logs on, waiting for tp_debug_disable
+    TP_DEBUG_ARMED = 2,      // touch aids on, waiting for the second tp_force_dump_error
+    TP_DEBUG_DISABLING = 3,  // tp_debug_disable is running its commands
+};
+
+// First call: switches the touch aids on. Second call: saves what the panel, the input service and the power
+// supplies say as one compressed dump, switches the touch logs on and vibrates. Returns the status of the
+// last command, negative when it could not be run; -1 on a null argument, on a commercial build, and in every
+// other state.
+int tp_force_dump_error(dmd_client* client, int error_no, const char* RT_switch);
+
+// Once something was collected: switches logs and touch aids off. Returns the status of the last command, or
+// -1 on a null argument and in every other state.
+int tp_debug_disable(dmd_client* client, int error_no, const char* RT_switch);
