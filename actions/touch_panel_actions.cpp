@@ -30,6 +30,14 @@ constexpr char COLLECT[] = "tp_force_dump_error";
 
 constexpr size_t TEXT_SIZE = 32768;
 
+// Where the cycle stands.
+enum : int {
+    TP_DEBUG_IDLE = 0,       // touch aids and logs off
+    TP_DEBUG_COLLECTED = 1,  // collected, or tried to: logs on, waiting for tp_debug_disable
+    TP_DEBUG_ARMED = 2,      // touch aids on, waiting for the second tp_force_dump_error
+    TP_DEBUG_DISABLING = 3,  // tp_debug_disable is running its commands
+};
+
 // Every step of the cycle is taken by the one thread that changes the state.
 std::atomic<int> tp_debug_state{TP_DEBUG_IDLE};
 

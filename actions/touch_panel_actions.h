@@ -4,14 +4,6 @@
 
 #include "clients/client.h"
 
-// Where the cycle stands.
-enum tp_debug_states : int {
-    TP_DEBUG_IDLE = 0,       // touch aids and logs off
-    TP_DEBUG_COLLECTED = 1,  // collected, or tried to: logs on, waiting for tp_debug_disable
-    TP_DEBUG_ARMED = 2,      // touch aids on, waiting for the second tp_force_dump_error
-    TP_DEBUG_DISABLING = 3,  // tp_debug_disable is running its commands
-};
-
 // First call: switches the touch aids on. Second call: saves what the panel, the input service and the power
 // supplies say as one compressed dump, switches the touch logs on and vibrates. Returns the status of the
 // last command, negative when it could not be run; -1 on a null argument, on a commercial build, and in every

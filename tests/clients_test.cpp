@@ -58,8 +58,13 @@ TEST(ClientTable, RowsAreTheDriversClients) {
         {"dsm_charge_monitor", 2, 1024, 1},
     };
     std::string names;
+    std::string own_dump;
+    std::string no_force_dump;
     for (const dmd_client_info& row : default_clients) {
-        names += std::string(row.name) + " ";
+        const std::string name = std::string(row.name) + " ";
+        names += name;
+        own_dump += row.dump[0] == dsm_dump_error ? "" : name;
+        no_force_dump += row.force_dump[0] == dsm_force_dump_error ? "" : name;
         const dmd_client_info* expected = &default_clients[2];  // a row like most
         dmd_client_info special = {};
         for (const auto& u : unusual) {
@@ -87,6 +92,11 @@ TEST(ClientTable, RowsAreTheDriversClients) {
         "dsm_modem_spi dsm_anc_hs dsm_audio dsm_maxim_smartpa dsm_ovisp22 dsm_smpl dsm_recovery "
         "dsm_selinux dsm_pmu_coul dsm_sdio dsm_uart dsm_charge_monitor dsm_cpu_buck ",
         names);
+    EXPECT_EQ(
+        "dsm_charger dsm_battery dsm_apcp dsm_battery_detect dsm_sensorhub dsm_anc_hs dsm_audio dsm_recovery "
+        "dsm_pmu_coul dsm_charge_monitor ",
+        own_dump);
+    EXPECT_EQ("dsm_anc_hs dsm_recovery dsm_charge_monitor ", no_force_dump);
 }
 
 TEST(Registry, HoldsWhatCouldBeBound) {
