@@ -11,6 +11,8 @@
 #include <cstring>
 
 #include "emulator/key_devices.h"
+#include "emulator/memory_image.h"
+#include "emulator/refusal.h"
 
 namespace phone {
 
@@ -65,6 +67,10 @@ constexpr const char* CLIENT_NAMES[] = {
     "dsm_charge_monitor",
     "dsm_cpu_buck",
 };
+
+// The client whose forced dump leaves a memory image, and the image unless a test sets another.
+constexpr char IMAGE_CLIENT[] = "dsm_sensorhub";
+constexpr char IMAGE[] = "memory image of the sensor hub\n";
 
 struct RequestCode {
     uint32_t code;
@@ -124,8 +130,16 @@ int give_name(const std::string& name, char (&out)[ARGUMENT_SIZE]) {
     return 0;
 }
 
-int force_dump(OpenFile* file, std::string_view number) {
+int force_dump(const Driver& driver, OpenFile* file, std::string_view number) {
     const Client& client = *file->client;
+    if (client.name == IMAGE_CLIENT && !driver.image.empty()) {
+        try {
+            write_memory_image(driver.image);
+        } catch (const Refusal& refusal) {
+            // The hardware tells nobody that it found no room.
+            print_refusal(refusal.what());
+        }
+    }
     const std::string text(number);
     file->forced = true;
     file->forced_text = client.has_force_text ? client.force_text
@@ -158,6 +172,7 @@ void driver_reset(Driver* driver) {
     }
     std::fill(std::begin(driver->answers), std::end(driver->answers), SetAnswer{});
     driver->pending_bytes = 0;
+    driver->image = IMAGE;
     driver_set_gone(driver, false);
     key_devices_reset(driver);
 }
@@ -221,7 +236,7 @@ int driver_ioctl(Driver* driver, OpenFile* file, uint32_t code, const char (&in)
             put_number(out, client->pending.empty() ? 0 : client->pending.front().number);
             return 0;
         case Request::force:
-            return force_dump(file, text_of(in));
+            return force_dump(*driver, file, text_of(in));
         case Request::device_name:
             return give_name(client->names[0], out);
         case Request::module_name:

@@ -1,7 +1,8 @@
 // The driver behind /dev/dsm as the kernel would have it: its clients, their pending errors, and what its
-// requests answer; and the state of the input devices beside it, which key_devices.h works on. Pure state:
-// how requests arrive is the business of driver_fuse.cpp, how a test or a person sets things is that of
-// driver_control.cpp. One thread uses it, so there are no locks.
+// requests answer; and the state of the input devices beside it, which key_devices.h works on. Pure state,
+// but for the memory image that a forced dump of the sensor hub leaves in a file: how requests arrive is the
+// business of driver_fuse.cpp, how a test or a person sets things is that of driver_control.cpp. One thread
+// uses it, so there are no locks.
 #pragma once
 
 #include <linux/input.h>
@@ -81,6 +82,7 @@ struct Driver {
     std::list<OpenFile> files;
     SetAnswer answers[REQUEST_COUNT];  // for all clients; the answer of a client itself goes before
     size_t pending_bytes = 0;
+    std::string image;  // the memory of the sensor hub that its next forced dumps leave; empty: none
     bool gone = false;
     void (*wake)(OpenFile* file) = nullptr;  // readiness of `file` may have changed
 };

@@ -140,6 +140,11 @@ std::string do_force_text(ControlState* state, const Words& words) {
     return "";
 }
 
+std::string do_image(ControlState* state, const Words& words) {
+    state->driver.image = words[1];
+    return "";
+}
+
 std::string do_pending(ControlState* state, const Words& words) {
     return std::to_string(client_in(state, words[1])->pending.size());
 }
@@ -256,6 +261,7 @@ constexpr Row ROWS[] = {
     {"client", 1, 1, "NAME", do_client},
     {"answer", 3, 4, "CLIENT REQUEST RESULT [TIMES]", do_answer},
     {"force-text", 2, 2, "CLIENT TEXT", do_force_text},
+    {"image", 1, 1, "TEXT", do_image},
     {"pending", 1, 1, "CLIENT", do_pending},
     {"handed", 1, 1, "CLIENT", do_handed},
     {"bound", 1, 1, "CLIENT", do_bound},

@@ -1,11 +1,14 @@
 // Small file operations that fail with a line.
 #include "emulator/files.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstring>
+#include <memory>
 
 #include "emulator/owned_fd.h"
 #include "emulator/refusal.h"
@@ -51,6 +54,20 @@ void make_link(const std::string& target, const std::string& path) {
     if (symlink(target.c_str(), path.c_str()) != 0) {
         throw refusal_errno("cannot make the link " + path);
     }
+}
+
+std::vector<std::string> names_in(const std::string& folder) {
+    const std::unique_ptr<DIR, int (*)(DIR*)> stream(opendir(folder.c_str()), closedir);
+    if (stream == nullptr) {
+        throw refusal_errno("cannot list " + folder);
+    }
+    std::vector<std::string> names;
+    while (const dirent* entry = readdir(stream.get())) {
+        if (strcmp(entry->d_name, ".") != 0 && strcmp(entry->d_name, "..") != 0) {
+            names.emplace_back(entry->d_name);
+        }
+    }
+    return names;
 }
 
 std::string read_file(const std::string& path, size_t limit) {

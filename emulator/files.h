@@ -4,6 +4,7 @@
 #include <sys/types.h>
 
 #include <string>
+#include <vector>
 
 namespace phone {
 
@@ -20,6 +21,9 @@ void write_file(const std::string& path, const std::string& content, mode_t mode
 void write_existing(const std::string& path, const std::string& content);
 
 void make_link(const std::string& target, const std::string& path);
+
+// The names of the entries of a folder but "." and "..".
+std::vector<std::string> names_in(const std::string& folder);
 
 // The content of a file of at most `limit` bytes.
 std::string read_file(const std::string& path, size_t limit);

@@ -149,8 +149,33 @@ void end_with_parent(int alive_fd) {
     }
 }
 
-// The first process: starts the driver server and the command, and reaps whatever ends, until the command
-// does. Returns the command's exit status.
+// Starts the process that stands in for the phone's media service, which the daemon looks for by its name. It
+// does nothing, holds nothing and ends with the phone. Returns when it is in place.
+void start_media_server() {
+    Pipe ready = make_pipe();
+    const pid_t server = fork();
+    if (server < 0) {
+        throw refusal_errno("cannot start the media server");
+    }
+    if (server == 0) {
+        setsid();
+        prctl(PR_SET_NAME, "mediaserver");
+        sigset_t none;
+        sigemptyset(&none);
+        sigprocmask(SIG_SETMASK, &none, nullptr);
+        close_range(0, ~0U, 0);
+        for (;;) {
+            pause();
+        }
+    }
+    ready.write_end.reset();
+    char byte;
+    (void)!read(ready.read_end.get(), &byte, 1);
+    show_in_proc(server);
+}
+
+// The first process: starts the driver server, the media server and the command, and reaps whatever ends,
+// until the command does. Returns the command's exit status.
 int run_first_process(const PhoneOptions& options) {
     OwnedFd listen_fd(listen_for_control(options.socket_name));
     OwnedFd fuse_fd(enter_private_root(options));
@@ -171,6 +196,7 @@ int run_first_process(const PhoneOptions& options) {
     placed.read_end.reset();
     place_devices();
     show_in_proc(getpid());
+    start_media_server();
     placed.write_end.reset();
 
     const pid_t command = fork();

@@ -1,18 +1,17 @@
 // The private root: a small file system in memory, with the desk's programs bound into it read-only and
 // everything else as a phone has it.
-#include <dirent.h>
 #include <fcntl.h>
+#include <limits.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstring>
-#include <memory>
 
 #include "emulator/driver_fuse.h"
 #include "emulator/files.h"
+#include "emulator/kernel_files.h"
 #include "emulator/owned_fd.h"
 #include "emulator/phone.h"
 #include "emulator/properties.h"
@@ -29,6 +28,9 @@ const std::string DESK = "/.phone/desk";
 const std::string REAL_PROC = "/.phone/proc";
 const std::string REAL_SYS = "/.phone/sys";
 const std::string DRIVER = "/.phone/driver";
+
+// Where the graphics service puts the frames that it dumps.
+constexpr char FRAME_DUMPS[] = "/data/hwcdump";
 
 constexpr char ROOT_MOUNT_OPTIONS[] = "mode=0755,size=256m";
 
@@ -113,31 +115,6 @@ void show_as_on_desk(const std::string& path) {
     make_link(target, path);
 }
 
-// Calls `visit` with the name of each entry of a folder but "." and "..".
-template <typename Visit>
-void for_each_entry(const std::string& folder, Visit visit) {
-    const std::unique_ptr<DIR, int (*)(DIR*)> stream(opendir(folder.c_str()), closedir);
-    if (stream == nullptr) {
-        throw refusal_errno("cannot list " + folder);
-    }
-    while (const dirent* entry = readdir(stream.get())) {
-        if (strcmp(entry->d_name, ".") != 0 && strcmp(entry->d_name, "..") != 0) {
-            visit(std::string(entry->d_name));
-        }
-    }
-}
-
-// Makes `folder` hold a link to each entry of `real`, so that a test can add entries or replace links.
-// Numbers are left out: the processes of a phone are those that a test puts there.
-void link_entries(const std::string& real, const std::string& folder) {
-    make_folder(folder);
-    for_each_entry(real, [&](const std::string& name) {
-        if (name.find_first_not_of("0123456789") != std::string::npos) {
-            make_link(real + "/" + name, folder + "/" + name);
-        }
-    });
-}
-
 // Makes a fresh file system in memory the root, with the desk's at DESK. /tmp is only where the two change
 // places; afterwards the desk's /tmp is uncovered again.
 void change_root() {
@@ -153,11 +130,11 @@ void change_root() {
 }
 
 void make_system(const PhoneOptions& options) {
-    for_each_entry(DESK, [](const std::string& name) {
+    for (const std::string& name : names_in(DESK)) {
         if (name == "usr" || name == "bin" || name == "sbin" || name.rfind("lib", 0) == 0) {
             show_as_on_desk("/" + name);
         }
-    });
+    }
     make_folder("/etc");
     for (const char* name : DESK_ETC) {
         show_as_on_desk(std::string("/etc/") + name);
@@ -200,16 +177,21 @@ void make_proc_and_sys() {
     bind(DESK + "/sys", REAL_SYS);
     protect(REAL_SYS);
     link_entries(REAL_SYS, "/sys");
+    make_kernel_files();
 }
 
 void make_data(const PhoneOptions& options) {
     make_folder("/data", 0771);
     if (!options.data_dir.empty()) {
         mount_or_refuse((DESK + options.data_dir).c_str(), "/data", nullptr, MS_BIND | MS_REC, nullptr);
-        return;
+    } else {
+        const std::string size = "mode=0771,size=" + std::to_string(options.data_size);
+        mount_or_refuse("data", "/data", "tmpfs", MS_NOSUID | MS_NODEV, size.c_str());
     }
-    const std::string size = "mode=0771,size=" + std::to_string(options.data_size);
-    mount_or_refuse("data", "/data", "tmpfs", MS_NOSUID | MS_NODEV, size.c_str());
+    // One that a folder of the desk has already stays as it is.
+    if (mkdir(FRAME_DUMPS, 0775) != 0 && errno != EEXIST) {
+        throw refusal_errno(std::string("cannot make the folder ") + FRAME_DUMPS);
+    }
 }
 
 void show_programs(const PhoneOptions& options) {
@@ -291,7 +273,8 @@ void place_devices() {
 
 void show_in_proc(pid_t pid) {
     const std::string number = std::to_string(pid);
-    make_link(REAL_PROC + "/" + number, "/proc/" + number);
+    // A folder, as programs look for one: they may pass a link over.
+    link_entries(REAL_PROC + "/" + number, "/proc/" + number);
 }
 
 }  // namespace phone

@@ -9,9 +9,22 @@ namespace phone {
 
 // `gzip`, `rm`, `cat` and the shell are the desk's own.
 const StandIn STAND_INS[] = {
-    {"dumpsys",
-     "echo \"DUMP OF SERVICE ${1:-all}:\"\n"
-     "echo '  state: running'\n"},
+    // Asked for its state, the graphics service dumps the frames that it has been told to: bitmaps of one
+    // pixel, whose blue is the number of the frame.
+    {"dumpsys", R"sh(echo "DUMP OF SERVICE ${1:-all}:"
+echo '  state: running'
+property() { value=; read -r value 2>/dev/null </dev/__properties__/$1; }
+property debug.frame_dump_enable
+[ "$1$value" = SurfaceFlinger1 ] && [ -d /data/hwcdump ] || exit 0
+property debug.composed_frame_dump_count
+z='\000\000\000' i=0
+while [ $i -lt "${value:-1}" ]; do
+    header="BM:$z\000${z}6$z($z\001$z\001$z\001\000\030\000\000$z\004$z\000$z\000$z\000$z\000$z"
+    printf "$header\\$(printf %03o $((i % 256)))$z" >/data/hwcdump/hwc_frame_$i.bmp
+    i=$((i + 1))
+done
+cd /dev/__properties__ && echo 0 >.dumpsys.$$ && mv .dumpsys.$$ debug.frame_dump_enable
+)sh"},
     {"settings", "[ \"$1\" != get ] || echo 1\n"},
     // A picture of one pixel, to the file named last or to standard output.
     {"screencap",

@@ -189,6 +189,33 @@ TEST(EmulatorDriver, AForcedDumpIsReadFirstAndByWhoForcedItOnly) {
     EXPECT_EQ("1", phone_do({"handed", "dsm_tp"}));
 }
 
+TEST(EmulatorDriver, AForcedDumpOfTheSensorHubLeavesAnImage) {
+    const std::string dumps = "/data/ruvo_logs/memorydump";
+    const UniqueFd hub = bound("dsm_sensorhub");
+    const struct {
+        std::vector<std::string> request;
+        int result;
+        const char* image;  // null: none
+    } cases[] = {
+        {{"image", "mine"}, 0, "mine"},
+        {{"image", ""}, 0, nullptr},
+        {{"reset"}, 0, "memory image of the sensor hub\n"},
+        {{"answer", "dsm_sensorhub", "force", "-5"}, -5, nullptr},
+    };
+    for (const auto& c : cases) {
+        phone_do(c.request);
+        const size_t before = names_in(dumps).size();
+        EXPECT_EQ(c.result, ask(hub.get(), FORCE, "20500")) << c.request[0];
+        const std::vector<std::string> names = names_in(dumps);
+        ASSERT_EQ(before + (c.image != nullptr ? 1 : 0), names.size()) << c.request[0];
+        if (c.image != nullptr) {
+            EXPECT_EQ(c.image, read_file(dumps + "/" + names.back() + "/rdr.bin"));
+            // The newest of all, as the daemon looks for it.
+            EXPECT_GT(status_of(dumps + "/" + names.back()).st_mtime, status_of(dumps).st_mtime);
+        }
+    }
+}
+
 TEST(EmulatorDriver, ReadinessIsLevelTriggeredOnEveryDescriptor) {
     const UniqueFd first = bound("dsm_tp");
     const UniqueFd second = bound("dsm_tp");

@@ -43,7 +43,7 @@ UniqueFd connected() {
 
 TEST(EmulatorRoot, HasTheShapeOfAPhone) {
     using Names = std::vector<std::string>;
-    EXPECT_EQ(Names{}, names_in("/data"));
+    EXPECT_EQ(Names{"hwcdump"}, names_in("/data"));
     EXPECT_EQ(Names{"device_state_monitor.conf"}, names_in("/system/etc"));
     EXPECT_EQ((Names{"debuggerd", "dumpsys", "screencap", "settings", "top"}), names_in("/system/bin"));
     EXPECT_EQ((Names{"dev.bootcomplete", "persist.sys.qelvan.debug.on"}), names_in("/dev/__properties__"));
@@ -63,7 +63,7 @@ TEST(EmulatorRoot, WritesNothingOfTheDesk) {
     const std::string build(self, strrchr(self, '/'));
     EXPECT_TRUE(exists(build + "/dmd"));
     for (const std::string& folder : {std::string("/usr/bin"), std::string("/bin"), build,
-                                      std::string("/etc/alternatives"), std::string("/sys/kernel")}) {
+                                      std::string("/etc/alternatives"), std::string("/sys/devices")}) {
         EXPECT_EQ(EROFS, error_of_making(folder + "/phone-was-here")) << folder;
     }
     const UniqueFd kernel_setting(open("/proc/sys/kernel/printk", O_WRONLY | O_CLOEXEC));
@@ -75,8 +75,8 @@ TEST(EmulatorRoot, WritesNothingOfTheDesk) {
 }
 
 TEST(EmulatorRoot, ProcAndSysTakeWhatATestAdds) {
-    // The process information of the desk is there, but only the phone's first process and this one by
-    // number.
+    // The process information of the desk is there, but by number only the phone's first process, its media
+    // server and this one.
     EXPECT_FALSE(read_file("/proc/self/maps").empty());
     EXPECT_FALSE(read_file("/proc/meminfo").empty());
     EXPECT_TRUE(exists("/proc/" + std::to_string(getpid()) + "/task"));
@@ -84,21 +84,36 @@ TEST(EmulatorRoot, ProcAndSysTakeWhatATestAdds) {
     for (const std::string& name : names_in("/proc")) {
         numbers += name.find_first_not_of("0123456789") == std::string::npos ? 1 : 0;
     }
-    EXPECT_EQ(2, numbers);
-    ASSERT_EQ(0, mkdir("/proc/touchscreen", 0755));
-    write_file("/proc/touchscreen/rawdata", "raw");
+    EXPECT_EQ(3, numbers);
+    const std::string number =
+        output_of("grep -lx 'Name:.mediaserver' /proc/[0-9]*/status | cut -d/ -f3 | tr -d '\\n'");
+    EXPECT_TRUE(S_ISDIR(status_of("/proc/" + number).st_mode));
+    EXPECT_EQ(0, open_descriptors(number));
+    EXPECT_EQ(0, system(("kill " + number).c_str()));
+    EXPECT_TRUE(wait_until([&] { return read_file("/proc/" + number + "/status").empty(); }));
     ASSERT_EQ(0, mkdir("/proc/4242", 0755));
     write_file("/proc/4242/status", "Name:\tmediaserver\n");
-    ASSERT_EQ(0, mkdir("/sys/touchscreen", 0755));
     // A link to the desk's own can make room for a folder.
-    ASSERT_EQ(0, unlink("/sys/class"));
-    ASSERT_EQ(0, system("mkdir -p /sys/class/power_supply/Mains"));
-    write_file("/sys/class/power_supply/Mains/online", "1\n");
-    EXPECT_EQ("1\n", read_file("/sys/class/power_supply/Mains/online"));
+    ASSERT_EQ(0, unlink("/sys/devices"));
+    ASSERT_EQ(0, mkdir("/sys/devices", 0755));
+    // The phone's drivers have entries among the desk's, which take what is written.
+    EXPECT_TRUE(exists("/sys/class/mem/null"));
+    for (const char* path :
+         {"/proc/touchscreen/rawdata", "/sys/class/power_supply/USB/online",
+          "/sys/bus/platform/devices/qelvan_touch/loglevel", "/sys/kernel/debug/zc8830/rh"}) {
+        EXPECT_FALSE(read_file(path).empty()) << path;
+        write_file(path, "written\n");
+        EXPECT_EQ("written\n", read_file(path)) << path;
+    }
 }
 
 TEST(EmulatorRoot, StandInsNoteHowTheyWereCalledAndPrintTheRightShape) {
+    property_set("debug.frame_dump_enable", "1");
+    property_set("debug.composed_frame_dump_count", "2");
     EXPECT_EQ("DUMP OF SERVICE SurfaceFlinger:\n", output_of("dumpsys SurfaceFlinger").substr(0, 32));
+    EXPECT_EQ(2u, names_in("/data/hwcdump").size());
+    EXPECT_EQ("58 0\n", output_of("echo $(stat -c %s /data/hwcdump/hwc_frame_1.bmp) "
+                                  "$(cat /dev/__properties__/debug.frame_dump_enable)"));
     EXPECT_EQ("1\n", output_of("settings get system show_touches"));
     EXPECT_EQ("", output_of("screencap -p /data/screen.png"));
     EXPECT_EQ("\211PNG\r\n\032\n", read_file("/data/screen.png").substr(0, 8));
