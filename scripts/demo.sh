@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Builds the daemon and shows the road of one error on an emulated phone: first on a debug build, with a dump
-# that an application asks for and a polled state, then on a commercial one. Ends by itself; the exit status is 0
-# only when everything that it should show was there.
+# that an application asks for, a polled state, touch panel data by the volume keys and a memory image of the sensor
+# hub, then on a commercial one. Ends by itself; the exit status is 0 only when everything that it should show was
+# there.
 set -eu
 cd -- "$(dirname -- "$(realpath -- "$0")")/.."
 scripts/setup.sh
@@ -11,6 +12,7 @@ work=build/demo
 name=demo-$$
 failed=0
 phone_pid=
+panel_log=/sys/bus/platform/devices/qelvan_touch/loglevel
 
 say() { printf '\n\033[1m== %s\033[0m\n' "$*"; }
 missing() { printf 'MISSING: %s\n' "$*"; failed=1; }
@@ -23,12 +25,12 @@ end_phone() {
 }
 trap end_phone EXIT
 
-wait_for_log() { # TEXT TIMES: waits at most 20 seconds for the daemon to have logged it
+wait_for_log() { # TEXT TIMES [FILE]: waits at most 20 seconds for the daemon to have logged it
   local tries=0
-  until [ "$(grep -c -F -- "$1" "$log")" -ge "$2" ]; do
+  until [ "$(grep -c -F -- "$1" "${3:-$log}")" -ge "$2" ]; do
     tries=$((tries + 1))
     if [ $tries -ge 200 ] || ! kill -0 "$phone_pid" 2> /dev/null; then
-      missing "the daemon's message: $1"
+      missing "$1"
       tail -n 5 "$log"
       exit 1
     fi
@@ -90,6 +92,46 @@ show_line() { # FILE TEXT: shows the lines that hold it
   grep -F -- "$2" "$1" || missing "\"$2\" in $1"
 }
 
+show_archive() { # ERROR: lists the archive of it
+  local archive
+  archive=$(ls "$reports/dmd_dump_$1"_??????.tar.gz 2> /dev/null || true)
+  say "The dump archive, listed by the system's tar ($archive)"
+  if [ -n "$archive" ] && tar -tvzf "$archive" > "$work/listing"; then
+    cat "$work/listing"
+    expect_in "$work/listing" data/kvdx_logs/dmd_log/dmd_record_0.txt
+    expect_in "$work/listing" data/android_logs/kmsgcat-log
+  else
+    missing "a readable dump archive of error $1"
+  fi
+}
+
+show_dump() { # ERROR: unpacks the standalone dump of it into $work/dump and shows it, or its beginning
+  local dump
+  dump=$(ls "$reports/dmd_dump_$1"_??????.txt.gz 2> /dev/null || true)
+  say "The compressed dump ($dump)"
+  : > "$work/dump"
+  if [ -n "$dump" ] && gzip -dc "$dump" > "$work/dump"; then
+    head -n 20 "$work/dump"
+  else
+    missing "a readable dump of error $1"
+  fi
+}
+
+expect_file() { # FILE CONTENT: what a file of the phone must hold
+  local content
+  content=$(in_phone cat "$1" || true)
+  printf '%s: %s\n' "$1" "$content"
+  [ "$content" = "$2" ] || missing "$2 in $1"
+}
+
+show_settings() { # VALUE: the three last settings, which must be the touch panel's at this value
+  grep "^settings " "$data/commands.log" | tail -n 3 | tee "$work/settings"
+  local name
+  for name in show_touches pointer_location haptic_feedback_enabled; do
+    expect_in "$work/settings" "settings put system $name $1"
+  done
+}
+
 show_upload() { # what the description of the latest upload must say
   show "The upload description" "$reports/apr_info.txt"
   expect_in "$reports/apr_info.txt" "device_name	touch_panel"
@@ -108,15 +150,7 @@ report 1 "touch controller does not answer"
 show "The bug report in the record file" "$reports/dmd_record_0.txt"
 expect_in "$reports/dmd_record_0.txt" "[Error no]:20002"
 expect_in "$reports/dmd_record_0.txt" "touch controller does not answer"
-archive=$(ls "$reports"/dmd_dump_20002_??????.tar.gz 2> /dev/null || true)
-say "The dump archive, listed by the system's tar ($archive)"
-if [ -n "$archive" ] && tar -tvzf "$archive" > "$work/listing"; then
-  cat "$work/listing"
-  expect_in "$work/listing" data/kvdx_logs/dmd_log/dmd_record_0.txt
-  expect_in "$work/listing" data/android_logs/kmsgcat-log
-else
-  missing "a readable dump archive of error 20002"
-fi
+show_archive 20002
 show_upload
 say "The exception log entry"
 in_phone cat /dev/log/exception | tee "$work/exception"
@@ -134,6 +168,32 @@ wait_for_report dsm_pmu_coul 1
 phone state --name "$name" dsm_pmu_coul 0
 grep -F "[M/poll_server] " "$log" | tail -n 3
 show_report dsm_pmu_coul 1
+
+say "A tester holds volume down and presses volume up twice: the touch panel's debug cycle is armed"
+phone key --name "$name" down+ up up down-
+wait_for_log "settings put system haptic_feedback_enabled 1" 1 "$data/commands.log"
+show_settings 1
+say "The same keys again: touch panel data is collected, and the panel's logs are switched on"
+phone key --name "$name" down+ up up down-
+wait_for_log "cmd_line:archive -i /data/kvdx_logs/dmd_log/dmd_dump_20005_" 1
+show_dump 20005
+for part in "RawImage 4x8" "DiffImage 4x8" "USB insert state is:1" "CHARGER insert state is:0"; do
+  expect_in "$work/dump" "$part"
+done
+expect_file "$panel_log" 1
+say "Volume up, up, down: all is switched off again"
+phone key --name "$name" up up down
+wait_for_log "settings put system haptic_feedback_enabled 0" 1 "$data/commands.log"
+show_settings 0
+expect_file "$panel_log" 0
+expect_file /sys/class/timed_output/vibrator/enable 500
+
+say "The driver of dsm_sensorhub reports error 20500; its memory image takes 10 seconds"
+phone report --name "$name" dsm_sensorhub 20500 "sensor hub does not answer"
+wait_for_log "[M/listen_server] Enter select" 3
+show_archive 20500
+show_dump 20500
+if ! cmp "$work/dump" "$data"/ruvo_logs/memorydump/*/rdr.bin; then missing "the memory image in the dump"; fi
 end_phone
 
 boot commercial --commercial
