@@ -6,9 +6,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <climits>
 #include <cstdio>
 #include <cstring>
 
+#include "actions/memory_dump.h"
 #include "clients/generic_dump.h"
 #include "daemon/log.h"
 #include "daemon/product_version.h"
@@ -21,7 +23,6 @@ namespace {
 #define CODEC_DUMP "/data/zc8830dump.log"
 #define HIFI_LOG_DIR "/data/ruvo_logs/hifi_log"
 #define CODEC_LOG_DIR "/data/ruvo_logs/zc8830_log"
-constexpr char MEMORY_DUMP_DIR[] = "/data/ruvo_logs/memorydump";
 
 // Files of the DSP and the codec whose place is known. Ends in a blank, as lists may.
 #define RESET_FILES                                                                                      \
@@ -128,7 +129,7 @@ int codec_dump_error(dmd_client* client, int error_no, const char* RT_switch) {
 
 int hifi_force_dump_error(dmd_client* client, int error_no, const char* RT_switch) {
     if (may_produce(__func__, client, RT_switch)) {
-        // Reading is what makes the DSP dump its state.
+        // It goes where the daemon's own output goes; nothing keeps it.
         run_command("cat /proc/hifidebug/dspdumplog");
         LOG_D("hifi_force_dump on error_no %d.\n", error_no);
     }
@@ -190,13 +191,13 @@ UniqueBuffer find_dump_file_dir(const char* base, const char* file_name) {
         if (!is_subdirectory(stream.get(), *entry)) {
             continue;
         }
-        char path[DIRECTORY_TEXT_SIZE];
-        format_text(path, sizeof path, "%s/%s/%s", base, entry->d_name, file_name);
+        char path[PATH_MAX];
+        const size_t length = format_text(path, sizeof path, "%s/%s/%s", base, entry->d_name, file_name);
         // Anything but a plain file must not keep the daemon waiting.
         if (!UniqueFd(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK)).valid()) {
             continue;
         }
-        if (strpbrk(entry->d_name, WORD_SEPARATORS) != nullptr) {
+        if (length >= DIRECTORY_TEXT_SIZE || strpbrk(entry->d_name, WORD_SEPARATORS) != nullptr) {
             LOG_M("leave %s alone, a list of files cannot hold it\n", path);
             continue;
         }

@@ -10,7 +10,7 @@
 // Writes the codec's registers to /data/zc8830dump.log. Always 0.
 int codec_dump_error(dmd_client* client, int error_no, const char* RT_switch);
 
-// Makes the audio DSP dump its state. Always 0.
+// Prints the audio DSP's log. Always 0.
 int hifi_force_dump_error(dmd_client* client, int error_no, const char* RT_switch);
 
 // Writes what the media services say of themselves to files in /data. Always 0.

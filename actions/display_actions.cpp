@@ -35,7 +35,7 @@ constexpr int WAIT_ATTEMPTS = 60;
 // A whole file, mapped read-only. Null when it could not be mapped, errno telling why.
 class FileMapping {
   public:
-    FileMapping(int fd, off_t size) {
+    FileMapping(int fd, long long size) {
         if (size > INT_MAX) {
             errno = EFBIG;  // more than a dump can hold
             return;
@@ -90,19 +90,6 @@ bool wait_for_frames() {
     return false;
 }
 
-// Describes the next dump. Dumps are named by the second, so it waits until the one of the dump before is
-// over.
-dmd_error_info describe_next(const dmd_client* client, int error_no, const char* RT_switch,
-                             int32_t last_time) {
-    dmd_error_info info = start_description(error_no);
-    while (info.time == last_time) {
-        sleep(1);
-        info = start_description(error_no);
-    }
-    describe_client(&info, client, RT_switch);
-    return info;
-}
-
 }  // namespace
 
 int lcd_force_dump_error(dmd_client* client, int error_no, const char* RT_switch) {
@@ -125,7 +112,6 @@ int lcd_force_dump_error(dmd_client* client, int error_no, const char* RT_switch
     }
     const time_t end = time(nullptr);
 
-    int32_t last_time = 0;
     while (const dirent* const entry = readdir(dir.get())) {
         if (strstr(entry->d_name, ".bmp") == nullptr) {
             continue;
@@ -152,8 +138,7 @@ int lcd_force_dump_error(dmd_client* client, int error_no, const char* RT_switch
             LOG_M("graphics dumped file mmap failed, %s.\n", strerror(errno));
             return -1;
         }
-        dmd_error_info info = describe_next(client, error_no, RT_switch, last_time);
-        last_time = info.time;
+        dmd_error_info info = describe_standalone_dump(client, error_no, RT_switch);
         dmd_compress_output(frame.bytes(), frame.size(), &info, DUMP_BYTES);
     }
     return 0;

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "actions/memory_dump.h"
 #include "clients/dsm_device.h"
 #include "clients/dump_steps.h"
 #include "daemon/log.h"
@@ -22,14 +23,12 @@ namespace {
 
 constexpr char NAME[] = "sensorhub_dump_error";
 
-#define MEMORY_DUMP_DIR "/data/ruvo_logs/memorydump"
-
 // How long the sensor hub takes to write its image.
 constexpr unsigned int IMAGE_WAIT_SECONDS = 10;
 
 // Fills `image_path` with the path of the image in the newest entry of the directory, the first of those with
-// the same time. The directory itself is an entry too, so there is always a path to look at. False, after a
-// message, when the directory could not be opened.
+// the same time; "." and ".." are entries too. False, after a message, when the directory could not be
+// opened.
 bool find_newest_image(char (&image_path)[PATH_SIZE]) {
     const UniqueDir dir(opendir(MEMORY_DUMP_DIR));
     if (dir == nullptr) {
@@ -39,7 +38,7 @@ bool find_newest_image(char (&image_path)[PATH_SIZE]) {
     unsigned long newest = 0;
     while (const dirent* const entry = readdir(dir.get())) {
         char path[PATH_SIZE] = {};
-        format_text(path, sizeof path, MEMORY_DUMP_DIR "/%s", entry->d_name);
+        format_text(path, sizeof path, "%s/%s", MEMORY_DUMP_DIR, entry->d_name);
         struct stat status;
         if (stat(path, &status) != 0) {
             LOG_M_AS(NAME, "get %s's information failed\n", path);
@@ -48,7 +47,7 @@ bool find_newest_image(char (&image_path)[PATH_SIZE]) {
         const auto time = static_cast<unsigned long>(status.st_mtime);
         if (time > newest) {
             LOG_D_AS(NAME, "the lastest file name %s, time %lu\n", entry->d_name, time);
-            format_text(image_path, sizeof image_path, "%s/%s.bin", path, "rdr");
+            format_text(image_path, sizeof image_path, "%s/rdr.bin", path);
             newest = time;
         } else {
             LOG_D_AS(NAME, "file %s time %lu not the lastest file, lastest file time %lu\n", entry->d_name,
@@ -59,7 +58,7 @@ bool find_newest_image(char (&image_path)[PATH_SIZE]) {
 }
 
 // Saves the newest image, as much of it as one read into the client's buffer brings.
-void save_newest_image(dmd_client* client, char* buffer, const char* RT_switch, dmd_error_info* info) {
+void save_newest_image(dmd_client* client, char* buffer, dmd_error_info* info) {
     char path[PATH_SIZE] = {};
     if (!find_newest_image(path)) {
         return;
@@ -72,12 +71,12 @@ void save_newest_image(dmd_client* client, char* buffer, const char* RT_switch, 
     }
     errno = 0;
     const int got = static_cast<int>(read(image.get(), buffer, client->buffer_size));
+    const int reason = errno;
     LOG_D_AS(NAME, "read %s size %d\n", path, got);
     if (got <= 0) {
-        LOG_M_AS(NAME, "read %s return %d - %s\n", path, got, strerror(errno));
+        LOG_M_AS(NAME, "read %s return %d - %s\n", path, got, strerror(reason));
         return;
     }
-    describe_client(info, client, RT_switch);
     dmd_compress_output(buffer, got, info, DUMP_BYTES);
 }
 
@@ -93,6 +92,8 @@ int sensorhub_dump_error(dmd_client* client, int error_no, const char* RT_switch
     const int reported = read_error_text(__func__, client, buffer.get(), RT_switch, &info);
     if (reported > 0) {
         dmd_direct_output(buffer.get(), reported, &info, nullptr, DMD_OUTPUT_FULL);
+    } else {
+        describe_client(&info, client, RT_switch);
     }
     if (identify_product_version() == 1) {
         return -1;
@@ -107,6 +108,6 @@ int sensorhub_dump_error(dmd_client* client, int error_no, const char* RT_switch
     }
     memset(buffer.get(), 0, client->buffer_size);
     sleep(IMAGE_WAIT_SECONDS);
-    save_newest_image(client, buffer.get(), RT_switch, &info);
+    save_newest_image(client, buffer.get(), &info);
     return count;
 }

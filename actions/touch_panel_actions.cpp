@@ -18,11 +18,7 @@
 
 namespace {
 
-#define RAW_DATA "/proc/touchscreen/rawdata"
-#define DIFF_DATA "/sys/touch_screen/synaptics_debug_test"
 #define INPUT_DUMP "/data/dmd_temp.txt"
-#define USB_STATE "/sys/class/power_supply/USB/online"
-#define CHARGER_STATE "/sys/class/power_supply/Mains/online"
 #define KERNEL_LOG_LEVEL "/sys/bus/platform/devices/qelvan_touch/loglevel"
 #define FRAMEWORK_LOG "/sys/touch_screen/synaptics_trigger_log"
 
@@ -33,7 +29,7 @@ constexpr size_t TEXT_SIZE = 32768;
 // Where the cycle stands.
 enum : int {
     TP_DEBUG_IDLE = 0,       // touch aids and logs off
-    TP_DEBUG_COLLECTED = 1,  // collected, or tried to: logs on, waiting for tp_debug_disable
+    TP_DEBUG_COLLECTED = 1,  // collected, or tried to: waiting for tp_debug_disable
     TP_DEBUG_ARMED = 2,      // touch aids on, waiting for the second tp_force_dump_error
     TP_DEBUG_DISABLING = 3,  // tp_debug_disable is running its commands
 };
@@ -108,46 +104,48 @@ struct tp_source {
     const char* failed;
 };
 
-constexpr tp_source RAW = {RAW_DATA, "[M/%s] read tp raw capacity OK!",
+constexpr tp_source RAW = {"/proc/touchscreen/rawdata", "[M/%s] read tp raw capacity OK!",
                            "[M/%s] read tp raw capacity failed!error:%s."};
-constexpr tp_source DIFF = {DIFF_DATA, "[M/%s] read tp diff capacity OK!",
+constexpr tp_source DIFF = {"/sys/touch_screen/synaptics_debug_test", "[M/%s] read tp diff capacity OK!",
                             "[M/%s] read tp diff capacity failed!error:%s."};
 constexpr tp_source INPUT = {INPUT_DUMP, nullptr, "[M/%s] read dmd_temp.txt failed!error:%s."};
-constexpr tp_source USB = {USB_STATE, nullptr, "[M/%s] read USB state failed!error:%s."};
-constexpr tp_source CHARGER = {CHARGER_STATE, nullptr, "[M/%s] read charger state failed!error:%s."};
+constexpr tp_source USB = {"/sys/class/power_supply/USB/online", nullptr,
+                           "[M/%s] read USB state failed!error:%s."};
+constexpr tp_source CHARGER = {"/sys/class/power_supply/Mains/online", nullptr,
+                               "[M/%s] read charger state failed!error:%s."};
 
-enum class piece { absent, added, empty };
+enum class outcome { absent, added, empty };
 
 // Appends what one read of the file brings. Absent: the file did not open, or no room was left for it; empty:
 // it opened but brought nothing.
-piece append_file(dump_text* text, const tp_source& source) {
+outcome append_file(dump_text* text, const tp_source& source) {
     const UniqueFd file(open(source.path, O_RDONLY | O_CLOEXEC));
     if (!file.valid()) {
         LOG_M_AS(COLLECT, "Unable to open %s - %s\n", source.path, strerror(errno));
-        return piece::absent;
+        return outcome::absent;
     }
     const size_t room = TEXT_SIZE - text->length;
     if (room == 0) {
-        return piece::absent;
+        return outcome::absent;
     }
     errno = 0;
     const ssize_t got = read(file.get(), text->bytes.get() + text->length, room);
     if (got <= 0) {
         __android_log_print(ANDROID_LOG_ERROR, "DMD", source.failed, COLLECT, strerror(errno));
-        return piece::empty;
+        return outcome::empty;
     }
     if (source.brought != nullptr) {
         __android_log_print(ANDROID_LOG_ERROR, "DMD", source.brought, COLLECT);
     }
     text->length += static_cast<size_t>(got);
-    return piece::added;
+    return outcome::added;
 }
 
 // Appends a label and the state behind it, on a line of its own.
-piece append_state(dump_text* text, const char* label, const tp_source& source) {
+outcome append_state(dump_text* text, const char* label, const tp_source& source) {
     append(text, label);
-    const piece state = append_file(text, source);
-    if (state == piece::added) {
+    const outcome state = append_file(text, source);
+    if (state == outcome::added) {
         append(text, "\n");
     }
     return state;
@@ -163,16 +161,16 @@ int collect(const dmd_client* client, int error_no, const char* RT_switch) {
     append_file(&text, RAW);
     append_file(&text, DIFF);
     append(&text, "\n");
+    mkdir_parent();  // the screenshot may be the first file there
     run(COLLECT, TAKE_SCREENSHOT);
     const int input_status = run(COLLECT, DUMP_INPUT);
     append_file(&text, INPUT);
     append_state(&text, "USB insert state is:", USB);
-    if (append_state(&text, "CHARGER insert state is:", CHARGER) == piece::empty) {
+    if (append_state(&text, "CHARGER insert state is:", CHARGER) == outcome::empty) {
         return input_status;
     }
     run_all(COLLECT, SWITCH_LOGS_ON);
-    dmd_error_info info = start_description(error_no);
-    describe_client(&info, client, RT_switch);
+    dmd_error_info info = describe_standalone_dump(client, error_no, RT_switch);
     dmd_compress_output(text.bytes.get(), static_cast<int>(text.length), &info, DUMP_BYTES);
     return run(COLLECT, VIBRATE);
 }

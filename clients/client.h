@@ -12,8 +12,8 @@ constexpr int SLOT_COUNT = 10;
 
 // The operations of a client. Init: 0 when the client was bound. Clear: 0, or -1. Dump and force-dump: the
 // error number and the running test switch ("on" or "off"); 0 on success or when there was nothing to do, -1
-// on a bad argument or no memory, otherwise an error code of the driver. All take the client's lock
-// themselves: call them without it.
+// on a bad argument or no memory, otherwise what the operation's own header says. Call them without the
+// client's lock: those that use its descriptor take it.
 using client_init_operation = int (*)(dmd_client* client);
 using client_release_operation = int (*)(dmd_client* client);
 using client_clear_operation = int (*)(dmd_client* client, int argument);

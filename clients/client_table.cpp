@@ -42,7 +42,7 @@ constexpr dmd_client_info row(const char* name, uint32_t type, uint32_t buffer_s
 }  // namespace
 
 // Columns: name, type, buffer size in bytes, slots in use, dump slots from 0, force-dump slots from 0.
-const dmd_client_info default_clients[CLIENT_TABLE_ROWS] = {
+constexpr dmd_client_info default_clients[CLIENT_TABLE_ROWS] = {
     row("dsm_tp", 1, 1024, 3, {dsm_dump_error},
         {dsm_force_dump_error, tp_force_dump_error, tp_debug_disable}),
     row("dsm_lcd", 1, 1024, 2, {dsm_dump_error}, {dsm_force_dump_error, lcd_force_dump_error}),

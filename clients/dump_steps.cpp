@@ -1,6 +1,8 @@
 // What the dump operations have in common.
 #include "clients/dump_steps.h"
 
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstring>
 #include <ctime>
@@ -13,6 +15,21 @@ namespace {
 
 // The decimal text of an error number in a force request: sign, ten digits and the terminator.
 constexpr size_t ERROR_NUMBER_SIZE = 12;
+
+Mutex last_dump_lock;
+int32_t last_dump_error_no GUARDED_BY(last_dump_lock) = 0;
+int32_t last_dump_time GUARDED_BY(last_dump_lock) = 0;
+
+// Whether the number and the time are other ones than those of the standalone dump before.
+bool take_dump_name(const dmd_error_info& info) {
+    const MutexLock lock(last_dump_lock);
+    if (info.error_no == last_dump_error_no && info.time == last_dump_time) {
+        return false;
+    }
+    last_dump_error_no = info.error_no;
+    last_dump_time = info.time;
+    return true;
+}
 
 }  // namespace
 
@@ -31,6 +48,16 @@ void describe_client(dmd_error_info* info, const dmd_client* client, const char*
     copy_field(info->running_test_switch, RT_switch);
 }
 
+dmd_error_info describe_standalone_dump(const dmd_client* client, int error_no, const char* RT_switch) {
+    dmd_error_info info = start_description(error_no);
+    while (!take_dump_name(info)) {
+        sleep(1);
+        info = start_description(error_no);
+    }
+    describe_client(&info, client, RT_switch);
+    return info;
+}
+
 UniqueBuffer start_dump(const char* name, const dmd_client* client, const char* RT_switch) {
     if (client == nullptr || RT_switch == nullptr) {
         LOG_M_AS(name, "dmd client or RT_switch is NULL pointer\n");
@@ -45,6 +72,7 @@ UniqueBuffer start_dump(const char* name, const dmd_client* client, const char* 
 
 int read_error_text(const char* name, dmd_client* client, char* buffer, const char* RT_switch,
                     dmd_error_info* info) {
+    errno = 0;  // a read that brings nothing leaves it
     const int got = static_cast<int>(dsm_read_pending(client, buffer));
     if (got <= 0) {
         LOG_M_AS(name, "read %s return %d - %s\n", client->info->name, got, strerror(errno));

@@ -8,8 +8,13 @@
 // A description of an error that is being dumped now; its names and test switch are still empty.
 dmd_error_info start_description(int error_no);
 
-// Fills in the client's names and the first characters of the test switch.
+// Fills in the client's names and the first characters of the test switch. Needs no lock of the client.
 void describe_client(dmd_error_info* info, const dmd_client* client, const char* RT_switch)
+    EXCLUDES(client_names_lock);
+
+// Describes a standalone dump that is made now. Such dumps are named by number and second: it waits, a second
+// at most, where the dump before has taken that name.
+dmd_error_info describe_standalone_dump(const dmd_client* client, int error_no, const char* RT_switch)
     EXCLUDES(client_names_lock);
 
 // Checks the arguments and allocates the client's buffer: zero-filled, one byte more than the driver fills,

@@ -15,6 +15,7 @@
 #include "platform/mutex.h"
 #include "platform/owned.h"
 #include "platform/text.h"
+#include "tar/tar_io.h"
 
 namespace {
 
@@ -30,7 +31,7 @@ bool write_dump(const char* path, const void* buf, int len) {
         return false;
     }
     LOG_D_AS(NAME, "output to file: %s, size: %d\n", path, len);
-    if (!write_whole(file.get(), buf, len)) {
+    if (write_fully(file.get(), buf, len) != len) {
         // What is there is still worth keeping.
         LOG_M_AS(NAME, "the dump in %s is cut or lost - %s\n", path, strerror(errno));
     }

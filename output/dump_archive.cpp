@@ -34,7 +34,10 @@ void append_paths(const char* name, char (&command)[COMMAND_SIZE], const char* p
         --kept;
     }
     command[used + kept] = '\0';
-    LOG_M_AS(name, "no room in the archive command for %s\n", paths + kept);
+    const char* const left_out = paths + kept + strspn(paths + kept, WORD_SEPARATORS);
+    if (*left_out != '\0') {
+        LOG_M_AS(name, "no room in the archive command for %s\n", left_out);
+    }
 }
 
 int run_archive_command(const char* name, char* command) {

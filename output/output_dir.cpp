@@ -111,14 +111,6 @@ int open_output_file(const char* path, int flags) {
     return fd;
 }
 
-bool write_whole(int fd, const void* buf, int len) {
-    const ssize_t written = write(fd, buf, len > 0 ? static_cast<size_t>(len) : 0);
-    if (written >= 0 && written < len) {
-        errno = ENOSPC;  // what cuts a write to a file short
-    }
-    return written >= 0 && written >= len;
-}
-
 int run_command(const char* command) {
     const DefaultChildSignal signal;
     return system(command);

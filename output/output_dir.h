@@ -21,10 +21,6 @@ int mkdir_parent();
 // message, errno telling why; -1 also for a null path.
 int open_output_file(const char* path, int flags);
 
-// Writes all of the len bytes (none when len is negative) in one write. False when that failed or was cut
-// short, errno telling why.
-bool write_whole(int fd, const void* buf, int len);
-
 // Runs a command through the shell, with the default disposition of SIGCHLD meanwhile, so that the status can
 // be had. Returns what `system` returned: negative when the command could not be run, errno telling why.
 // Everything in the command must be the daemon's own text or have passed is_plain_name.

@@ -17,6 +17,7 @@
 #include "output/upload.h"
 #include "platform/owned.h"
 #include "platform/text.h"
+#include "tar/tar_io.h"
 
 namespace {
 
@@ -62,7 +63,7 @@ void write_commercial_record(const void* buf, int len, const dmd_error_info* inf
         return;
     }
     if (bug_head_write(file.get(), info, static_cast<unsigned int>(mode) | HEAD_COMMERCIAL_RECORD) < 0 ||
-        !write_whole(file.get(), buf, len) || file.reset() != 0) {
+        write_fully(file.get(), buf, len) != len || file.reset() != 0) {
         return;
     }
     dmd_file_upload(COMMERCIAL_RECORD, info);
@@ -114,7 +115,7 @@ int dmd_direct_output(const void* buf, int len, dmd_error_info* info, const char
         LOG_M("bug head write failed\n");
         return 0;
     }
-    if (!write_whole(record.fd.get(), buf, len)) {
+    if (write_fully(record.fd.get(), buf, len) != len) {
         // The archive and the upload may still carry what is there.
         LOG_M("the report in %s is cut or lost - %s\n", record.path, strerror(errno));
     }

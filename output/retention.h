@@ -18,6 +18,7 @@ class DumpInProgress {
     DumpInProgress(const DumpInProgress&) = delete;
     DumpInProgress& operator=(const DumpInProgress&) = delete;
 
+    // Of the list of all such dumps, which the retention pass keeps under a lock of its own.
     char path[PATH_SIZE];
     DumpInProgress* next;
 };

@@ -1,4 +1,4 @@
-// Whole reads and writes for the archive tool.
+// Whole reads and writes.
 #include "tar/tar_io.h"
 
 #include <unistd.h>
