@@ -1,9 +1,9 @@
 // The dump of the display's frames: asking for them, waiting, and saving what was written meanwhile.
-#include <cstring>
 #include <thread>
 
 #include "clients/dispatch.h"
 #include "clients/registry.h"
+#include "platform/text.h"
 #include "tests/bring_up.h"
 #include "tests/desk_calls.h"
 
@@ -29,7 +29,10 @@ void answer_with(const std::string& commands, const std::string& property) {
 
 TEST(Display, SavesEachFrameOnItsOwn) {
     bring_up("", false);
-    strcpy(get_client_by_name("dsm_lcd")->device_name, "lcddev");
+    {
+        const MutexLock lock(client_names_lock);
+        copy_text(get_client_by_name("dsm_lcd")->device_name, "lcddev");
+    }
     ASSERT_EQ(0, mknod("/data/socket", S_IFSOCK | 0644, 0));
     const std::string frame = "echo x >x.bmp", timeout = "graphic dump timeout.";
     // What the graphics service sets and does, and the message of the failure. An empty frame is one.
