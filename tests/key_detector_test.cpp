@@ -208,29 +208,22 @@ TEST(KeyDetector, LeavesMoreThanEightDevicesAlone) {
 }
 
 TEST(KeyDetector, NothingToWatchIsReported) {
-    struct {
-        const char* what;
-        std::vector<std::string> request;
-        const char* message;
-    } const cases[] = {
-        {"no volume keys", {"keys", "event1", "116"}, nullptr},
-        {"no keys at all", {"keys", "event1"}, nullptr},
-        {"its driver fails",
-         {"answer", "event1", "bits", "-5"},
-         "[M/dmd_is_key_device] Can't send ioctl to the fd."},
-        {"it cannot be opened", {"answer", "event1", "open", "-13"}, nullptr},
+    const std::vector<std::string> requests[] = {
+        {"keys", "event1", "116"},  // no volume keys
+        {"keys", "event1"},         // no keys at all
+        {"answer", "event1", "bits", "-5"},
+        {"answer", "event1", "open", "-13"},
     };
     LogCapture log;
     set_commercial(false);
-    for (const auto& c : cases) {
+    for (const std::vector<std::string>& request : requests) {
+        SCOPED_TRACE(testing::PrintToString(request));
         phone_do({"reset"});
-        phone_do(c.request);
+        phone_do(request);
         log.clear();
-        EXPECT_EQ(-1, dmd_key_detect_sever_init()) << c.what;
-        EXPECT_TRUE(log.has("[M/dmd_key_detect_sever_init] no any input device found!")) << c.what;
-        EXPECT_EQ(c.message != nullptr ? 2U : 1U, log.lines().size()) << c.what;
-        EXPECT_TRUE(c.message == nullptr || log.has(c.message)) << c.what;
-        EXPECT_EQ("0", phone_do({"opened", "event1"})) << c.what;
+        EXPECT_EQ(-1, dmd_key_detect_sever_init());
+        EXPECT_EQ("[M/dmd_key_detect_sever_init] no any input device found!", log.lines().back());
+        EXPECT_EQ("0", phone_do({"opened", "event1"}));
     }
     ASSERT_EQ(0, rename("/dev/input", "/dev/output"));
     EXPECT_EQ(-1, dmd_key_detect_sever_init());
@@ -285,11 +278,4 @@ TEST(KeyDetector, AMissingClientIsReported) {
     }
     press_all(log, UP_DOWN_UP);
     ASSERT_TRUE(wait_until([] { return dumps_so_far().size() == 1; }));
-    for (const int combination : {0, 1, 4, 5, 6, 7, 8, 10}) {
-        log.clear();
-        dmd_key_command_func(combination);
-        EXPECT_EQ((std::vector<std::string>{"combination_key is " + std::to_string(combination) + ".",
-                                            "command is 0.", "ignored unknown key command."}),
-                  messages_of("dmd_key_command_func", log));
-    }
 }

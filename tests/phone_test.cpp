@@ -17,6 +17,12 @@
 #include "platform/properties.h"
 #include "platform/text.h"
 
+namespace {
+
+constexpr char DAEMON_LOG[] = "/tmp/dmd.log";
+
+}  // namespace
+
 std::string phone_do(const std::vector<std::string>& words) {
     std::string answer;
     EXPECT_TRUE(phone::request("", words, &answer)) << words[0] << ": " << answer;
@@ -130,8 +136,7 @@ dmd_error_info make_error_info(int error_no, int32_t time) {
     return info;
 }
 
-DaemonProcess::DaemonProcess(const std::vector<std::string>& arguments, const std::string& log_path)
-    : log_path_(log_path) {
+DaemonProcess::DaemonProcess(const std::vector<std::string>& arguments) {
     char self[4096] = {};
     EXPECT_GT(readlink("/proc/self/exe", self, sizeof self - 1), 0);
     std::string path = self;
@@ -141,11 +146,11 @@ DaemonProcess::DaemonProcess(const std::vector<std::string>& arguments, const st
         argv.push_back(const_cast<char*>(argument.c_str()));
     }
     argv.push_back(nullptr);
-    write_file(log_path, "");  // nobody may take an earlier daemon's messages for this one's
+    write_file(DAEMON_LOG, "");  // nobody may take an earlier daemon's messages for this one's
     pid_ = fork();
     if (pid_ == 0) {
         const int input = open("/dev/zero", O_RDONLY);
-        const int log = open(log_path.c_str(), O_WRONLY | O_APPEND);
+        const int log = open(DAEMON_LOG, O_WRONLY | O_APPEND);
         dup2(input, STDIN_FILENO);
         dup2(log, STDOUT_FILENO);
         dup2(log, STDERR_FILENO);
@@ -159,7 +164,14 @@ DaemonProcess::DaemonProcess(const std::vector<std::string>& arguments, const st
 }
 
 DaemonProcess::~DaemonProcess() {
-    kill_now();
+    if (pid_ > 0) {
+        kill(pid_, SIGKILL);
+        wait_for_exit();
+    }
+}
+
+std::string DaemonProcess::log() const {
+    return read_file(DAEMON_LOG);
 }
 
 bool DaemonProcess::wait_for_log(const std::string& part, int times) const {
@@ -171,11 +183,4 @@ int DaemonProcess::wait_for_exit() {
     waitpid(pid_, &status, 0);
     pid_ = -1;
     return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
-}
-
-void DaemonProcess::kill_now() {
-    if (pid_ > 0) {
-        kill(pid_, SIGKILL);
-        wait_for_exit();
-    }
 }

@@ -32,7 +32,7 @@ void make_sparse_file(const std::string& path, off_t size);
 
 // Files of the output directory: their names, sizes in bytes and modification times.
 struct output_file {
-    const char* name;
+    std::string name;
     off_t size;
     time_t time;
 };
@@ -61,24 +61,21 @@ dmd_error_info make_error_info(int error_no, int32_t time);
 // A command of the phone, running in the background with its log in a file.
 class DaemonProcess {
   public:
-    // Starts build/dmd with the arguments; its standard error goes to `log_path`.
-    explicit DaemonProcess(const std::vector<std::string>& arguments,
-                           const std::string& log_path = "/tmp/dmd.log");
+    // Starts build/dmd with the arguments.
+    explicit DaemonProcess(const std::vector<std::string>& arguments);
     ~DaemonProcess();
     DaemonProcess(const DaemonProcess&) = delete;
     DaemonProcess& operator=(const DaemonProcess&) = delete;
 
     pid_t pid() const { return pid_; }
-    std::string log() const { return read_file(log_path_); }
+    std::string log() const;
     // Waits until the log holds `part` at least `times` times.
     bool wait_for_log(const std::string& part, int times = 1) const;
     // Waits for its end. Returns its exit status, or 128 and the signal that ended it.
     int wait_for_exit();
-    void kill_now();
 
   private:
     pid_t pid_ = -1;
-    std::string log_path_;
 };
 
 bool wait_until_true(bool (*holds)(void*), void* context);

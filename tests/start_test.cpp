@@ -142,6 +142,7 @@ TEST(Start, AFailedStepEndsTheSequenceButNotTheDaemon) {
                       i < c.started ? dmd.wait_for_log(steps[i]) : count_of(dmd.log(), steps[i]) > 0)
                 << c.what << ": " << steps[i];
         }
+        EXPECT_EQ(0, count_of(dmd.log(), "Enter select")) << c.what;
         output_of("mkdir -p /dev/socket");
         write_file("/system/etc/device_state_monitor.conf", "");
     }
