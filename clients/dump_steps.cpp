@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstring>
 #include <ctime>
+#include <iterator>
 
 #include "clients/dsm_device.h"
 #include "daemon/log.h"
@@ -16,18 +17,25 @@ namespace {
 // The decimal text of an error number in a force request: sign, ten digits and the terminator.
 constexpr size_t ERROR_NUMBER_SIZE = 12;
 
-Mutex last_dump_lock;
-int32_t last_dump_error_no GUARDED_BY(last_dump_lock) = 0;
-int32_t last_dump_time GUARDED_BY(last_dump_lock) = 0;
+// The names of the latest standalone dumps, the oldest overwritten first: more than can be made in a second.
+struct dump_name {
+    int32_t error_no;
+    int32_t time;
+};
+Mutex dump_names_lock;
+dump_name dump_names[32] GUARDED_BY(dump_names_lock) = {};
+size_t next_dump_name GUARDED_BY(dump_names_lock) = 0;
 
-// Whether the number and the time are other ones than those of the standalone dump before.
+// Takes the name that the description gives. False when another dump has it.
 bool take_dump_name(const dmd_error_info& info) {
-    const MutexLock lock(last_dump_lock);
-    if (info.error_no == last_dump_error_no && info.time == last_dump_time) {
-        return false;
+    const MutexLock lock(dump_names_lock);
+    for (const dump_name& taken : dump_names) {
+        if (taken.error_no == info.error_no && taken.time == info.time) {
+            return false;
+        }
     }
-    last_dump_error_no = info.error_no;
-    last_dump_time = info.time;
+    dump_names[next_dump_name] = {info.error_no, info.time};
+    next_dump_name = (next_dump_name + 1) % std::size(dump_names);
     return true;
 }
 

@@ -2,8 +2,9 @@
 //
 // Lock order of the daemon, wherever several are held: the key detector's or the poll server's list lock,
 // then the registry's lock (briefly, for a lookup), then one client's lock, then the output lock or the
-// compress lock, then the lock of the dumps in progress, then the lock of the clients' names, the lookup lock
-// of the archive writer or the lock around SIGCHLD's disposition, under which nothing else is taken.
+// compress lock, then the lock of the dumps in progress, then one of those under which nothing else is taken:
+// of the clients' names, of the standalone dumps' names, of the archive writer's lookups, of SIGCHLD's
+// disposition.
 #pragma once
 
 #include <pthread.h>
