@@ -32,11 +32,19 @@ TEST(Collection, EachReportCarriesTheLogsOfItsPart) {
              Row("power_key_dump_error", "dsm_power_key", 1, 8, "none"),
          }) {
         const LogCapture log;
+        dmd_client* const bound = get_client_by_name(client.c_str());
         report_error(client, error_no, "text");
-        EXPECT_EQ(0, dmd_dump_error(get_client_by_name(client.c_str()), error_no, slot, "on"));
-        EXPECT_EQ(std::vector<std::string>{client + " finish dump 4 bytes"}, messages_of(operation, log));
+        phone_do({"answer", client, "read", "-5", "1"});
+        EXPECT_EQ(0, dmd_dump_error(bound, error_no, slot, "on")) << "nothing read, nothing reported";
+        EXPECT_EQ(0, dmd_dump_error(bound, error_no, slot, "on"));
+        EXPECT_EQ(-1, bound->dump[slot](nullptr, error_no, "on"));
+        EXPECT_EQ((std::vector<std::string>{"read " + client + " return -1 - Input/output error",
+                                            client + " finish dump 4 bytes",
+                                            "dmd client or RT_switch is NULL pointer"}),
+                  messages_of(operation, log));
         EXPECT_EQ(
             logs == "none" ? "" : "data/kvdx_logs/dmd_log/dmd_record_0.txt " + logs,
             output_of("cd kvdx_logs/dmd_log; cat *.gz | gzip -dc | tar -t | tr -s '\n/' ' /'; rm -f *.gz"));
     }
+    EXPECT_EQ(11, count_of(read_file(RECORD), "[Error no]:"));
 }
