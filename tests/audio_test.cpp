@@ -1,6 +1,8 @@
 // The audio dumps: what they run, pack and remove.
+#include <pthread.h>
 #include <unistd.h>
 
+#include <future>
 #include <tuple>
 
 #include "clients/dispatch.h"
@@ -91,4 +93,20 @@ TEST(Audio, FilesAreMadePackedAndRemoved) {
             EXPECT_EQ(seconds, seconds_slept() - slept);
         }
     }
+}
+
+TEST(Audio, ImagesAreWaitedForUnderTheClientsLock) {
+    set_commercial(false);
+    ASSERT_EQ(0, dmd_client_init());
+    dmd_client* const audio = get_client_by_name("dsm_audio");
+    report_error("dsm_audio", 7, "text");
+    hold_sleeps();
+    auto dump = std::async(std::launch::async, dmd_dump_error, audio, 7, 6, "on");
+    EXPECT_TRUE(wait_until([] { return seconds_slept() == 5; }));
+    EXPECT_NE(0, pthread_mutex_trylock(&audio->mutex.handle));
+    output_of("mkdir -p /data/ruvo_logs/memorydump/a; touch /data/ruvo_logs/memorydump/a/zc8830_reg.bin");
+    let_a_sleep_pass();
+    EXPECT_EQ(0, dump.get());
+    EXPECT_EQ("data/ruvo_logs/memorydump/a/zc8830_reg.bin\n",
+              output_of("tar -tzf /data/kvdx_logs/dmd_log/*.gz | grep memorydump"));
 }
