@@ -29,6 +29,7 @@ find_missing() {
   need clang have clang++
   need libclang-rt-dev clang_links address
   need tar have tar
+  need libarchive-tools have bsdtar
   need procps have pgrep
   need gzip have gzip
   need util-linux have setarch

@@ -1,7 +1,15 @@
 // The archive tool's command, called with the words of a command line.
 #include "tar/tar_main.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
 #include "daemon/log.h"
+#include "platform/owned.h"
+#include "tar/tar_reader.h"
 #include "tar/tar_writer.h"
 
 namespace {
@@ -10,6 +18,13 @@ constexpr int ERROR_TOO_FEW_WORDS = -22;
 
 // The words that come before any operand: the command and the letters.
 constexpr int FIRST_OPERAND = 2;
+
+// Opens an archive to read. The standard input stays open for the process: a file that is opened later would
+// get its number. A FIFO is not waited for.
+UniqueFd open_archive(const char* name) {
+    return UniqueFd(strcmp(name, "-") == 0 ? fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0)
+                                           : open(name, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+}
 
 }  // namespace
 
@@ -48,10 +63,19 @@ int dmd_tar_main(int argc, char** argv) {
                 break;
         }
     }
+    // More 'f' letters than words leave no operand.
+    char* no_operands[] = {nullptr};
+    char** const operands = first_operand < argc ? argv + first_operand : no_operands;
     if (create) {
-        // More 'f' letters than words leave no operand.
-        char* no_operands[] = {nullptr};
-        return write_tar_file(archive_name, first_operand < argc ? argv + first_operand : no_operands);
+        return write_tar_file(archive_name, operands);
     }
-    return -1;  // nothing chosen, or 'x': this tool does not read archives yet
+    if (!extract) {
+        return -1;
+    }
+    const UniqueFd archive = open_archive(archive_name);
+    if (!archive.valid()) {
+        LOG_M("Error opening '%s', error info:%s.\n", archive_name, strerror(errno));
+        return -1;
+    }
+    return read_tar_file(archive.get(), 1, *operands != nullptr ? operands : nullptr);
 }

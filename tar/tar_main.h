@@ -2,7 +2,10 @@
 #pragma once
 
 // Runs argv[1], a group of letters, on the operands behind it; argv has argc words and a null behind them:
-// 'c' creates an archive, 'f' says that argv[2] names it (otherwise the name is "-"), 'x' is for reading,
-// which is not there yet, and others have no effect. Returns what write_tar_file returned, -22 when argc is 2
-// or less, -1 with 'x' or without 'c'. Call it without lookup_mutex.
+// 'c' creates an archive of the operands, 'x' makes the members that match one of the operands, or all
+// without any, under the current directory. 'f' says that argv[2] names the archive; otherwise the name is
+// "-", which is the standard input to 'x' and a file of that name to 'c'. Other letters have no effect.
+//
+// Returns what write_tar_file or read_tar_file returned; -22 when argc is 2 or less; -1 with both letters,
+// with neither, or when the archive to read could not be opened. Call it without lookup_mutex.
 int dmd_tar_main(int argc, char** argv);

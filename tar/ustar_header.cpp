@@ -1,7 +1,9 @@
 // Numbers in header blocks, and the checksum.
 #include "tar/ustar_header.h"
 
+#include <algorithm>
 #include <climits>
+#include <cstdlib>
 #include <cstring>
 
 #include "platform/text.h"
@@ -25,6 +27,12 @@ int format_octal_field(char* field, int width, unsigned long value) {
     }
     memcpy(field, digits < width ? text : text + 1, width);
     return 1;
+}
+
+int64_t parse_octal_field(const char* field, size_t width) {
+    char text[sizeof(ustar_header::size) + 1];
+    copy_text(text, std::min(width + 1, sizeof text), field);
+    return strtoll(text, nullptr, 8);  // not strtol, which reads less on a 32-bit phone than on a desk
 }
 
 unsigned int ustar_checksum(const ustar_header& header) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 
 // Unit of an archive in bytes: headers are one block, data is padded to whole blocks.
 constexpr int TAR_BLOCK_SIZE = 512;
@@ -11,11 +12,15 @@ constexpr int TAR_END_SIZE = 2 * TAR_BLOCK_SIZE;
 
 // The type of a member.
 constexpr char TAR_REGULAR = '0';
+constexpr char TAR_REGULAR_OLD = '\0';
 constexpr char TAR_HARD_LINK = '1';
+constexpr char TAR_SYMLINK = '2';
 constexpr char TAR_CHARACTER_DEVICE = '3';
 constexpr char TAR_BLOCK_DEVICE = '4';
 constexpr char TAR_DIRECTORY = '5';
 constexpr char TAR_FIFO = '6';
+constexpr char TAR_LONG_LINK = 'K';  // its data is the link name of the next member
+constexpr char TAR_LONG_NAME = 'L';  // its data is the name of the next member
 
 // Numbers are octal text; texts need no terminator where they fill their field.
 struct ustar_header {
@@ -61,6 +66,10 @@ static_assert(offsetof(ustar_header, pad) == 500);
 // terminator). Returns 1, or 0 when the value has yet more digits, or the width is below 1 or above that of
 // any number, and the field was left unchanged.
 int format_octal_field(char* field, int width, unsigned long value);
+
+// Reads a number as strtol does in base 8, but never beyond the `width` bytes at `field`: leading blanks and
+// a sign are taken, what follows the digits is ignored, and a text without digits is 0.
+int64_t parse_octal_field(const char* field, size_t width);
 
 // The checksum of a block: the sum of its bytes with the checksum field read as eight spaces.
 unsigned int ustar_checksum(const ustar_header& header);

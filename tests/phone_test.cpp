@@ -117,6 +117,12 @@ bool wait_until_true(bool (*holds)(void*), void* context) {
     return true;
 }
 
+std::string listing_of(const std::string& directory) {
+    return output_of("cd " + directory +
+                     R"( && find . -type l -printf '%p %y %U %G %l\n' -o -printf '%p %y %U %G %m %Ts %n\n')"
+                     " | sort && find . -type f -exec cksum {} + | sort");
+}
+
 int open_descriptors(const std::string& process) {
     return static_cast<int>(names_in("/.phone/proc/" + process + "/fd").size());
 }

@@ -45,6 +45,10 @@ int count_of(const std::string& text, const std::string& part);
 // 0.
 std::string output_of(const std::string& command);
 
+// Names, types, owners and modes of everything in a directory, its links' targets, and all else's times,
+// numbers of names and contents.
+std::string listing_of(const std::string& directory);
+
 // Waits until the condition holds, at most ten seconds. Returns whether it did.
 template <typename Condition>
 bool wait_until(Condition holds);

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/owned.h"
 #include "tar/tar_main.h"
 #include "tests/log_capture.h"
 #include "tests/phone_test.h"
@@ -39,6 +40,7 @@ TEST(TarMain, ReadsItsWords) {
         {{"dmd_tar", "-cxf", "a.tar", "../x"}, -1, "", "", 0},
         {{"dmd_tar", "-f", "a.tar", "../x"}, -1, "", "", 0},
         {{"dmd_tar", "", "a.tar", "../x"}, -1, "", "", 0},
+        {{"dmd_tar", "-xf", "none"}, -1, "", "", 0},
     };
     write_file("/data/x", "x");
     write_file("/data/y", "y");
@@ -63,5 +65,62 @@ TEST(TarMain, ReadsItsWords) {
             EXPECT_EQ(0644U, status_of(c.archive).st_mode & 07777U);
             EXPECT_EQ(0, unlink(c.archive.c_str()));
         }
+    }
+}
+
+TEST(TarMain, Extracts) {
+    write_file("/data/x", "x");
+    write_file("/data/y", std::string(30000, 'y'));
+    ASSERT_EQ(0, mkdir("/data/w", 0755));
+    ASSERT_EQ(0, chdir("/data"));
+    output_of("tar --format=ustar -cf /data/a.tar x y");
+    ASSERT_EQ(0, mkfifo("/data/fifo", 0600));
+    ASSERT_EQ(0, chdir("/data/w"));
+    const std::vector<std::string> none;
+    const struct {
+        std::vector<std::string> words;
+        int result;
+        std::vector<std::string> made;
+        std::string message;
+    } cases[] = {
+        {{"dmd_tar", "-xf", "../a.tar"}, 1, {"x", "y"}, ""},
+        {{"dmd_tar", "xvf", "../a.tar", "y"}, 1, {"y"}, ""},
+        {{"dmd_tar", "-xff", "../a.tar", "x", "y"}, 1, {"y"}, "Only one 'f' option allowed"},
+        {{"dmd_tar", "-xfff", "../a.tar", "x"}, 1, {"x", "y"}, "Only one 'f' option allowed"},
+        {{"dmd_tar", "-xf", "-", "x"}, 1, {"x"}, ""},
+        {{"dmd_tar", "-x", "x", "z"}, 1, {"x"}, ""},
+        {{"dmd_tar", "-xf", "../none"},
+         -1,
+         none,
+         "Error opening '../none', error info:No such file or directory."},
+        {{"dmd_tar", "-xf", ".."}, -1, none, "[M/read_tar_file] No end of archive found: Is a directory"},
+        // Nobody writes to it.
+        {{"dmd_tar", "-xf", "../fifo"}, 0, none, "No end of archive found: end of file"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::PrintToString(c.words));
+        const LogCapture log;
+        // The standard input brings the archive in pieces.
+        const UniqueFd usual(dup(STDIN_FILENO));
+        FILE* const pieces = popen("dd if=/data/a.tar obs=300 status=none", "re");
+        ASSERT_EQ(STDIN_FILENO, dup2(fileno(pieces), STDIN_FILENO));
+        std::vector<std::string> words = c.words;
+        std::vector<char*> argv;
+        for (std::string& word : words) {
+            argv.push_back(word.data());
+        }
+        argv.push_back(nullptr);
+        const int before = open_descriptors("self");
+        EXPECT_EQ(c.result, dmd_tar_main(static_cast<int>(words.size()), argv.data()));
+        EXPECT_EQ(before, open_descriptors("self"));
+        EXPECT_EQ(c.made, names_in("/data/w"));
+        EXPECT_EQ(c.message.empty(), log.lines().empty());
+        EXPECT_TRUE(c.message.empty() || log.has(c.message)) << c.message;
+        for (const std::string& name : c.made) {
+            EXPECT_EQ(read_file("/data/" + name), read_file(name));
+            EXPECT_EQ(0, unlink(name.c_str()));
+        }
+        ASSERT_EQ(STDIN_FILENO, dup2(usual.get(), STDIN_FILENO));
+        pclose(pieces);
     }
 }

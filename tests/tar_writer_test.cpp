@@ -31,13 +31,6 @@ std::string members_of(const std::string& archive) {
     return output_of("tar -tPf " + archive + " 2>&1");
 }
 
-// Type, mode, time, links, size and content of everything in a directory, sorted by name.
-std::string listing_of(const std::string& directory) {
-    return output_of("cd " + directory +
-                     " && find . -printf '%p %y %m %Ts %n %U %G\\n' | sort && find . -type f" +
-                     " -exec cksum {} + | sort");
-}
-
 }  // namespace
 
 TEST(TarWriter, KeepsContentsModesTimesAndLinks) {

@@ -1,0 +1,224 @@
+// Making the members of an archive under the current directory.
+#include "tar/tar_extract.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "daemon/log.h"
+#include "platform/owned.h"
+#include "platform/text.h"
+#include "tar/lookup.h"
+#include "tar/tar_io.h"
+#include "tar/ustar_header.h"
+
+namespace {
+
+// Bytes read at a time, whole blocks.
+constexpr int READ_SIZE = 10240;
+static_assert(READ_SIZE % TAR_BLOCK_SIZE == 0);
+
+constexpr mode_t PERMISSIONS = 07777;
+
+bool has_parent_component(const char* name) {
+    while (*name != '\0') {
+        const size_t length = strcspn(name, "/");
+        if (length == 2 && name[0] == '.' && name[1] == '.') {
+            return true;
+        }
+        name += length;
+        name += strspn(name, "/");
+    }
+    return false;
+}
+
+bool make_parent(const TarMember& member) {
+    char parent[MEMBER_NAME_SIZE];
+    copy_text(parent, member.name);
+    return make_directory(dirname(parent), MODE_AS_CREATED, MAKE_PARENTS) == 0;
+}
+
+// Opens a regular member's new file. Should something be in its place all the same, a link does not lead the
+// data elsewhere and a FIFO does not block.
+UniqueFd create_file(const TarMember& member) {
+    if (!make_parent(member)) {
+        return UniqueFd();
+    }
+    constexpr int FLAGS = O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
+    return UniqueFd(open(member.name, FLAGS, member.mode & PERMISSIONS));
+}
+
+// A hard link's target. The writer stores it as an absolute path; like the members it lies below the current
+// directory.
+const char* target_of(const TarMember& member) {
+    return member.linkname + strspn(member.linkname, "/");
+}
+
+dev_t device_of(const TarMember& member) {
+    const uint32_t high_minor = (member.devminor & 0xfff00) << 12;
+    return high_minor | (member.devmajor & 0xfff) << 8 | (member.devminor & 0xff);
+}
+
+}  // namespace
+
+const char* path_fault(const char* name) {
+    if (has_parent_component(name)) {
+        return "leads out of the directory";
+    }
+    char path[MEMBER_NAME_SIZE];
+    copy_text(path, name);
+    for (char* slash = strchr(path, '/');; slash = strchr(slash + 1, '/')) {
+        if (slash != nullptr) {
+            *slash = '\0';
+        }
+        struct stat status;
+        if (lstat(path, &status) != 0) {
+            return errno == ENOENT ? nullptr : strerror(errno);
+        }
+        if (slash == nullptr) {
+            return nullptr;
+        }
+        if (!S_ISDIR(status.st_mode)) {
+            return strerror(ENOTDIR);
+        }
+        *slash = '/';
+    }
+}
+
+int tar_extract_regular_file(const TarMember& member, int extract) {
+    UniqueFd file;
+    if (extract) {
+        file = create_file(member);
+    }
+    bool made = file.valid();
+    char buffer[READ_SIZE];
+    uint64_t remaining = member.size;
+    while (remaining > 0) {
+        const int wanted = static_cast<int>(std::min<uint64_t>(remaining, READ_SIZE));
+        const int blocks = (wanted + TAR_BLOCK_SIZE - 1) / TAR_BLOCK_SIZE;
+        const int got = read_fully(member.fd, buffer, blocks * TAR_BLOCK_SIZE);
+        if (got <= 0) {
+            LOG_M("Unexpected EOF in archive");
+            return 0;
+        }
+        const int used = std::min(got, wanted);
+        // After a failed write the rest is read all the same: the next header stands behind it.
+        if (made && write_fully(file.get(), buffer, used) != used) {
+            made = false;
+        }
+        remaining -= used;
+    }
+    if (!extract) {
+        return 1;
+    }
+    made = file.reset() == 0 && made;
+    if (made) {
+        apply_member_attributes(member);
+    }
+    return made ? 1 : 0;
+}
+
+bool is_linked_already(const TarMember& member) {
+    struct stat name;
+    struct stat target;
+    return member.typeflag == TAR_HARD_LINK && lstat(member.name, &name) == 0 &&
+           lstat(target_of(member), &target) == 0 && name.st_dev == target.st_dev &&
+           name.st_ino == target.st_ino;
+}
+
+int tar_extract_hard_link(const TarMember& member) {
+    const char* const target = target_of(member);
+    if (path_fault(target) != nullptr ||
+        !(is_linked_already(member) || (make_parent(member) && link(target, member.name) == 0))) {
+        LOG_M("%s: Cannot create hard link to '%s'", member.name, member.linkname);
+        return 0;
+    }
+    apply_member_attributes(member);
+    return 1;
+}
+
+int tar_extract_symlink(const TarMember& member) {
+    if (!make_parent(member) || symlink(member.linkname, member.name) != 0) {
+        LOG_M("%s: Cannot create symlink to '%s'", member.name, member.linkname);
+        return 0;
+    }
+    apply_member_attributes(member);
+    return 1;
+}
+
+int tar_extract_special(const TarMember& member) {
+    if (S_ISCHR(member.mode) || S_ISBLK(member.mode) || S_ISSOCK(member.mode)) {
+        if (!make_parent(member) || mknod(member.name, member.mode, device_of(member)) != 0) {
+            LOG_M("%s: Cannot mknod", member.name);
+            return 0;
+        }
+    } else if (S_ISFIFO(member.mode)) {
+        if (!make_parent(member) || mkfifo(member.name, member.mode & PERMISSIONS) != 0) {
+            LOG_M("%s: Cannot mkfifo", member.name);
+            return 0;
+        }
+    } else {
+        LOG_M("%s: No node has mode %o, nothing created", member.name, member.mode);
+        return 1;
+    }
+    apply_member_attributes(member);
+    return 1;
+}
+
+int make_directory(const char* path, long mode, int flags) {
+    struct stat status;
+    if ((flags & MAKE_PARENTS) != 0) {
+        if (stat(path, &status) == 0 || errno != ENOENT) {
+            return 0;
+        }
+        const size_t size = strlen(path) + 1;
+        const UniqueBuffer parent = allocate_zeroed(size);
+        if (parent == nullptr) {
+            LOG_M("Cannot create directory `%s'", path);
+            return -1;
+        }
+        copy_text(parent.get(), size, path);
+        if (make_directory(dirname(parent.get()), MODE_OF_PARENTS, MAKE_PARENTS) != 0) {
+            return -1;
+        }
+    }
+    if (mkdir(path, 0777) != 0) {
+        LOG_M("Cannot create directory `%s'", path);
+        return -1;
+    }
+    if (mode == MODE_AS_CREATED) {
+        return 0;
+    }
+    bool known = true;
+    if (mode == MODE_OF_PARENTS) {
+        // What the umask left says as much as the umask, which could only be read by changing it for the
+        // files that other threads create meanwhile.
+        known = stat(path, &status) == 0;
+        mode = (status.st_mode & PERMISSIONS) | S_IWUSR | S_IXUSR;
+    }
+    if (!known || chmod(path, static_cast<mode_t>(mode)) != 0) {
+        LOG_M("Cannot set permissions of directory `%s'", path);
+        return -1;
+    }
+    return 0;
+}
+
+int apply_member_attributes(const TarMember& member) {
+    const char* const name = member.name;
+    struct stat status;
+    int result = lchown(name, member.uid, member.gid);
+    // A link's own mode cannot be set, and its target is no part of the member.
+    if (lstat(name, &status) != 0 || S_ISLNK(status.st_mode)) {
+        return result;
+    }
+    result = chmod(name, member.mode & PERMISSIONS);
+    if (result == 0) {
+        const struct timespec times[] = {{0, UTIME_NOW}, {static_cast<time_t>(member.mtime), 0}};
+        result = utimensat(AT_FDCWD, name, times, AT_SYMLINK_NOFOLLOW);
+    }
+    return result;
+}
