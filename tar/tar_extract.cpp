@@ -23,6 +23,7 @@ constexpr int READ_SIZE = 10240;
 static_assert(READ_SIZE % TAR_BLOCK_SIZE == 0);
 
 constexpr mode_t PERMISSIONS = 07777;
+constexpr mode_t SET_ID_BITS = S_ISUID | S_ISGID;
 
 bool has_parent_component(const char* name) {
     while (*name != '\0') {
@@ -42,14 +43,14 @@ bool make_parent(const TarMember& member) {
     return make_directory(dirname(parent), MODE_AS_CREATED, MAKE_PARENTS) == 0;
 }
 
-// Opens a regular member's new file. Should something be in its place all the same, a link does not lead the
-// data elsewhere and a FIFO does not block.
+// Opens a regular member's new file. What is in its place and could not be taken away stays as it is: it may
+// be a FIFO, or another name of a file elsewhere. The set-id bits come with the owner.
 UniqueFd create_file(const TarMember& member) {
     if (!make_parent(member)) {
         return UniqueFd();
     }
-    constexpr int FLAGS = O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
-    return UniqueFd(open(member.name, FLAGS, member.mode & PERMISSIONS));
+    return UniqueFd(open(member.name, O_WRONLY | O_CREAT | O_EXCL | O_TRUNC | O_CLOEXEC,
+                         member.mode & PERMISSIONS & ~SET_ID_BITS));
 }
 
 // A hard link's target. The writer stores it as an absolute path; like the members it lies below the current
@@ -122,18 +123,19 @@ int tar_extract_regular_file(const TarMember& member, int extract) {
     return made ? 1 : 0;
 }
 
-bool is_linked_already(const TarMember& member) {
-    struct stat name;
-    struct stat target;
-    return member.typeflag == TAR_HARD_LINK && lstat(member.name, &name) == 0 &&
-           lstat(target_of(member), &target) == 0 && name.st_dev == target.st_dev &&
-           name.st_ino == target.st_ino;
-}
-
 int tar_extract_hard_link(const TarMember& member) {
     const char* const target = target_of(member);
-    if (path_fault(target) != nullptr ||
-        !(is_linked_already(member) || (make_parent(member) && link(target, member.name) == 0))) {
+    struct stat found;
+    bool made = path_fault(target) == nullptr && lstat(target, &found) == 0 && !S_ISDIR(found.st_mode);
+    // A path that was archived twice is a link to itself. Nothing is taken away for a link that cannot be
+    // made.
+    struct stat there;
+    if (made &&
+        (lstat(member.name, &there) != 0 || there.st_dev != found.st_dev || there.st_ino != found.st_ino)) {
+        unlink(member.name);
+        made = make_parent(member) && link(target, member.name) == 0;
+    }
+    if (!made) {
         LOG_M("%s: Cannot create hard link to '%s'", member.name, member.linkname);
         return 0;
     }
@@ -171,22 +173,27 @@ int tar_extract_special(const TarMember& member) {
 
 int make_directory(const char* path, long mode, int flags) {
     struct stat status;
-    if ((flags & MAKE_PARENTS) != 0) {
+    const bool with_parents = (flags & MAKE_PARENTS) != 0;
+    if (with_parents) {
         if (stat(path, &status) == 0 || errno != ENOENT) {
             return 0;
         }
         const size_t size = strlen(path) + 1;
-        const UniqueBuffer parent = allocate_zeroed(size);
-        if (parent == nullptr) {
+        const UniqueBuffer copy = allocate_zeroed(size);
+        if (copy == nullptr) {
             LOG_M("Cannot create directory `%s'", path);
             return -1;
         }
-        copy_text(parent.get(), size, path);
-        if (make_directory(dirname(parent.get()), MODE_OF_PARENTS, MAKE_PARENTS) != 0) {
+        copy_text(copy.get(), size, path);
+        const char* const parent = dirname(copy.get());
+        // What is its own parent has no other: "." in a directory that was removed.
+        if (strcmp(parent, path) != 0 && make_directory(parent, MODE_OF_PARENTS, MAKE_PARENTS) != 0) {
             return -1;
         }
     }
-    if (mkdir(path, 0777) != 0) {
+    // Making the parents of "a/." has made it as well.
+    if (mkdir(path, 0777) != 0 &&
+        !(with_parents && errno == EEXIST && lstat(path, &status) == 0 && S_ISDIR(status.st_mode))) {
         LOG_M("Cannot create directory `%s'", path);
         return -1;
     }
@@ -209,15 +216,19 @@ int make_directory(const char* path, long mode, int flags) {
 
 int apply_member_attributes(const TarMember& member) {
     const char* const name = member.name;
-    struct stat status;
     int result = lchown(name, member.uid, member.gid);
+    struct stat status;
     // A link's own mode cannot be set, and its target is no part of the member.
     if (lstat(name, &status) != 0 || S_ISLNK(status.st_mode)) {
         return result;
     }
-    result = chmod(name, member.mode & PERMISSIONS);
+    mode_t mode = member.mode & PERMISSIONS;
+    if (!S_ISDIR(status.st_mode) && (status.st_uid != member.uid || status.st_gid != member.gid)) {
+        mode &= ~SET_ID_BITS;  // they would lend the rights of somebody whom the archive does not name
+    }
+    result = chmod(name, mode);
     if (result == 0) {
-        const struct timespec times[] = {{0, UTIME_NOW}, {static_cast<time_t>(member.mtime), 0}};
+        const struct timespec times[] = {{0, UTIME_NOW}, {member.mtime, 0}};
         result = utimensat(AT_FDCWD, name, times, AT_SYMLINK_NOFOLLOW);
     }
     return result;

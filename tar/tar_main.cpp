@@ -2,6 +2,7 @@
 #include "tar/tar_main.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -20,10 +21,18 @@ constexpr int ERROR_TOO_FEW_WORDS = -22;
 constexpr int FIRST_OPERAND = 2;
 
 // Opens an archive to read. The standard input stays open for the process: a file that is opened later would
-// get its number. A FIFO is not waited for.
+// get its number. A FIFO by name is refused, as it is to the writer: who opens it waits for the other end.
 UniqueFd open_archive(const char* name) {
-    return UniqueFd(strcmp(name, "-") == 0 ? fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0)
-                                           : open(name, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    if (strcmp(name, "-") == 0) {
+        return UniqueFd(fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0));
+    }
+    UniqueFd archive(open(name, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    struct stat status;
+    if (archive.valid() && fstat(archive.get(), &status) == 0 && S_ISFIFO(status.st_mode)) {
+        archive.reset();
+        errno = ESPIPE;
+    }
+    return archive;
 }
 
 }  // namespace

@@ -2,57 +2,59 @@
 #include "tar/tar_reader.h"
 
 #include <fnmatch.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstring>
+#include <limits>
 #include <new>
 
 #include "daemon/log.h"
 #include "platform/text.h"
-#include "tar/directory_walker.h"
 #include "tar/tar_extract.h"
 #include "tar/tar_io.h"
 #include "tar/ustar_header.h"
 
 namespace {
 
-// So many directories of an archive get their attributes after their contents, the further ones at once: an
-// archive does not decide on the daemon's memory.
+// So many directories of an archive can wait for their attributes at a time: an archive does not decide on
+// the daemon's memory.
 constexpr int MAX_PENDING_DIRECTORIES = 1024;
 
 // Set once the message about leading "/" was logged, for all archives of the process.
 std::atomic_flag leading_slash_reported = ATOMIC_FLAG_INIT;
 
 // Directories that were made and still lack their attributes: making their contents changes their times, and
-// a read-only one would take none. They are set when the run ends, however it ends.
+// a read-only one would take none. They are set when the run ends, however it ends, contents first.
 class PendingDirectories {
   public:
     PendingDirectories() = default;
     PendingDirectories(const PendingDirectories&) = delete;
     PendingDirectories& operator=(const PendingDirectories&) = delete;
-    ~PendingDirectories() {
-        while (first_ != nullptr) {
-            const Entry* const done = first_;
-            first_ = done->next;
-            apply_member_attributes(done->member);
-            delete done;
-        }
-    }
+    ~PendingDirectories() { settle_but_above(""); }
 
-    // False when there is no room or no memory.
-    bool add(const TarMember& member) {
-        Entry* const entry =
-            count_ < MAX_PENDING_DIRECTORIES ? new (std::nothrow) Entry{member, nullptr} : nullptr;
-        if (entry == nullptr) {
-            return false;
+    // Without memory the attributes are set at once; without room, those of directories that the member is
+    // not in. Archivers that finish one directory before the next lose nothing by either.
+    void add(const TarMember& member) {
+        if (count_ == MAX_PENDING_DIRECTORIES) {
+            settle_but_above(member.name);
         }
-        *end_ = entry;
-        end_ = &entry->next;
+        for (Entry* entry = newest_; entry != nullptr; entry = entry->next) {
+            if (strcmp(entry->member.name, member.name) == 0) {
+                entry->member = member;
+                return;
+            }
+        }
+        Entry* const entry = new (std::nothrow) Entry{member, newest_};
+        if (entry == nullptr) {
+            apply_member_attributes(member);
+            return;
+        }
+        newest_ = entry;
         count_++;
-        return true;
     }
 
   private:
@@ -60,14 +62,31 @@ class PendingDirectories {
         TarMember member;
         Entry* next;
     };
-    Entry* first_ = nullptr;
-    Entry** end_ = &first_;
+
+    // Sets the attributes of all, the newest first, but of those directories that `name` is in or is.
+    void settle_but_above(const char* name) {
+        for (Entry** at = &newest_; *at != nullptr;) {
+            Entry* const entry = *at;
+            const size_t length = strlen(entry->member.name);
+            if (strncmp(entry->member.name, name, length) == 0 &&
+                (name[length] == '/' || name[length] == '\0')) {
+                at = &entry->next;
+                continue;
+            }
+            apply_member_attributes(entry->member);
+            *at = entry->next;
+            delete entry;
+            count_--;
+        }
+    }
+
+    Entry* newest_ = nullptr;
     int count_ = 0;
 };
 
 template <size_t N>
 int64_t number(const char (&field)[N]) {
-    return parse_octal_field(field, N);
+    return parse_number_field(field, N);
 }
 
 // Puts a member's name together as it stands in the archive. A long one is split at a "/"; older formats have
@@ -94,7 +113,8 @@ bool read_tar_header(const ustar_header& header, TarMember* member) {
     member->uid = static_cast<uint32_t>(number(header.uid));
     member->gid = static_cast<uint32_t>(number(header.gid));
     member->size = static_cast<uint64_t>(size);
-    member->mtime = static_cast<uint32_t>(number(header.mtime));
+    member->mtime = static_cast<time_t>(std::clamp<int64_t>(
+        number(header.mtime), std::numeric_limits<time_t>::min(), std::numeric_limits<time_t>::max()));
     member->typeflag = header.typeflag;
     copy_text(member->linkname, header.linkname);
     member->devmajor = static_cast<uint32_t>(number(header.devmajor));
@@ -103,6 +123,7 @@ bool read_tar_header(const ustar_header& header, TarMember* member) {
     return number(header.chksum) == ustar_checksum(header) && size >= 0;
 }
 
+// The end of an archive. A block that only lost its name is not: members may follow.
 bool is_zero(const ustar_header& header) {
     const char* const bytes = reinterpret_cast<const char*>(&header);
     return std::all_of(bytes, bytes + sizeof header, [](char byte) { return byte == '\0'; });
@@ -117,13 +138,18 @@ bool is_selected(const TarMember& member, char** patterns) {
     return patterns == nullptr;
 }
 
+// False with a message.
 bool extract_directory(const TarMember& member, PendingDirectories* pending) {
-    if (make_directory(member.name, (member.mode & 07777) | 0700, MAKE_PARENTS) != 0) {
+    // Until its contents are made it belongs to its maker alone.
+    if (make_directory(member.name, S_IRWXU, MAKE_PARENTS) != 0) {
         return false;
     }
-    if (!pending->add(member)) {
-        apply_member_attributes(member);
+    struct stat status;
+    if (lstat(member.name, &status) != 0 || !S_ISDIR(status.st_mode)) {
+        LOG_M_AS("read_tar_file", "%s: Not extracted: %s", member.name, strerror(ENOTDIR));
+        return false;
     }
+    pending->add(member);
     return true;
 }
 
@@ -136,28 +162,45 @@ bool cut_trailing_slashes(char* name) {
     return any;
 }
 
-// Makes a selected member, whose name has no trailing "/" any more; without `extract` passes over it. Returns
-// 1, 0 when it failed, or UNKNOWN_TYPE.
+bool is_regular(const TarMember& member) {
+    return member.typeflag == TAR_REGULAR || member.typeflag == TAR_REGULAR_OLD;
+}
+
 constexpr int UNKNOWN_TYPE = -1;
-int take_member(const TarMember& member, bool had_slash, int extract, PendingDirectories* pending) {
-    switch (member.typeflag) {
+
+// Reads past a selected member's data and, with `extract`, makes it where it may be made. Returns 1, 0 when
+// it failed, or UNKNOWN_TYPE when nobody knows whether it has data.
+int take_member(TarMember* member, int extract, PendingDirectories* pending) {
+    // A "/" at the end would lead the calls on the name through a link.
+    const bool had_slash = cut_trailing_slashes(member->name);
+    bool intact = true;
+    if (extract) {
+        const char* const fault = path_fault(member->name);
+        if (fault != nullptr) {
+            LOG_M_AS("read_tar_file", "%s: Not extracted: %s", member->name, fault);
+            intact = false;
+        } else if (member->typeflag != TAR_HARD_LINK) {
+            unlink(member->name);
+        }
+    }
+    const bool make = extract && intact;
+    switch (member->typeflag) {
         case TAR_REGULAR:
         case TAR_REGULAR_OLD:
-            if (had_slash) {
-                const bool made = !extract || extract_directory(member, pending);
-                return tar_extract_regular_file(member, 0) && made;
+            if (had_slash && make) {
+                intact = extract_directory(*member, pending);
             }
-            return tar_extract_regular_file(member, extract);
+            return tar_extract_regular_file(*member, make && !had_slash) && intact;
         case TAR_DIRECTORY:
-            return !extract || extract_directory(member, pending);
+            return make ? extract_directory(*member, pending) : intact;
         case TAR_HARD_LINK:
-            return !extract || tar_extract_hard_link(member);
+            return make ? tar_extract_hard_link(*member) : intact;
         case TAR_SYMLINK:
-            return !extract || tar_extract_symlink(member);
+            return make ? tar_extract_symlink(*member) : intact;
         case TAR_CHARACTER_DEVICE:
         case TAR_BLOCK_DEVICE:
         case TAR_FIFO:
-            return !extract || tar_extract_special(member);
+            return make ? tar_extract_special(*member) : intact;
         default:
             return UNKNOWN_TYPE;
     }
@@ -198,34 +241,25 @@ int read_tar_file(int fd, int extract, char** patterns) {
         if (member.name[0] == '\0') {
             continue;
         }
-        if (skip_next || member.typeflag == TAR_LONG_LINK || member.typeflag == TAR_LONG_NAME) {
-            skip_next = member.typeflag == TAR_LONG_LINK || member.typeflag == TAR_LONG_NAME;
-            if (!skip_next) {
+        int taken;
+        const bool is_long = member.typeflag == TAR_LONG_LINK || member.typeflag == TAR_LONG_NAME;
+        if (is_long || skip_next) {
+            if (!is_long) {
                 LOG_M("%s: Long name or link name, skipping", member.name);
             }
-            failed = !tar_extract_regular_file(member, 0) || failed;
-            continue;
+            skip_next = is_long;
+            taken = tar_extract_regular_file(member, 0);
+        } else if (!is_selected(member, patterns)) {
+            taken = is_regular(member) ? tar_extract_regular_file(member, 0) : 1;
+        } else {
+            taken = take_member(&member, extract, &pending);
         }
-        if (!is_selected(member, patterns)) {
-            const bool has_data = member.typeflag == TAR_REGULAR || member.typeflag == TAR_REGULAR_OLD;
-            failed = (has_data && !tar_extract_regular_file(member, 0)) || failed;
-            continue;
-        }
-
-        // A "/" at the end would lead the calls on the name through a link.
-        const bool had_slash = cut_trailing_slashes(member.name);
-        const char* const fault = extract ? path_fault(member.name) : nullptr;
-        if (fault != nullptr) {
-            LOG_M("%s: Not extracted: %s", member.name, fault);
-            failed = true;
-        } else if (extract && !is_linked_already(member)) {
-            unlink(member.name);
-        }
-        const int taken = take_member(member, had_slash, extract && fault == nullptr, &pending);
         if (taken == UNKNOWN_TYPE) {
             LOG_M("Unknown file type '%c' in tar file", member.typeflag);
             return 0;
         }
-        failed = taken == 0 || failed;
+        if (taken == 0) {
+            failed = true;
+        }
     }
 }

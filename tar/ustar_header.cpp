@@ -29,7 +29,19 @@ int format_octal_field(char* field, int width, unsigned long value) {
     return 1;
 }
 
-int64_t parse_octal_field(const char* field, size_t width) {
+int64_t parse_number_field(const char* field, size_t width) {
+    const auto* const bytes = reinterpret_cast<const unsigned char*>(field);
+    if ((bytes[0] & 0x80) != 0) {
+        // Two's complement of 7 bits and whole bytes, the highest first.
+        int64_t value = (bytes[0] & 0x7f) - ((bytes[0] & 0x40) != 0 ? 0x80 : 0);
+        for (size_t i = 1; i < width; i++) {
+            if (value > INT64_MAX / 256 || value < INT64_MIN / 256) {
+                return value > 0 ? INT64_MAX : INT64_MIN;
+            }
+            value = value * 256 + bytes[i];
+        }
+        return value;
+    }
     char text[sizeof(ustar_header::size) + 1];
     copy_text(text, std::min(width + 1, sizeof text), field);
     return strtoll(text, nullptr, 8);  // not strtol, which reads less on a 32-bit phone than on a desk

@@ -68,8 +68,10 @@ static_assert(offsetof(ustar_header, pad) == 500);
 int format_octal_field(char* field, int width, unsigned long value);
 
 // Reads a number as strtol does in base 8, but never beyond the `width` bytes at `field`: leading blanks and
-// a sign are taken, what follows the digits is ignored, and a text without digits is 0.
-int64_t parse_octal_field(const char* field, size_t width);
+// a sign are taken, what follows the digits is ignored, and a text without digits is 0. A number that does
+// not fit its field as text stands there in binary, marked by the first bit. What an int64_t cannot hold
+// becomes the nearest that it can.
+int64_t parse_number_field(const char* field, size_t width);
 
 // The checksum of a block: the sum of its bytes with the checksum field read as eight spaces.
 unsigned int ustar_checksum(const ustar_header& header);

@@ -52,12 +52,12 @@ std::string header(const std::string& name, char type = '0', const std::string& 
     put(257, std::string("ustar\00000", 8));
     put(329, major);
     put(337, minor);
-    unsigned short sum = 0;
+    unsigned int sum = 0;
     for (const char byte : block) {
         sum += static_cast<unsigned char>(byte);
     }
     char checksum[8];
-    snprintf(checksum, sizeof checksum, "%06ho", sum);
+    snprintf(checksum, sizeof checksum, "%06o", sum & 0x7fff);
     put(148, checksum);
     return block;
 }
@@ -203,6 +203,12 @@ TEST(TarReader, GoesOnBehindWhatIsDamaged) {
          0,
          "a=0 b=788 ",
          {EARLY, NO_END, DELAYED}},
+        {"a cut set-id program",
+         header("s", '0', "1001", "", "0104755") + END.substr(512),
+         0,
+         0,
+         "s=512 ",
+         {EARLY, NO_END, DELAYED}},
         {"cut padding", file("b", "data").substr(0, 600), 0, 0, "b=4 ", {NO_END}},
         {"unknown type",
          file("a") + header("b", '7') + file("c") + END,
@@ -224,6 +230,30 @@ TEST(TarReader, GoesOnBehindWhatIsDamaged) {
          1,
          1,
          "a=1 b=1 ",
+         {}},
+        {"a binary size",
+         header("a", '0', std::string("\200\0\0\0\0\0\0\0\0\0\0\1", 12)) + smuggled + file("b") + END,
+         1,
+         1,
+         "a=1 b=0 ",
+         {}},
+        {"a negative binary size",
+         header("a", '0', std::string(12, '\377')) + file("b") + END,
+         0,
+         0,
+         "b=0 ",
+         {BAD, DELAYED}},
+        {"a huge binary size",
+         header("a", '0', "\277" + std::string(11, '\377')) + END,
+         0,
+         0,
+         "a=1024 ",
+         {EARLY, NO_END, DELAYED}},
+        {"names with dots",
+         header("./", '5') + file("d/./e", "1") + header("f/./", '5') + END,
+         1,
+         1,
+         "d/e=1 d:d f:d ",
          {}},
         {"negative size", header("a", '0', "-1") + file("b") + END, 0, 0, "b=0 ", {BAD, DELAYED}},
         {"huge size",
@@ -266,12 +296,13 @@ TEST(TarReader, GoesOnBehindWhatIsDamaged) {
           "[M/tar_extract_symlink] d: Cannot create symlink to 'f'",
           "[M/read_tar_file] d/f/g: Not extracted: Not a directory", DELAYED}},
         {"hard links",
-         file("f", "1") + header("f", '1', "0", "f") + header("g/h", '1', "0", "///f") +
-             header("i", '1', "0", "none") + header("j", '1') + END,
+         file("f", "1") + header("f", '1', "0", "f") + header("f", '1', "0", "none") +
+             header("g/h", '1', "0", "///f") + header("i", '1', "0", "none") + header("j", '1') + END,
          0,
          1,
          "f=1 g/h=1 g:d ",
-         {link_fault + "i: Cannot create hard link to 'none'",
+         {link_fault + "f: Cannot create hard link to 'none'",
+          link_fault + "i: Cannot create hard link to 'none'",
           link_fault + "j: Cannot create hard link to ''", DELAYED}},
     };
     LogCapture log;
@@ -284,6 +315,7 @@ TEST(TarReader, GoesOnBehindWhatIsDamaged) {
         EXPECT_EQ(c.result, read_archive(c.archive, 1));
         EXPECT_EQ(c.made, made());
         EXPECT_EQ(c.log, log.lines());
+        EXPECT_EQ("", output_of("find . -type f -perm /6000"));
         output_of("rm -rf /data/out/*");
         EXPECT_EQ(c.read_result, read_archive(c.archive, 0));
         EXPECT_EQ("", made());
@@ -454,25 +486,61 @@ TEST(TarReader, KeepsItsPlaceOnAFullDisk) {
     EXPECT_EQ((std::vector<std::string>{"after", "big"}), names_in("."));
 }
 
-TEST(TarReader, SetsModeAndTimeWithoutTheOwner) {
+// As somebody who may not do everything.
+TEST(TarReader, DoesWhatItMayWithoutRoot) {
+    ASSERT_EQ(0, mkdir("/data/other", 0777));
+    write_file("/data/other/kept", "kept");
+    output_of("cd /data/other && chmod 666 kept && chmod 777 . && touch -d @1000 kept .");
     enter_new("/data/out");
+    // What is in the way here cannot be taken away.
+    output_of(
+        "umask 0; mkdir full; cd full; ln -s /data/other d; ln -s /data/other/kept f; mkfifo p; echo > r");
+    ASSERT_EQ(0, link("/data/other/kept", "full/h"));
+    const std::string before = listing_of("/data/other");
+    ASSERT_EQ(0, chmod("full", 0755));
     ASSERT_EQ(0, chmod("/data/out", 0777));
-    const std::string bytes = header("d", '5', "0", "", "0040555") + file("d/f", "1") + END;
-    write_file("/data/user.tar", bytes);
+    const UniqueFd reader(open("full/p", O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    const std::string data(512, 'x');
+    write_file("/data/good.tar", header("d", '5', "0", "", "0040444") +
+                                     header("d/e", '5', "0", "", "0042555") + file("d/e/f", "1") +
+                                     header("s", '0', "0", "", "0104755") + END);
+    write_file("/data/full.tar", header("full/d", '5') + header("full/r/", '5') + header("full/f", '0', "1") +
+                                     data + header("full/h", '0', "1") + data + header("full/p", '0', "1") +
+                                     data + END);
     const pid_t child = fork();
     if (child == 0) {
         // A namespace with one user has no other.
         if (setresgid(1000, 1000, 1000) != 0 || setresuid(1000, 1000, 1000) != 0) {
             _exit(77);
         }
-        _exit(archive_command({"xf", "/data/user.tar"}));
+        _exit(archive_command({"xf", "/data/good.tar"}) + 2 * archive_command({"xf", "/data/full.tar"}));
     }
     int status = -1;
     ASSERT_EQ(child, waitpid(child, &status, 0));
     if (WEXITSTATUS(status) == 77) {
         GTEST_SKIP() << "no second user here";
     }
-    EXPECT_EQ(1, WEXITSTATUS(status));
-    EXPECT_EQ("d d 1000 1000 555 64\nd/f f 1000 1000 644 64\n",
-              output_of("find d -printf '%p %y %U %G %m %Ts\n'"));
+    EXPECT_EQ(1, WEXITSTATUS(status)) << "1 and 0";
+    EXPECT_EQ("d 1000 444 64\nd/e 1000 2555 64\nd/e/f 1000 644 64\ns 1000 755 64\n",
+              output_of("find d s -printf '%p %U %m %Ts\n'"));
+    ASSERT_EQ(0, chdir("full"));
+    EXPECT_EQ("d>/data/other f>/data/other/kept h=4 p:p r=1 ", made());
+    char byte;
+    EXPECT_EQ(0, read(reader.get(), &byte, 1));
+    EXPECT_EQ(before, listing_of("/data/other"));
+}
+
+// More than wait for their attributes at a time.
+TEST(TarReader, GivesManyDirectoriesTheirAttributes) {
+    std::string archive = header("t", '5', "0", "", "0040700");
+    for (int i = 0; i < 1100; ++i) {
+        const std::string name = "t/" + std::to_string(i);
+        archive += header(name + "/", '5', "0", "", "0040555") + file(name + "/f");
+    }
+    archive += header("t", '5', "0", "", "0040750");
+    enter_new("/data/out");
+    EXPECT_EQ(1, read_archive(archive + END, 1));
+    EXPECT_EQ("1100\n", output_of("find t -perm 555 ! -newermt @65 | wc -l"));
+    EXPECT_EQ(040750U, status_of("t").st_mode);
+    EXPECT_EQ(64, status_of("t").st_mtime);
 }
