@@ -205,7 +205,7 @@ int make_directory(const char* path, long mode, int flags) {
         // What the umask left says as much as the umask, which could only be read by changing it for the
         // files that other threads create meanwhile.
         known = stat(path, &status) == 0;
-        mode = (status.st_mode & PERMISSIONS) | S_IWUSR | S_IXUSR;
+        mode = (status.st_mode & 0777) | S_IWUSR | S_IXUSR;
     }
     if (!known || chmod(path, static_cast<mode_t>(mode)) != 0) {
         LOG_M("Cannot set permissions of directory `%s'", path);
@@ -222,11 +222,7 @@ int apply_member_attributes(const TarMember& member) {
     if (lstat(name, &status) != 0 || S_ISLNK(status.st_mode)) {
         return result;
     }
-    mode_t mode = member.mode & PERMISSIONS;
-    if (!S_ISDIR(status.st_mode) && (status.st_uid != member.uid || status.st_gid != member.gid)) {
-        mode &= ~SET_ID_BITS;  // they would lend the rights of somebody whom the archive does not name
-    }
-    result = chmod(name, mode);
+    result = chmod(name, member.mode & PERMISSIONS);
     if (result == 0) {
         const struct timespec times[] = {{0, UTIME_NOW}, {member.mtime, 0}};
         result = utimensat(AT_FDCWD, name, times, AT_SYMLINK_NOFOLLOW);

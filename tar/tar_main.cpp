@@ -2,7 +2,6 @@
 #include "tar/tar_main.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -21,16 +20,14 @@ constexpr int ERROR_TOO_FEW_WORDS = -22;
 constexpr int FIRST_OPERAND = 2;
 
 // Opens an archive to read. The standard input stays open for the process: a file that is opened later would
-// get its number. A FIFO by name is refused, as it is to the writer: who opens it waits for the other end.
+// get its number. A FIFO is not waited for: without a writer it is an empty archive.
 UniqueFd open_archive(const char* name) {
     if (strcmp(name, "-") == 0) {
         return UniqueFd(fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0));
     }
     UniqueFd archive(open(name, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-    struct stat status;
-    if (archive.valid() && fstat(archive.get(), &status) == 0 && S_ISFIFO(status.st_mode)) {
+    if (archive.valid() && fcntl(archive.get(), F_SETFL, 0) != 0) {
         archive.reset();
-        errno = ESPIPE;
     }
     return archive;
 }

@@ -87,6 +87,15 @@ void make_output_files(const std::vector<output_file>& files) {
     }
 }
 
+std::vector<char*> pointers_to(std::vector<std::string>* words) {
+    std::vector<char*> pointers;
+    for (std::string& word : *words) {
+        pointers.push_back(word.data());
+    }
+    pointers.push_back(nullptr);
+    return pointers;
+}
+
 int count_of(const std::string& text, const std::string& part) {
     int count = 0;
     for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + part.size())) {

@@ -38,6 +38,9 @@ struct output_file {
 };
 void make_output_files(const std::vector<output_file>& files);
 
+// Pointers to the words, a null behind them. The words stay the caller's.
+std::vector<char*> pointers_to(std::vector<std::string>* words);
+
 // The number of places where `part` stands in `text`.
 int count_of(const std::string& text, const std::string& part);
 

@@ -18,12 +18,7 @@
 namespace {
 
 int archive_paths(const std::string& archive, std::vector<std::string> paths) {
-    std::vector<char*> operands;
-    for (std::string& path : paths) {
-        operands.push_back(path.data());
-    }
-    operands.push_back(nullptr);
-    return write_tar_file(archive.c_str(), operands.data());
+    return write_tar_file(archive.c_str(), pointers_to(&paths).data());
 }
 
 // The members' names, as the system's tar reads them; the test fails when it finds fault with the archive.
@@ -33,45 +28,23 @@ std::string members_of(const std::string& archive) {
 
 }  // namespace
 
-TEST(TarWriter, KeepsContentsModesTimesAndLinks) {
+TEST(TarWriter, WritesNoMoreThanItMust) {
     ASSERT_EQ(0, mkdir("/data/t", 0750));
-    ASSERT_EQ(0, mkdir("/data/t/empty", 01777));
-    ASSERT_EQ(0, mkdir("/data/t/sub", 0700));
-    ASSERT_EQ(0, chmod("/data/t/empty", 01777));
-    const int sizes[] = {0, 1, 511, 512, 513, 1023, 1024, 1025, 10241, 300000};
-    off_t expected_size = 1024 + 3 * 512 + 2 * 512;  // the end, directories, the FIFO and the second link
-    for (const int size : sizes) {
-        std::string content(size, 'c');
-        for (int i = 0; i < size; i += 7) {
-            content[i] = static_cast<char>(i / 7);
-        }
-        const std::string path = (size % 2 ? "/data/t/f" : "/data/t/sub/f") + std::to_string(size);
-        write_file(path, content);
-        ASSERT_EQ(0, chmod(path.c_str(), size % 2 ? 04755 : 0600));
-        set_file_time(path, 1000000000 + size);
-        expected_size += 512 + (size + 511) / 512 * 512;
-    }
-    ASSERT_EQ(0, link("/data/t/sub/f1024", "/data/t/again"));
-    ASSERT_EQ(0, mkfifo("/data/t/fifo", 0620));
-    set_file_time("/data/t/empty", 86400);
-
+    write_file("/data/t/empty", "");
+    write_file("/data/t/full", std::string(512, 'f'));
+    write_file("/data/t/more", std::string(513, 'm'));
+    ASSERT_EQ(0, link("/data/t/more", "/data/t/again"));
     const LogCapture log;
     const int before = open_descriptors("self");
     EXPECT_EQ(1, archive_paths("/data/a.tar", {"/data/t"}));
     EXPECT_EQ(before, open_descriptors("self"));
-    EXPECT_EQ(expected_size, status_of("/data/a.tar").st_size);
-    EXPECT_EQ(std::vector<std::string>{"[M/write_file_to_tarball] Removing leading '/' from member names"},
-              log.lines());
+    EXPECT_EQ(5 * 512 + 512 + 1024 + 1024, status_of("/data/a.tar").st_size);
     EXPECT_EQ("data/t/\n", members_of("/data/a.tar").substr(0, 8)) << "a directory comes before its contents";
-    ASSERT_EQ(0, mkdir("/data/out", 0755));
-    output_of("tar --numeric-owner -xpf /data/a.tar -C /data/out 2>&1");
-    EXPECT_EQ(listing_of("/data/t"), listing_of("/data/out/data/t"));
-
-    // The message about the "/" was logged once for all archives, and an archive of one empty file is
-    // minimal.
-    EXPECT_EQ(1, archive_paths("/data/a.tar", {"/data/t/sub/f0"}));
-    EXPECT_EQ(1U, log.lines().size());
+    EXPECT_EQ(1, archive_paths("/data/a.tar", {"/data/t/empty"}));
     EXPECT_EQ(512 + 1024, status_of("/data/a.tar").st_size);
+    EXPECT_EQ(std::vector<std::string>{"[M/write_file_to_tarball] Removing leading '/' from member names"},
+              log.lines())
+        << "once for all archives";
 }
 
 TEST(TarWriter, PassesOverPathsThatDoNotFit) {
