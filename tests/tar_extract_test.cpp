@@ -99,7 +99,7 @@ TEST(TarExtract, TakesThePlaceOfWhatIsThere) {
     // Neither is the archive itself overwritten while it is read.
     ASSERT_EQ(0, link("/data/out/file", "/data/out/a"));
     const std::string archive =
-        file("file", "new") + file("fifo", "new") + header("dir", '5', "0", "", "0040711") +
+        file("file", "new") + file("fifo", "new") + header("dir", '5', "0", "", "00040711") +
         header("to_dir/", '5', "0", "", "0040750") + header("a", '1', "0", "file") + END;
     EXPECT_EQ(1, read_archive(archive, 1));
     EXPECT_EQ("a=3 dir/kept=4 dir:d fifo=3 file=3 second=3 to_dir:d ", made());
@@ -209,10 +209,10 @@ TEST(TarExtract, GivesManyDirectoriesTheirAttributes) {
         const std::string name = "t/" + std::to_string(i);
         archive += header(name + "/", '5', "0", "", "0040555") + file(name + "/f");
     }
-    archive += header("t", '5', "0", "", "0040750");
+    archive += header("r", '5', "0", "", "0040700") + header("r", '5', "0", "", "0040750");
     enter_new("/data/out");
     EXPECT_EQ(1, read_archive(archive + END, 1));
     EXPECT_EQ("1100\n", output_of("find t -perm 555 ! -newermt @65 | wc -l"));
-    EXPECT_EQ(040750U, status_of("t").st_mode);
     EXPECT_EQ(64, status_of("t").st_mtime);
+    EXPECT_EQ(040750U, status_of("r").st_mode);
 }
