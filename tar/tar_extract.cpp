@@ -49,8 +49,8 @@ UniqueFd create_file(const TarMember& member) {
     if (!make_parent(member)) {
         return UniqueFd();
     }
-    return UniqueFd(open(member.name, O_WRONLY | O_CREAT | O_EXCL | O_TRUNC | O_CLOEXEC,
-                         member.mode & PERMISSIONS & ~SET_ID_BITS));
+    return UniqueFd(
+        open(member.name, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, member.mode & PERMISSIONS & ~SET_ID_BITS));
 }
 
 // A hard link's target. The writer stores it as an absolute path; like the members it lies below the current

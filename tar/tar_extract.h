@@ -63,5 +63,6 @@ constexpr long MODE_OF_PARENTS = -2;
 int make_directory(const char* path, long mode, int flags);
 
 // Sets the owner, the mode and the times of what was made: accessed now, modified at the member's time. An
-// owner that may not be set is left as it is. A link gets the owner only. Returns the result of the last step taken, 0 on success.
+// owner that may not be set is left as it is. A link gets the owner only. Returns the result of the last step
+// taken, 0 on success.
 int apply_member_attributes(const TarMember& member);
