@@ -21,7 +21,8 @@
 namespace {
 
 // So many directories of an archive can wait for their attributes at a time: an archive does not decide on
-// the daemon's memory.
+// the daemon's memory. Of archives that bring more before they fill them, the others lose their times and,
+// without root, the contents of read-only ones.
 constexpr int MAX_PENDING_DIRECTORIES = 1024;
 
 // Set once the message about leading "/" was logged, for all archives of the process.
@@ -37,23 +38,25 @@ class PendingDirectories {
     ~PendingDirectories() { settle_but_above(""); }
 
     // Without memory the attributes are set at once; without room, those of directories that the member is
-    // not in. Archivers that finish one directory before the next lose nothing by either.
+    // not in. Of two members with one name the later one tells.
     void add(const TarMember& member) {
         if (count_ == MAX_PENDING_DIRECTORIES) {
             settle_but_above(member.name);
         }
-        for (Entry* entry = newest_; entry != nullptr; entry = entry->next) {
-            if (strcmp(entry->member.name, member.name) == 0) {
-                entry->member = member;
+        const size_t length = strlen(member.name);
+        Entry** at = &longest_;
+        for (; *at != nullptr && strlen((*at)->member.name) >= length; at = &(*at)->next) {
+            if (strcmp((*at)->member.name, member.name) == 0) {
+                (*at)->member = member;
                 return;
             }
         }
-        Entry* const entry = new (std::nothrow) Entry{member, newest_};
+        Entry* const entry = new (std::nothrow) Entry{member, *at};
         if (entry == nullptr) {
             apply_member_attributes(member);
             return;
         }
-        newest_ = entry;
+        *at = entry;
         count_++;
     }
 
@@ -63,9 +66,9 @@ class PendingDirectories {
         Entry* next;
     };
 
-    // Sets the attributes of all, the newest first, but of those directories that `name` is in or is.
+    // Sets the attributes of all, the longest names first, but of those directories that `name` is in or is.
     void settle_but_above(const char* name) {
-        for (Entry** at = &newest_; *at != nullptr;) {
+        for (Entry** at = &longest_; *at != nullptr;) {
             Entry* const entry = *at;
             const size_t length = strlen(entry->member.name);
             if (strncmp(entry->member.name, name, length) == 0 &&
@@ -80,7 +83,7 @@ class PendingDirectories {
         }
     }
 
-    Entry* newest_ = nullptr;
+    Entry* longest_ = nullptr;  // by falling length of the names, so that contents come first
     int count_ = 0;
 };
 

@@ -31,6 +31,7 @@ TEST(TarReader, AgreesWithOtherTools) {
     ASSERT_EQ(0, chmod("t/sub", 0555));
     output_of("cp -a t u");  // what this tool's own archives do not hold
     ASSERT_EQ(0, symlink("sub/f512", "u/link"));
+    static_cast<void>(lchown("u/link", 1000, 100007) != 0);
     output_of("mkdir -p u/" + deep + "/e && echo long > u/" + deep + "/e/" + std::string(80, 'f'));
     output_of("touch -d @99 u u/" + deep + " u/" + deep + "/e; touch -d @77 t");
 
@@ -176,6 +177,18 @@ TEST(TarReader, GoesOnBehindWhatIsDamaged) {
          1,
          "d/e=1 d:d f:d ",
          {}},
+        {"the least binary size",
+         header("a", '0', "\300" + std::string(11, '\0')) + file("b") + END,
+         0,
+         0,
+         "b=0 ",
+         {BAD, DELAYED}},
+        {"an old directory that cannot be made",
+         header("l", '2', "0", "x") + header("l/d/") + END,
+         0,
+         1,
+         "l>x ",
+         {"[M/read_tar_file] l/d: Not extracted: Not a directory", DELAYED}},
         {"negative size", header("a", '0', "-1") + file("b") + END, 0, 0, "b=0 ", {BAD, DELAYED}},
         {"huge size",
          header("a", '0', "777777777777") + file("b") + END,
@@ -249,7 +262,8 @@ TEST(TarReader, GoesOnBehindWhatIsDamaged) {
 TEST(TarReader, SelectsByPatterns) {
     const std::string archive = header("data/logs/", '5') + file("data/logs/k", std::string(600, 'k')) +
                                 header("l", '2', "7", "k") + file("data/logs2", "2") + file(".m1", "1") +
-                                header("m2", '\0', "2") + header("smuggled") + file("m3", "3") + END;
+                                header("m2", '\0', "2") + header("data/logs/smuggled") + file("m3", "3") +
+                                END;
     const struct {
         std::vector<std::string> patterns;
         std::string made;
