@@ -21,73 +21,58 @@ TEST(TarExtract, StaysInsideItsDirectory) {
     const std::string other = output_of(state);
     const std::string smuggled = header("smuggled");  // the data of what is not made is no member
     const std::string leads_out = ": Not extracted: leads out of the directory";
-    const struct {
-        const char* what;
-        std::string archive;
-        int result;
-        std::string made;
-        std::vector<std::string> log;  // without who says it
-    } cases[] = {
-        {"names with ..",
-         file("../other/kept", smuggled) + file("a/../../other/new", smuggled) + header("../other/", '5') +
-             header("..", '0') + header("../new", '6', "0", "", "0010644") + file("..a", "1") +
-             file("b..", "1") + END,
-         0,
-         "..a=1 b..=1 ",
-         {"../other/kept" + leads_out, "a/../../other/new" + leads_out, "../other" + leads_out,
-          ".." + leads_out, "../new" + leads_out, DELAYED}},
-        {"absolute names",
-         file("/data/other/kept", "new") + END,
-         1,
-         "data/other/kept=3 data/other:d data:d ",
-         {}},
-        {"a link on the way",
-         header("l", '2', "0", "/data/other") + file("l/kept", smuggled) + file("l/new/f", smuggled) +
-             file("l/d/", smuggled) + header("l/new/", '5') + header("l/link", '2', "0", "kept") + END,
-         0,
-         "l>/data/other ",
-         {"l/kept: Not extracted: Not a directory", "l/d: Not extracted: Not a directory",
-          "l/new/f: Not extracted: Not a directory", "l/new: Not extracted: Not a directory",
-          "l/link: Not extracted: Not a directory", DELAYED}},
-        {"a link in the place",
-         header("l", '2', "0", "/data/other/kept") + file("l", "new") + header("m", '2', "0", "/data/other") +
-             header("m//", '5', "0", "", "0040777") + file("m/kept", "new") + END,
-         1,
-         "l=3 m/kept=3 m:d ",
-         {}},
-        {"hard links",
-         header("a", '1', "0", "../other/kept") + header("l", '2', "0", "/data/other") +
-             header("b", '1', "0", "l/kept") + header("c", '1', "0", "/data/other/kept") + END,
-         0,
-         "l>/data/other ",
-         {"a: Cannot create hard link to '../other/kept'", "b: Cannot create hard link to 'l/kept'",
-          "c: Cannot create hard link to '/data/other/kept'", DELAYED}},
-        // Nothing of these is the target's.
-        {"a link's attributes",
-         header("l", '2', "0", "/data/other/kept") + header("h", '1', "0", "l") +
-             header("m", '2', "0", "/data/other") + END,
-         1,
-         "h>/data/other/kept l>/data/other/kept m>/data/other ",
-         {}},
-    };
     LogCapture log;
     read_archive(file("/a") + END, 0);
     EXPECT_EQ(std::vector<std::string>{"[M/read_tar_header] Removing leading '/' from member names"},
               log.lines());
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.what);
+    // The outcome: the result and what is made. The messages are without who says them.
+    const auto check = [&](const char* what, const std::string& archive, const std::string& outcome,
+                           const std::vector<std::string>& messages = {}) {
+        SCOPED_TRACE(what);
         log.clear();
         enter_new("/data/out");
-        EXPECT_EQ(c.result, read_archive(c.archive, 1));
-        EXPECT_EQ(c.made, made());
-        EXPECT_EQ(c.log.size(), log.lines().size());
-        for (const std::string& line : c.log) {
-            EXPECT_TRUE(log.has(line)) << line;
+        const int result = read_archive(archive, 1);
+        EXPECT_EQ(outcome, std::to_string(result) + " " + made());
+        EXPECT_EQ(messages.size(), log.lines().size());
+        for (const std::string& message : messages) {
+            EXPECT_TRUE(log.has(message)) << message;
         }
         EXPECT_EQ(other, output_of(state)) << "size, names and last change";
         EXPECT_EQ((std::vector<std::string>{"a.tar", "hwcdump", "other", "out"}), names_in("/data"));
         output_of("rm -r /data/out");
-    }
+    };
+    check("names with ..",
+          file("../other/kept", smuggled) + file("a/../../other/new", smuggled) + header("../other/", '5') +
+              header("..", '0') + header("../new", '6', "0", "", "0010644") + file("..a", "1") +
+              file("b..", "1") + END,
+          "0 ..a=1 b..=1 ",
+          {"../other/kept" + leads_out, "a/../../other/new" + leads_out, "../other" + leads_out,
+           ".." + leads_out, "../new" + leads_out, DELAYED});
+    check("absolute names", file("/data/other/kept", "new") + END,
+          "1 data/other/kept=3 data/other:d data:d ");
+    check("a link on the way",
+          header("l", '2', "0", "/data/other") + file("l/kept", smuggled) + file("l/new/f", smuggled) +
+              file("l/d/", smuggled) + header("l/new/", '5') + header("l/link", '2', "0", "kept") + END,
+          "0 l>/data/other ",
+          {"l/kept: Not extracted: Not a directory", "l/d: Not extracted: Not a directory",
+           "l/new/f: Not extracted: Not a directory", "l/new: Not extracted: Not a directory",
+           "l/link: Not extracted: Not a directory", DELAYED});
+    check("a link in the place",
+          header("l", '2', "0", "/data/other/kept") + file("l", "new") +
+              header("m", '2', "0", "/data/other") + header("m//", '5', "0", "", "0040777") +
+              file("m/kept", "new") + END,
+          "1 l=3 m/kept=3 m:d ");
+    check("hard links",
+          header("a", '1', "0", "../other/kept") + header("l", '2', "0", "/data/other") +
+              header("b", '1', "0", "l/kept") + header("c", '1', "0", "/data/other/kept") + END,
+          "0 l>/data/other ",
+          {"a: Cannot create hard link to '../other/kept'", "b: Cannot create hard link to 'l/kept'",
+           "c: Cannot create hard link to '/data/other/kept'", DELAYED});
+    // Nothing of these is the target's.
+    check("a link's attributes",
+          header("l", '2', "0", "/data/other/kept") + header("h", '1', "0", "l") +
+              header("m", '2', "0", "/data/other") + END,
+          "1 h>/data/other/kept l>/data/other/kept m>/data/other ");
 }
 
 TEST(TarExtract, TakesThePlaceOfWhatIsThere) {

@@ -81,182 +81,98 @@ TEST(TarReader, GoesOnBehindWhatIsDamaged) {
     const std::string smuggled = header("smuggled");
     const std::string name100 = std::string(49, 'n') + "/" + std::string(50, 'm');
     const std::string link_fault = "[M/tar_extract_hard_link] ";
-    const struct {
-        const char* what;
-        std::string archive;
-        int result;       // of extracting
-        int read_result;  // of reading through
-        std::string made;
-        std::vector<std::string> log;
-    } cases[] = {
-        {"nothing", "", 0, 0, "", {NO_END}},
-        {"no end", file("a"), 0, 0, "a=0 ", {NO_END}},
-        {"one end block", file("a") + END.substr(512), 1, 1, "a=0 ", {}},
-        {"bad checksum",
-         file("a", "1") + damaged(header("b")) + file("c") + END,
-         0,
-         0,
-         "a=1 c=0 ",
-         {BAD, DELAYED}},
-        {"header without name, damaged", damaged(header("")) + file("c") + END, 0, 0, "c=0 ", {BAD, DELAYED}},
-        {"no name", header("") + header("//") + file("c") + END, 1, 1, "c=0 ", {}},
-        {"cut header",
-         file("a") + std::string(511, 'h'),
-         0,
-         0,
-         "a=0 ",
-         {"[M/read_tar_file] Error reading tar file"}},
-        {"cut data",
-         file("a") + file("b", std::string(1100, 'b')).substr(0, 1300),
-         0,
-         0,
-         "a=0 b=788 ",
-         {EARLY, NO_END, DELAYED}},
-        {"a cut set-id program",
-         header("s", '0', "1001", "", "0104755") + END.substr(512),
-         0,
-         0,
-         "s=512 ",
-         {EARLY, NO_END, DELAYED}},
-        {"cut padding", file("b", "data").substr(0, 600), 0, 0, "b=4 ", {NO_END}},
-        {"unknown type",
-         file("a") + header("b", '7') + file("c") + END,
-         0,
-         0,
-         "a=0 ",
-         {"[M/read_tar_file] Unknown file type '7' in tar file"}},
-        {"long names",
-         header("L", 'K', "1") + smuggled + header("L", 'L', "1000") + smuggled + file("long", smuggled) +
-             file("b") + END,
-         1,
-         1,
-         "b=0 ",
-         {"[M/read_tar_file] long: Long name or link name, skipping"}},
-        {"damage behind a long name",
-         header("L", 'L', "1") + smuggled + damaged(header("b")) + header("") + file("long") + file("c") +
-             END,
-         0,
-         0,
-         "c=0 ",
-         {BAD, "[M/read_tar_file] long: Long name or link name, skipping", DELAYED}},
-        {"another format's prefix",
-         sealed(header("a").replace(257, 8, std::string("ustar  ", 8)).replace(345, 5, "times")) + END,
-         1,
-         1,
-         "a=0 ",
-         {}},
-        {"cut long name", header("L", 'L', "1000"), 0, 0, "", {EARLY, NO_END, DELAYED}},
-        {"no size", header("a", '0', "x") + header("b", '0', "") + END, 1, 1, "a=0 b=0 ", {}},
-        {"blanks, and no terminator",
-         header("a", '0', " 1 x") + smuggled + header("b", '0', "000000000001") + smuggled + END,
-         1,
-         1,
-         "a=1 b=1 ",
-         {}},
-        {"a binary size",
-         header("a", '0', std::string("\200\0\0\0\0\0\0\0\0\0\0\1", 12)) + smuggled + file("b") + END,
-         1,
-         1,
-         "a=1 b=0 ",
-         {}},
-        {"a negative binary size",
-         header("a", '0', std::string(12, '\377')) + file("b") + END,
-         0,
-         0,
-         "b=0 ",
-         {BAD, DELAYED}},
-        {"a huge binary size",
-         header("a", '0', "\277" + std::string(11, '\377')) + END,
-         0,
-         0,
-         "a=1024 ",
-         {EARLY, NO_END, DELAYED}},
-        {"names with dots",
-         header("./", '5') + file("d/./e", "1") + header("f/./", '5') + END,
-         1,
-         1,
-         "d/e=1 d:d f:d ",
-         {}},
-        {"the least binary size",
-         header("a", '0', "\300" + std::string(11, '\0')) + file("b") + END,
-         0,
-         0,
-         "b=0 ",
-         {BAD, DELAYED}},
-        {"an old directory that cannot be made",
-         header("l", '2', "0", "x") + header("l/d/") + END,
-         0,
-         1,
-         "l>x ",
-         {"[M/read_tar_file] l/d: Not extracted: Not a directory", DELAYED}},
-        {"negative size", header("a", '0', "-1") + file("b") + END, 0, 0, "b=0 ", {BAD, DELAYED}},
-        {"huge size",
-         header("a", '0', "777777777777") + file("b") + END,
-         0,
-         0,
-         "a=1536 ",
-         {EARLY, NO_END, DELAYED}},
-        {"more than 32 bits",
-         header("a", '0', "040000000001") + smuggled + smuggled + END,
-         0,
-         0,
-         "a=2048 ",
-         {EARLY, NO_END, DELAYED}},
-        {"full names",
-         header(name100, '0', "1") + smuggled + header("l", '2', "0", std::string(100, 'l')) + END,
-         1,
-         1,
-         "l>" + std::string(100, 'l') + " " + name100 + "=1 " + name100.substr(0, 49) + ":d ",
-         {}},
-        {"old regular files and directories",
-         header("d/", '\0', "1") + smuggled + header("d/f", '\0', "1") + smuggled + END,
-         1,
-         1,
-         "d/f=1 d:d ",
-         {}},
-        {"a mode without type",
-         header("p", '6', "0", "", "0000644") + END,
-         1,
-         1,
-         "",
-         {"[M/tar_extract_special] p: No node has mode 644, nothing created"}},
-        {"data in the way",
-         file("d/f", "1") + file("d", smuggled) + header("d", '6', "0", "", "0010644") +
-             header("d", '4', "0", "", "0060644") + header("d", '2', "0", "f") + header("d/f/g", '5') + END,
-         0,
-         1,
-         "d/f=1 d:d ",
-         {"[M/tar_extract_special] d: Cannot mkfifo", "[M/tar_extract_special] d: Cannot mknod",
-          "[M/tar_extract_symlink] d: Cannot create symlink to 'f'",
-          "[M/read_tar_file] d/f/g: Not extracted: Not a directory", DELAYED}},
-        {"hard links",
-         file("f", "1") + header("f", '1', "0", "f") + header("f", '1', "0", "none") +
-             header("g/h", '1', "0", "///f") + header("i", '1', "0", "none") + header("j", '1') + END,
-         0,
-         1,
-         "f=1 g/h=1 g:d ",
-         {link_fault + "f: Cannot create hard link to 'none'",
-          link_fault + "i: Cannot create hard link to 'none'",
-          link_fault + "j: Cannot create hard link to ''", DELAYED}},
-    };
     LogCapture log;
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.what);
+    read_archive(file("//a") + END, 0);  // says once that it removes the "/"
+    // The outcome: the results of extracting and of reading through, and what is made.
+    const auto check = [&log](const char* what, const std::string& archive, const std::string& outcome,
+                              const std::vector<std::string>& messages = {}) {
+        SCOPED_TRACE(what);
         enter_new("/data/out");
-        read_archive(file("//a") + END, 0);  // says once that it removes the "/"
         log.clear();
         const int before = open_descriptors("self");
-        EXPECT_EQ(c.result, read_archive(c.archive, 1));
-        EXPECT_EQ(c.made, made());
-        EXPECT_EQ(c.log, log.lines());
+        const int extracted = read_archive(archive, 1);
+        const std::string all = made();
+        EXPECT_EQ(messages, log.lines());
         EXPECT_EQ("", output_of("find . -type f -perm /6000"));
         output_of("rm -rf /data/out/*");
         write_file("a", "kept");
-        EXPECT_EQ(c.read_result, read_archive(c.archive, 0));
+        const int read = read_archive(archive, 0);
         EXPECT_EQ("a=4 ", made());
+        EXPECT_EQ(outcome, std::to_string(extracted) + " " + std::to_string(read) + " " + all);
         EXPECT_EQ(before, open_descriptors("self"));
         output_of("rm -r /data/out");
-    }
+    };
+    check("nothing", "", "0 0 ", {NO_END});
+    check("no end", file("a"), "0 0 a=0 ", {NO_END});
+    check("one end block", file("a") + END.substr(512), "1 1 a=0 ");
+    check("bad checksum", file("a", "1") + damaged(header("b")) + file("c") + END, "0 0 a=1 c=0 ",
+          {BAD, DELAYED});
+    check("header without name, damaged", damaged(header("")) + file("c") + END, "0 0 c=0 ", {BAD, DELAYED});
+    check("no name", header("") + header("//") + file("c") + END, "1 1 c=0 ");
+    check("cut header", file("a") + std::string(511, 'h'), "0 0 a=0 ",
+          {"[M/read_tar_file] Error reading tar file"});
+    check("cut data", file("a") + file("b", std::string(1100, 'b')).substr(0, 1300), "0 0 a=0 b=788 ",
+          {EARLY, NO_END, DELAYED});
+    check("a cut set-id program", header("s", '0', "1001", "", "0104755") + END.substr(512), "0 0 s=512 ",
+          {EARLY, NO_END, DELAYED});
+    check("cut padding", file("b", "data").substr(0, 600), "0 0 b=4 ", {NO_END});
+    check("unknown type", file("a") + header("b", '7') + file("c") + END, "0 0 a=0 ",
+          {"[M/read_tar_file] Unknown file type '7' in tar file"});
+    check("long names",
+          header("L", 'K', "1") + smuggled + header("L", 'L', "1000") + smuggled + file("long", smuggled) +
+              file("b") + END,
+          "1 1 b=0 ", {"[M/read_tar_file] long: Long name or link name, skipping"});
+    check(
+        "damage behind a long name",
+        header("L", 'L', "1") + smuggled + damaged(header("b")) + header("") + file("long") + file("c") + END,
+        "0 0 c=0 ", {BAD, "[M/read_tar_file] long: Long name or link name, skipping", DELAYED});
+    check("another format's prefix",
+          sealed(header("a").replace(257, 8, std::string("ustar  ", 8)).replace(345, 5, "times")) + END,
+          "1 1 a=0 ");
+    check("cut long name", header("L", 'L', "1000"), "0 0 ", {EARLY, NO_END, DELAYED});
+    check("no size", header("a", '0', "x") + header("b", '0', "") + END, "1 1 a=0 b=0 ");
+    check("blanks, and no terminator",
+          header("a", '0', " 1 x") + smuggled + header("b", '0', "000000000001") + smuggled + END,
+          "1 1 a=1 b=1 ");
+    check("a binary size",
+          header("a", '0', std::string("\200\0\0\0\0\0\0\0\0\0\0\1", 12)) + smuggled + file("b") + END,
+          "1 1 a=1 b=0 ");
+    check("a negative binary size", header("a", '0', std::string(12, '\377')) + file("b") + END, "0 0 b=0 ",
+          {BAD, DELAYED});
+    check("a huge binary size", header("a", '0', "\277" + std::string(11, '\377')) + END, "0 0 a=1024 ",
+          {EARLY, NO_END, DELAYED});
+    check("names with dots", header("./", '5') + file("d/./e", "1") + header("f/./", '5') + END,
+          "1 1 d/e=1 d:d f:d ");
+    check("the least binary size", header("a", '0', "\300" + std::string(11, '\0')) + file("b") + END,
+          "0 0 b=0 ", {BAD, DELAYED});
+    check("an old directory that cannot be made", header("l", '2', "0", "x") + header("l/d/") + END,
+          "0 1 l>x ", {"[M/read_tar_file] l/d: Not extracted: Not a directory", DELAYED});
+    check("negative size", header("a", '0', "-1") + file("b") + END, "0 0 b=0 ", {BAD, DELAYED});
+    check("huge size", header("a", '0', "777777777777") + file("b") + END, "0 0 a=1536 ",
+          {EARLY, NO_END, DELAYED});
+    check("more than 32 bits", header("a", '0', "040000000001") + smuggled + smuggled + END, "0 0 a=2048 ",
+          {EARLY, NO_END, DELAYED});
+    check("full names",
+          header(name100, '0', "1") + smuggled + header("l", '2', "0", std::string(100, 'l')) + END,
+          "1 1 l>" + std::string(100, 'l') + " " + name100 + "=1 " + name100.substr(0, 49) + ":d ");
+    check("old regular files and directories",
+          header("d/", '\0', "1") + smuggled + header("d/f", '\0', "1") + smuggled + END, "1 1 d/f=1 d:d ");
+    check("a mode without type", header("p", '6', "0", "", "0000644") + END, "1 1 ",
+          {"[M/tar_extract_special] p: No node has mode 644, nothing created"});
+    check("data in the way",
+          file("d/f", "1") + file("d", smuggled) + header("d", '6', "0", "", "0010644") +
+              header("d", '4', "0", "", "0060644") + header("d", '2', "0", "f") + header("d/f/g", '5') + END,
+          "0 1 d/f=1 d:d ",
+          {"[M/tar_extract_special] d: Cannot mkfifo", "[M/tar_extract_special] d: Cannot mknod",
+           "[M/tar_extract_symlink] d: Cannot create symlink to 'f'",
+           "[M/read_tar_file] d/f/g: Not extracted: Not a directory", DELAYED});
+    check("hard links",
+          file("f", "1") + header("f", '1', "0", "f") + header("f", '1', "0", "none") +
+              header("g/h", '1', "0", "///f") + header("i", '1', "0", "none") + header("j", '1') + END,
+          "0 1 f=1 g/h=1 g:d ",
+          {link_fault + "f: Cannot create hard link to 'none'",
+           link_fault + "i: Cannot create hard link to 'none'",
+           link_fault + "j: Cannot create hard link to ''", DELAYED});
 }
 
 TEST(TarReader, SelectsByPatterns) {
