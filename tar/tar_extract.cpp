@@ -127,8 +127,8 @@ int tar_extract_hard_link(const TarMember& member) {
     const char* const target = target_of(member);
     struct stat found;
     bool made = path_fault(target) == nullptr && lstat(target, &found) == 0 && !S_ISDIR(found.st_mode);
-    // A path that was archived twice is a link to itself. Nothing is taken away for a link that cannot be
-    // made.
+    // A path that was archived twice is a link to itself. Nothing is taken away for a target that cannot be
+    // one.
     struct stat there;
     if (made &&
         (lstat(member.name, &there) != 0 || there.st_dev != found.st_dev || there.st_ino != found.st_ino)) {

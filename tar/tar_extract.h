@@ -46,8 +46,8 @@ int tar_extract_regular_file(const TarMember& member, int extract);
 // the members; where both are one file already, it stays. Returns 1, or 0 with a message.
 int tar_extract_hard_link(const TarMember& member);
 
-// Make the link or the node, where nothing has its name. Return 1, or 0 with a message. What node is made
-// says the mode; where it says none, a message does and the result is 1.
+// Make the link or the node, where nothing has its name. Return 1, or 0 with a message. The mode says which
+// node; where it names none, nothing is made, a message says so and the result is 1.
 int tar_extract_symlink(const TarMember& member);
 int tar_extract_special(const TarMember& member);
 

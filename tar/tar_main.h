@@ -7,5 +7,6 @@
 // "-", which is the standard input to 'x' and a file of that name to 'c'. Other letters have no effect.
 //
 // Returns what write_tar_file or read_tar_file returned; -22 when argc is 2 or less; -1 with both letters,
-// with neither, or when the archive to read could not be opened. Call it without lookup_mutex.
+// with neither, or when the archive to read could not be opened. Call it without lookup_mutex, and with 'x'
+// as read_tar_file asks.
 int dmd_tar_main(int argc, char** argv);
