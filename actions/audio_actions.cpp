@@ -16,6 +16,7 @@
 #include "daemon/product_version.h"
 #include "output/output_dir.h"
 #include "output/record.h"
+#include "output/shell_command.h"
 #include "platform/text.h"
 
 namespace {

@@ -17,6 +17,7 @@
 #include "daemon/product_version.h"
 #include "output/compressed_dump.h"
 #include "output/output_dir.h"
+#include "output/shell_command.h"
 #include "platform/owned.h"
 #include "platform/properties.h"
 #include "platform/text.h"

@@ -14,6 +14,7 @@
 #include "daemon/product_version.h"
 #include "output/compressed_dump.h"
 #include "output/output_dir.h"
+#include "output/shell_command.h"
 #include "platform/owned.h"
 
 namespace {

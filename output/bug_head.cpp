@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "daemon/log.h"
+#include "output/shell_command.h"
 #include "platform/text.h"
 
 namespace {
@@ -27,21 +28,20 @@ int bytes_written(ssize_t result) {
 }  // namespace
 
 void process_stat_write(int fd) {
-    FILE* const output = popen(PROCESS_COMMAND, "re");
-    if (output == nullptr) {
+    const CommandOutput output(PROCESS_COMMAND);
+    if (output.stream() == nullptr) {
         LOG_M("process stat write failed, ignored...\n");
         return;
     }
     int total = 0;
     char piece[HEAD_SIZE];
-    while (fgets(piece, sizeof piece, output) != nullptr) {
+    while (fgets(piece, sizeof piece, output.stream()) != nullptr) {
         if (piece[0] == '\n') {
             continue;
         }
         LOG_D("[fgets] %s", piece);
         total += bytes_written(write(fd, piece, strlen(piece)));
     }
-    pclose(output);
     LOG_D("process stat total %dbytes\n", total);
 }
 

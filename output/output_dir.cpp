@@ -1,4 +1,4 @@
-// Creating the output directory and its files, and running commands.
+// Creating the output directory and its files, and splitting commands.
 #include "output/output_dir.h"
 
 #include <fcntl.h>
@@ -6,12 +6,10 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <csignal>
-#include <cstdlib>
 #include <cstring>
 
 #include "daemon/log.h"
-#include "platform/mutex.h"
+#include "output/shell_command.h"
 #include "platform/owned.h"
 #include "platform/text.h"
 
@@ -40,37 +38,6 @@ int open_with_mode(const char* path, int flags) {
     errno = reason;
     return -1;
 }
-
-// Gives SIGCHLD its default disposition while any thread runs a command; what it was comes back after the
-// last.
-class DefaultChildSignal {
-  public:
-    DefaultChildSignal() {
-        const MutexLock lock(mutex_);
-        if (commands_running_++ == 0) {
-            struct sigaction by_default = {};
-            by_default.sa_handler = SIG_DFL;
-            sigaction(SIGCHLD, &by_default, &previous_);
-        }
-    }
-    ~DefaultChildSignal() {
-        const MutexLock lock(mutex_);
-        if (--commands_running_ == 0) {
-            sigaction(SIGCHLD, &previous_, nullptr);
-        }
-    }
-    DefaultChildSignal(const DefaultChildSignal&) = delete;
-    DefaultChildSignal& operator=(const DefaultChildSignal&) = delete;
-
-  private:
-    static Mutex mutex_;
-    static int commands_running_ GUARDED_BY(mutex_);
-    static struct sigaction previous_ GUARDED_BY(mutex_);
-};
-
-Mutex DefaultChildSignal::mutex_;
-int DefaultChildSignal::commands_running_ = 0;
-struct sigaction DefaultChildSignal::previous_ = {};
 
 }  // namespace
 
@@ -111,26 +78,9 @@ int open_output_file(const char* path, int flags) {
     return fd;
 }
 
-int run_command(const char* command) {
-    const DefaultChildSignal signal;
-    return system(command);
-}
-
 int secure_system(const char* command) {
     LOG_M("system cmd_line:%s.\n", command);
     return run_command(command);
-}
-
-bool is_plain_name(const char* name) {
-    for (; *name != '\0'; ++name) {
-        const char c = *name;
-        const bool plain = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
-                           c == '.' || c == '_' || c == '-';
-        if (!plain) {
-            return false;
-        }
-    }
-    return true;
 }
 
 int parse_command(char* text, int* argc, char** argv) {

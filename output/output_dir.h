@@ -21,16 +21,8 @@ int mkdir_parent();
 // message, errno telling why; -1 also for a null path.
 int open_output_file(const char* path, int flags);
 
-// Runs a command through the shell, with the default disposition of SIGCHLD meanwhile, so that the status can
-// be had. Returns what `system` returned: negative when the command could not be run, errno telling why.
-// Everything in the command must be the daemon's own text or have passed is_plain_name.
-int run_command(const char* command);
-
 // As run_command, after a message that shows the command.
 int secure_system(const char* command);
-
-// Whether a file name consists of letters, digits, '.', '_' and '-' only, so that no shell interprets it.
-bool is_plain_name(const char* name);
 
 // Splits text in place at blanks and line ends into argv, which has room for MAX_COMMAND_WORDS + 1 entries
 // that the caller zeroed. 0, or -1 after a message when there are fewer than three words or more than

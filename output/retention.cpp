@@ -10,6 +10,7 @@
 
 #include "daemon/log.h"
 #include "output/output_dir.h"
+#include "output/shell_command.h"
 #include "platform/mutex.h"
 #include "platform/owned.h"
 #include "platform/text.h"

@@ -1,5 +1,6 @@
 #include "tests/desk_calls.h"
 
+#include <signal.h>
 #include <sys/select.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -12,6 +13,7 @@ namespace {
 
 std::atomic<unsigned int> slept{0};
 std::atomic<int> synced{0};
+std::atomic<int> command_limit_ms{0};
 
 // Outlives every test, like the daemon's threads.
 struct Gate {
@@ -34,6 +36,10 @@ unsigned int seconds_slept() {
 
 int files_synced() {
     return synced.load();
+}
+
+void limit_commands(int milliseconds) {
+    command_limit_ms = milliseconds;
 }
 
 void hold_sleeps() {
@@ -72,6 +78,14 @@ extern "C" int select(int count, fd_set* reads, fd_set* writes, fd_set* exceptio
         slept += static_cast<unsigned int>(limit->tv_sec);
     }
     return ready;
+}
+
+// The wait for the end of a command.
+extern "C" int sigtimedwait(const sigset_t* set, siginfo_t* info, const timespec* limit) {
+    const int milliseconds = command_limit_ms.load();
+    const timespec shorter = {milliseconds / 1000, milliseconds % 1000 * 1000000L};
+    const timespec wait = milliseconds > 0 ? shorter : *limit;
+    return static_cast<int>(syscall(SYS_rt_sigtimedwait, set, info, &wait, _NSIG / 8));
 }
 
 extern "C" int fsync(int fd) {

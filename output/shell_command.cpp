@@ -1,0 +1,195 @@
+// Running commands through the shell.
+#include "output/shell_command.h"
+
+#include <fcntl.h>
+#include <paths.h>
+#include <sys/resource.h>
+#include <sys/select.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <ctime>
+
+#include "daemon/log.h"
+#include "platform/mutex.h"
+#include "platform/owned.h"
+
+namespace {
+
+constexpr int STATUS_NO_SHELL = 127;
+
+// Write permission for the owner only, though the daemon's own umask is 0 from its first upload on.
+constexpr mode_t COMMAND_UMASK = 022;
+
+// Gives SIGCHLD its default disposition while any thread runs a command; what it was comes back after the
+// last.
+class DefaultChildSignal {
+  public:
+    DefaultChildSignal() {
+        const MutexLock lock(mutex_);
+        if (commands_running_++ == 0) {
+            struct sigaction by_default = {};
+            by_default.sa_handler = SIG_DFL;
+            sigaction(SIGCHLD, &by_default, &previous_);
+        }
+    }
+    ~DefaultChildSignal() {
+        const MutexLock lock(mutex_);
+        if (--commands_running_ == 0) {
+            sigaction(SIGCHLD, &previous_, nullptr);
+        }
+    }
+    DefaultChildSignal(const DefaultChildSignal&) = delete;
+    DefaultChildSignal& operator=(const DefaultChildSignal&) = delete;
+
+  private:
+    static Mutex mutex_;
+    static int commands_running_ GUARDED_BY(mutex_);
+    static struct sigaction previous_ GUARDED_BY(mutex_);
+};
+
+Mutex DefaultChildSignal::mutex_;
+int DefaultChildSignal::commands_running_ = 0;
+struct sigaction DefaultChildSignal::previous_ = {};
+
+// Lets go of the daemon's descriptors: a pipe of another thread's command must not stay open because of this
+// one. The two select loops of the daemon keep its descriptors below FD_SETSIZE and some.
+void close_descriptors() {
+    constexpr int END = 2 * FD_SETSIZE;
+    for (int fd = STDERR_FILENO + 1; fd < END; ++fd) {
+        close(fd);
+    }
+}
+
+// Ends the calling process by a signal whose default is to end it.
+[[noreturn]] void end_by(int signal_number) {
+    const rlimit no_core = {0, 0};
+    setrlimit(RLIMIT_CORE, &no_core);
+    signal(signal_number, SIG_DFL);
+    sigset_t this_one;
+    sigemptyset(&this_one);
+    sigaddset(&this_one, signal_number);
+    sigprocmask(SIG_UNBLOCK, &this_one, nullptr);
+    kill(getpid(), signal_number);
+    _Exit(STATUS_NO_SHELL);
+}
+
+// What the daemon's child does: runs the shell, waits for it as long as it may take, and ends as it ended. It
+// is a process of its own because a thread cannot wait for a child for a limited time. Being the copy of one
+// thread of several, it calls nothing that may hold a lock.
+[[noreturn]] void lead(const char* command, int output) {
+    if (output >= 0) {
+        dup2(output, STDOUT_FILENO);
+    }
+    close_descriptors();
+    struct sigaction ends_only = {};
+    ends_only.sa_handler = SIG_DFL;
+    ends_only.sa_flags = SA_NOCLDSTOP;
+    sigaction(SIGCHLD, &ends_only, nullptr);
+    sigset_t child_ended;
+    sigset_t usual;
+    sigemptyset(&child_ended);
+    sigaddset(&child_ended, SIGCHLD);
+    sigprocmask(SIG_BLOCK, &child_ended, &usual);
+    const pid_t shell = fork();
+    if (shell == 0) {
+        sigprocmask(SIG_SETMASK, &usual, nullptr);
+        setpgid(0, 0);
+        umask(COMMAND_UMASK);
+        execl(_PATH_BSHELL, "sh", "-c", command, static_cast<char*>(nullptr));
+        _Exit(STATUS_NO_SHELL);
+    }
+    if (shell < 0) {
+        _Exit(STATUS_NO_SHELL);
+    }
+    setpgid(shell, shell);  // here too: the limit may come before the shell has run
+    int status = 0;
+    while (waitpid(shell, &status, WNOHANG) == 0) {
+        const timespec limit = {COMMAND_LIMIT_SECONDS, 0};
+        if (sigtimedwait(&child_ended, nullptr, &limit) < 0 && errno == EAGAIN) {
+            kill(-shell, SIGKILL);
+            end_by(SIGALRM);
+        }
+    }
+    if (WIFSIGNALED(status)) {
+        end_by(WTERMSIG(status));
+    }
+    _Exit(WEXITSTATUS(status));
+}
+
+// Starts a command, its standard output in place of `output` unless that is negative. The child to wait for,
+// or -1.
+pid_t start_command(const char* command, int output) {
+    const pid_t leader = fork();
+    if (leader == 0) {
+        lead(command, output);
+    }
+    return leader;
+}
+
+// Waits for a command. Its status, or -1.
+int wait_for_command(pid_t leader, const char* command) {
+    int status = 0;
+    pid_t ended;
+    do {
+        ended = waitpid(leader, &status, 0);
+    } while (ended < 0 && errno == EINTR);
+    if (ended < 0) {
+        return -1;
+    }
+    if (WIFSIGNALED(status) && WTERMSIG(status) == SIGALRM) {
+        LOG_M_AS("run_command", "killed after %d seconds: %s\n", COMMAND_LIMIT_SECONDS, command);
+    }
+    return status;
+}
+
+}  // namespace
+
+int run_command(const char* command) {
+    const DefaultChildSignal signal;
+    const pid_t leader = start_command(command, -1);
+    return leader < 0 ? -1 : wait_for_command(leader, command);
+}
+
+bool is_plain_name(const char* name) {
+    for (; *name != '\0'; ++name) {
+        const char c = *name;
+        const bool plain = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+                           c == '.' || c == '_' || c == '-';
+        if (!plain) {
+            return false;
+        }
+    }
+    return true;
+}
+
+CommandOutput::CommandOutput(const char* command) : command_(command) {
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0) {
+        return;
+    }
+    UniqueFd read_end(ends[0]);
+    const UniqueFd write_end(ends[1]);
+    FILE* const stream = fdopen(read_end.get(), "r");
+    if (stream == nullptr) {
+        return;
+    }
+    read_end.release();
+    leader_ = start_command(command, write_end.get());
+    if (leader_ < 0) {
+        fclose(stream);
+        return;
+    }
+    stream_ = stream;
+}
+
+CommandOutput::~CommandOutput() {
+    if (stream_ != nullptr) {
+        fclose(stream_);
+        wait_for_command(leader_, command_);
+    }
+}
