@@ -13,5 +13,7 @@ struct dmd_error_info {
     int32_t error_no;             // the error number being reported
 };
 
+static_assert(sizeof(dmd_error_info) == 52, "a description is the same on a phone and on a desk");
+
 // Breaks seconds since the epoch down in the phone's time zone, also after the zone has changed. Any thread.
 tm local_time(int32_t seconds);

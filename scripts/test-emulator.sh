@@ -33,8 +33,8 @@ expect_refusal() { # WHAT STATUS PART COMMAND...: one line on standard error hol
   grep -qF -- "$part" "$scratch/err" || fail "$what: no '$part' in '$(cat "$scratch/err")'"
 }
 
-wait_until() { # CONDITION...: at most ten seconds
-  local tries=1000
+wait_until() { # CONDITION...: at most a minute, as the machine may be slow
+  local tries=6000
   until "$@"; do
     tries=$((tries - 1))
     [ "$tries" -gt 0 ] || return 1

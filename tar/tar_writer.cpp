@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
-#include <climits>
 #include <cstdint>
 #include <cstring>
 
@@ -32,8 +31,9 @@ constexpr size_t MAX_PATH_LENGTH = sizeof(ustar_header::name) - 1;
 // Bytes copied at a time.
 constexpr int COPY_SIZE = 1024;
 
-// The largest size in bytes that the size field tells truly: eleven octal digits, out of an unsigned long.
-constexpr uint64_t MAX_MEMBER_SIZE = std::min<uint64_t>(077777777777, ULONG_MAX);
+// The largest size in bytes that the size field tells truly: eleven octal digits.
+constexpr uint64_t MAX_MEMBER_SIZE = 077777777777;
+static_assert(sizeof(off_t) == sizeof(uint64_t), "files of any size are seen, on a 32-bit phone too");
 
 // Zero bytes for paddings and for the end of the archive.
 constexpr char ZEROS[COPY_SIZE] = {};
@@ -48,7 +48,7 @@ void fill_user_name(ustar_header* header, uid_t uid) {
     if (user != nullptr) {
         copy_text(header->uname, user->pw_name);  // a longer name is cut to 31 characters
     } else {
-        format_text(header->uname, sizeof header->uname, "%-8ld ", static_cast<long>(uid));
+        format_text(header->uname, sizeof header->uname, "%-8lld ", static_cast<long long>(uid));
     }
     if (header->uname[0] == '\0') {
         copy_text(header->uname, "root");
@@ -61,7 +61,7 @@ void fill_group_name(ustar_header* header, gid_t gid) {
     if (entry != nullptr) {
         copy_text(header->gname, entry->gr_name);
     } else {
-        format_text(header->gname, sizeof header->gname, "%-8ld\t", static_cast<long>(gid));
+        format_text(header->gname, sizeof header->gname, "%-8lld\t", static_cast<long long>(gid));
     }
     if (header->gname[0] == '\0') {
         copy_text(header->gname, "root");
@@ -69,7 +69,7 @@ void fill_group_name(ustar_header* header, gid_t gid) {
 }
 
 template <size_t N>
-void fill_number(char (&field)[N], unsigned long value) {
+void fill_number(char (&field)[N], uint64_t value) {
     format_octal_field(field, N, value);
 }
 
@@ -96,22 +96,34 @@ bool fill_type(ustar_header* header, const struct stat* status, const hl_info* l
             return true;
         case S_IFREG:
             header->typeflag = TAR_REGULAR;
-            fill_number(header->size, static_cast<unsigned long>(status->st_size));
+            fill_number(header->size, static_cast<uint64_t>(status->st_size));
             return true;
         default:
             return false;
     }
 }
 
-bool write_tar_header(const char* path, const char* member_name, const struct stat* status,
-                      const tb_info* info) {
+// False when the archive did not take all bytes; of an archive the first such failure is logged.
+bool write_archive(tb_info* info, const void* bytes, int count) {
+    if (write_fully(info->tar_fd, bytes, count) == count) {
+        return true;
+    }
+    if (!info->write_failed) {
+        LOG_M_AS("write_tar_file", "the archive is cut or lacks members - %s\n", strerror(errno));
+        info->write_failed = true;
+    }
+    return false;
+}
+
+bool write_tar_header(const char* path, const char* member_name, const struct stat* status, tb_info* info) {
     ustar_header header = {};
     copy_field(header.name, member_name);
     fill_number(header.mode, status->st_mode);
     fill_number(header.uid, status->st_uid);
     fill_number(header.gid, status->st_gid);
     fill_number(header.size, 0);
-    fill_number(header.mtime, static_cast<unsigned long>(status->st_mtime));
+    // As wide as on the phone, so that archives are the same everywhere.
+    fill_number(header.mtime, static_cast<uint32_t>(status->st_mtime));
     copy_field(header.magic, "ustar");
     copy_field(header.version, "  ");
     fill_user_name(&header, status->st_uid);
@@ -124,7 +136,7 @@ bool write_tar_header(const char* path, const char* member_name, const struct st
     }
     header.chksum[sizeof header.chksum - 1] = ' ';
     format_octal_field(header.chksum, sizeof header.chksum - 1, ustar_checksum(header));
-    return write_fully(info->tar_fd, &header, sizeof header) == sizeof header;
+    return write_archive(info, &header, sizeof header);
 }
 
 // Opens a regular file whose status was read before. Whatever has taken its place since then neither blocks
@@ -147,10 +159,10 @@ UniqueFd open_member(const char* path, const struct stat* status) {
     return file;
 }
 
-bool write_zeros(int fd, uint64_t count) {
+bool write_zeros(tb_info* info, uint64_t count) {
     while (count > 0) {
         const int part = static_cast<int>(std::min<uint64_t>(count, sizeof ZEROS));
-        if (write_fully(fd, ZEROS, part) != part) {
+        if (!write_archive(info, ZEROS, part)) {
             return false;
         }
         count -= part;
@@ -160,7 +172,7 @@ bool write_zeros(int fd, uint64_t count) {
 
 // Copies `size` bytes and pads them to whole blocks. Where the file ends early or cannot be read, zero bytes
 // stand in and *intact becomes false. False on a write error.
-bool copy_data(int tar_fd, int file, uint64_t size, bool* intact) {
+bool copy_data(tb_info* info, int file, uint64_t size, bool* intact) {
     char buffer[COPY_SIZE];
     uint64_t remaining = size;
     while (remaining > 0) {
@@ -169,14 +181,14 @@ bool copy_data(int tar_fd, int file, uint64_t size, bool* intact) {
             break;
         }
         const int used = static_cast<int>(std::min<uint64_t>(got, remaining));
-        if (write_fully(tar_fd, buffer, used) != used) {
+        if (!write_archive(info, buffer, used)) {
             return false;
         }
         remaining -= used;
     }
     *intact = remaining == 0;
     const uint64_t padding = (TAR_BLOCK_SIZE - size % TAR_BLOCK_SIZE) % TAR_BLOCK_SIZE;
-    return write_zeros(tar_fd, remaining + padding);
+    return write_zeros(info, remaining + padding);
 }
 
 // Takes away what a write error left half written, so that what follows stands on its block. Behind what
@@ -212,6 +224,7 @@ int write_file_to_tarball(const char* path, const struct stat* status, tb_info* 
         LOG_M("Removing leading '/' from member names");
     }
     if (strlen(path) > MAX_PATH_LENGTH || *member_name == '\0') {
+        LOG_M("%s: no name for a member; skipping", path);
         info->hard_links.drop_down_to(earlier_links);  // other names of it have no member to point at
         return 1;
     }
@@ -233,7 +246,7 @@ int write_file_to_tarball(const char* path, const struct stat* status, tb_info* 
     bool intact = true;
     bool written = write_tar_header(path, member_name, status, info);
     if (written && has_data) {
-        written = copy_data(info->tar_fd, file.get(), status->st_size, &intact);
+        written = copy_data(info, file.get(), status->st_size, &intact);
     }
     if (!written) {
         cut_archive(info, start);
@@ -273,7 +286,7 @@ int write_tar_file(const char* archive_path, char** operands) {
     const off_t end = lseek(info.tar_fd, 0, SEEK_CUR);
     if (info.broken) {
         complete = false;
-    } else if (!write_zeros(info.tar_fd, TAR_END_SIZE)) {
+    } else if (!write_zeros(&info, TAR_END_SIZE)) {
         cut_archive(&info, end);
         complete = false;
     }

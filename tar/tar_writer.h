@@ -12,6 +12,7 @@ struct tb_info {
     HardLinkList hard_links;
     const hl_info* current_hard_link;  // the record that matched the member being written, or null
     bool broken;                       // something half written stands at its end and cannot be taken away
+    bool write_failed;                 // the archive did not take all bytes once, and a message said so
 };
 
 // Writes an archive of `operands`, a null-terminated list of paths, each with everything below it. Returns 1

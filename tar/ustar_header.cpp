@@ -2,6 +2,7 @@
 #include "tar/ustar_header.h"
 
 #include <algorithm>
+#include <cinttypes>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
@@ -10,18 +11,18 @@
 
 namespace {
 
-// Room for every digit of an unsigned long, and for the zero padding of the widest field.
-constexpr int OCTAL_TEXT_SIZE = sizeof(unsigned long) * CHAR_BIT / 3 + 2;
+// Room for every digit of a value, and for the zero padding of the widest field.
+constexpr int OCTAL_TEXT_SIZE = sizeof(uint64_t) * CHAR_BIT / 3 + 2;
 static_assert(OCTAL_TEXT_SIZE >= static_cast<int>(sizeof(ustar_header::size)));
 
 }  // namespace
 
-int format_octal_field(char* field, int width, unsigned long value) {
+int format_octal_field(char* field, int width, uint64_t value) {
     char text[OCTAL_TEXT_SIZE];
     if (width < 1 || width > OCTAL_TEXT_SIZE) {
         return 0;
     }
-    const int digits = static_cast<int>(format_text(text, sizeof text, "%0*lo", width - 1, value));
+    const int digits = static_cast<int>(format_text(text, sizeof text, "%0*" PRIo64, width - 1, value));
     if (digits > width + 1) {
         return 0;
     }

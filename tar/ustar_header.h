@@ -65,7 +65,7 @@ static_assert(offsetof(ustar_header, pad) == 500);
 // value with one or two digits more the first is dropped (with two, the digits fill the field and there is no
 // terminator). Returns 1, or 0 when the value has yet more digits, or the width is below 1 or above that of
 // any number, and the field was left unchanged.
-int format_octal_field(char* field, int width, unsigned long value);
+int format_octal_field(char* field, int width, uint64_t value);
 
 // Reads a number as strtol does in base 8, but never beyond the `width` bytes at `field`: leading blanks and
 // a sign are taken, what follows the digits is ignored, and a text without digits is 0. A number that does

@@ -20,7 +20,7 @@ class LogCapture {
     bool has(const std::string& part) const;
     int count(const std::string& part) const;
     // Waits until `times` messages contain `part`; false when that took longer than timeout_ms.
-    bool wait_for(const std::string& part, int times = 1, int timeout_ms = 10000) const;
+    bool wait_for(const std::string& part, int times = 1, int timeout_ms = 60000) const;
     // Forgets what was collected so far.
     void clear();
 };

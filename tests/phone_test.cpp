@@ -116,7 +116,7 @@ std::string output_of(const std::string& command) {
 }
 
 bool wait_until_true(bool (*holds)(void*), void* context) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
     while (!holds(context)) {
         if (std::chrono::steady_clock::now() > end) {
             return false;

@@ -72,9 +72,9 @@ TEST(TarHeader, HoldsWhatTheStatusSaysAndNothingElse) {
          NINE_DIGITS, TWELVE_DIGITS, 0, "d/", "0040000", "7654321", "23456701", zero, "23456701234", '5',
          std::string(31, 'u'), std::string(31, 'g'), "", ""},
         {"three digits too many", "d", S_IFDIR, TEN_DIGITS, 0, INT64_MAX, 0, "d/", "0040000", "", "0000000",
-         zero, "", '5', std::to_string(TEN_DIGITS) + " ", "root", "", ""},
-        {"before 1970", "d", S_IFDIR, 0, 0, -1, 0, "d/", "0040000", "0000000", "0000000", zero, "", '5',
-         "root", "root", "", ""},
+         zero, "37777777777", '5', std::to_string(TEN_DIGITS) + " ", "root", "", ""},
+        {"before 1970", "d", S_IFDIR, 0, 0, -1, 0, "d/", "0040000", "0000000", "0000000", zero, "37777777777",
+         '5', "root", "root", "", ""},
     };
     for (const HeaderCase& c : cases) {
         SCOPED_TRACE(c.what);

@@ -36,6 +36,8 @@ constexpr int32_t MAX_PAUSE_MS = 280;
 // How long a device rests whose read has failed; one that fails meanwhile prolongs it for all.
 constexpr uint64_t REST_MS = 1000;
 
+static_assert(sizeof(input_event) == 2 * sizeof(long) + 8,
+              "events are as wide as the kernel's: 16 bytes on a phone");
 static_assert(EVIOCGBIT(0, BITS_SIZE) == 0x807c4520 && EVIOCGBIT(EV_KEY, BITS_SIZE) == 0x807c4521,
               "the request codes are the kernel's");
 
