@@ -1,8 +1,10 @@
 #!/usr/bin/env bash
 # Makes sure that what building and testing needs is there: installs what is missing from Debian's packages
-# when it may, and otherwise says in one line what to install. Quiet when nothing is missing.
+# when it may, and otherwise says in one line what to install. Quiet when nothing is missing. With the word "arm"
+# it looks after what test-arm.sh needs too.
 set -u
 cd -- "$(dirname -- "$(realpath -- "$0")")/.."
+purpose=${1:-}
 
 have() { command -v "$1" > /dev/null 2>&1; }
 header() { echo "#include <$1>" | ${CXX:-c++} -std=c++17 -E -x c++ ${2:-} - > /dev/null 2>&1; }
@@ -34,6 +36,11 @@ find_missing() {
   need gzip have gzip
   need util-linux have setarch
   need bsdutils have script
+  if [ "$purpose" = arm ]; then
+    need g++-arm-linux-gnueabihf have arm-linux-gnueabihf-g++
+    need qemu-system-arm have qemu-system-arm
+    need cpio have cpio
+  fi
 }
 
 find_missing 2> /dev/null

@@ -4,6 +4,9 @@
 #include <string>
 #include <vector>
 
+// How long a test waits for what must come. A phone's processor is emulated, and slow.
+constexpr int PATIENCE_MS = sizeof(void*) == 4 ? 600000 : 60000;
+
 // Collects the log from its construction to its destruction; one at a time. Each message is one entry,
 // without its final newline. A failed test prints what was collected.
 //
@@ -20,7 +23,7 @@ class LogCapture {
     bool has(const std::string& part) const;
     int count(const std::string& part) const;
     // Waits until `times` messages contain `part`; false when that took longer than timeout_ms.
-    bool wait_for(const std::string& part, int times = 1, int timeout_ms = 60000) const;
+    bool wait_for(const std::string& part, int times = 1, int timeout_ms = PATIENCE_MS) const;
     // Forgets what was collected so far.
     void clear();
 };

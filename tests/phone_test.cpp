@@ -16,6 +16,7 @@
 #include "platform/owned.h"
 #include "platform/properties.h"
 #include "platform/text.h"
+#include "tests/log_capture.h"
 
 namespace {
 
@@ -116,7 +117,7 @@ std::string output_of(const std::string& command) {
 }
 
 bool wait_until_true(bool (*holds)(void*), void* context) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(PATIENCE_MS);
     while (!holds(context)) {
         if (std::chrono::steady_clock::now() > end) {
             return false;

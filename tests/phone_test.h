@@ -52,7 +52,7 @@ std::string output_of(const std::string& command);
 // numbers of names and contents.
 std::string listing_of(const std::string& directory);
 
-// Waits until the condition holds, at most a minute. Returns whether it did.
+// Waits until the condition holds, at most PATIENCE_MS. Returns whether it did.
 template <typename Condition>
 bool wait_until(Condition holds);
 

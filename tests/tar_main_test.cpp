@@ -117,3 +117,23 @@ TEST(TarMain, Extracts) {
         pclose(pieces);
     }
 }
+
+// One checksum, whatever the widths of the machine that the test runs on.
+TEST(TarMain, ArchivesHaveTheSameBytesOnAPhoneAndOnADesk) {
+    ASSERT_EQ(0, mkdir("/data/tree", 0750));
+    write_file("/data/tree/log", std::string(1500, 'l'));
+    for (const char* path : {"/data/early", "/data/late"}) {
+        write_file(path, path);
+    }
+    ASSERT_EQ(0, link("/data/early", "/data/linked"));
+    ASSERT_EQ(0, mkfifo("/data/fifo", 0600));
+    for (const char* path : {"/data/tree/log", "/data/tree", "/data/fifo"}) {
+        set_file_time(path, 1433153472);
+    }
+    set_file_time("/data/early", -1);
+    set_file_time("/data/late", INT32_MAX);
+    std::vector<std::string> words = {"dmd_tar",     "-cf",        "/data/a.tar",  "/data/tree",
+                                      "/data/early", "/data/late", "/data/linked", "/data/fifo"};
+    EXPECT_EQ(1, dmd_tar_main(static_cast<int>(words.size()), pointers_to(&words).data()));
+    EXPECT_EQ("3334529053 6656\n", output_of("cksum < /data/a.tar"));
+}

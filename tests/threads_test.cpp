@@ -1,15 +1,19 @@
-// All four of the daemon's threads at once on one client: errors, polled states, messages and keys. Nothing
-// is lost, and no report is mixed with another's.
+// All four of the daemon's threads at once on one client (errors, polled states, messages and keys) beside
+// every kind of dump on its own client. Nothing is lost, and no report is mixed with another's.
+#include <unistd.h>
+
 #include <map>
 #include <thread>
-#include <utility>
+#include <tuple>
 
+#include "actions/touch_panel_actions.h"
+#include "clients/dispatch.h"
 #include "clients/generic_dump.h"
 #include "clients/registry.h"
+#include "output/compressed_dump.h"
 #include "servers/listen_server.h"
 #include "servers/poll_server.h"
 #include "tests/bring_up.h"
-#include "tests/desk_calls.h"
 #include "tests/sanitized.h"
 #include "triggers/command_server.h"
 #include "triggers/key_detector.h"
@@ -19,6 +23,24 @@ namespace {
 constexpr int LISTEN_ERROR = 20002;
 constexpr int POLL_STATE = 7;
 constexpr int KEY_ERROR = 20005;
+constexpr int ROUND = 100;  // each dump is made twice, and then has an error number greater by this
+
+// The dumps that are not generic: client, slot, error number and a file in the archive, null without one.
+constexpr size_t AUDIO_DUMPS = 5;  // the first ones; they share files, so one thread makes them
+const std::tuple<const char*, int, int, const char*> OWN_DUMPS[] = {
+    {"dsm_audio", 4, 41000, "data/mediadump.log"},
+    {"dsm_audio", 5, 41001, "data/ruvo_logs/memorydump/m/hifi3.bin"},
+    {"dsm_audio", 6, 41002, "data/ruvo_logs/memorydump/m/zc8830_reg.bin"},
+    {"dsm_anc_hs", 0, 41003, "data/zc8830dump.log"},
+    {"dsm_maxim_smartpa", 1, 41004, "data/zc8830dump.log"},
+    {"dsm_sensorhub", 0, 41005, "dmd_record_"},
+    {"dsm_sensorhub", 1, 41006, "dmd_record_"},
+    {"dsm_charger", 0, 41007, "data/android_logs/charge-log"},
+    {"dsm_recovery", 0, 41008, "splash2/recovery_log"},
+    {"dsm_apcp", 0, 20834, "data/tombstones/b"},
+    {"dsm_charge_monitor", 0, 41009, "data/kvdx_logs/charge_monitor/a"},
+    {"dsm_power_key", 1, 41010, nullptr},
+};
 
 std::string listen_text(int i) {
     return "error " + std::to_string(i) + std::string(900, static_cast<char>('a' + i % 26)) + "\n";
@@ -39,7 +61,8 @@ std::map<int, std::vector<std::string>> contents() {
             const std::string report = record.substr(0, record.find(banner, 1));
             record.erase(0, report.size());
             const size_t number = report.find("\n[Error no]:");
-            const size_t process = report.find("\n[Runing_test_switch]:on\n[Temperature]:null\n[Process]:\n");
+            size_t process = report.find("\n[Runing_test_switch]:on\n[Temperature]:null\n[Process]:\n");
+            process = std::min(process, report.find("\n[Runing_test_switch]:on\n[Content]:\n"));
             const size_t content = report.find("\n[Content]:\n");
             if (report.find(banner) == 0 && number < process && process < content &&
                 content != std::string::npos) {
@@ -62,18 +85,48 @@ bool press_combination(const LogCapture& log, int dispatched) {
     return log.wait_for("dmd_key_dispatch combination_key:9", dispatched + 1, 1000);
 }
 
+void make_own_dumps(size_t first, size_t end) {
+    for (size_t i = first; i < 2 * end; i += i + 1 == end ? first + 1 : 1) {
+        const auto& [client, slot, first_error, file] = OWN_DUMPS[i % end];
+        const int error_no = first_error + (i < end ? 0 : ROUND);
+        report_error(client, error_no, listen_text(error_no));
+        for (int producer = first == 0 ? 0 : 3; producer < 3; ++producer) {
+            dmd_dump_error(get_client_by_name("dsm_audio"), error_no, producer, "on");
+        }
+        dmd_dump_error(get_client_by_name(client), error_no, slot, "on");
+    }
+}
+
+void make_standalone_dumps(int error_no) {
+    dmd_client* const panel = get_client_by_name("dsm_tp");
+    for (const int end = error_no + 2 * ROUND; error_no < end; error_no += ROUND) {
+        dmd_error_info info = make_error_info(error_no, 0);
+        tp_force_dump_error(panel, error_no, "on");
+        dmd_compress_output("/data/tombstones", 0, &info, DUMP_PATHS);
+        tp_force_dump_error(panel, error_no, "on");
+        dmd_force_dump_error(get_client_by_name("dsm_lcd"), error_no, 1, "on");
+        dmd_force_dump_error(panel, error_no, 2, "on");
+    }
+}
+
 }  // namespace
 
 class Threads : public testing::TestWithParam<bool> {};
 
-TEST_P(Threads, DumpTheSameClientAtOnce) {
+TEST_P(Threads, DumpAtOnce) {
     const bool commercial = GetParam();
     const int count = commercial && !SANITIZED ? 50 : 8;
     LogCapture log;
-    hold_sleeps();
+    setenv("TZ", "UTC", 1);  // otherwise tzset frees memory under a lock of its own, which no checker sees
+    ASSERT_EQ(0, chdir("/data"));
+    output_of(
+        "m=ruvo_logs/memorydump/m; mkdir -p $m kvdx_logs/charge_monitor splash2 tombstones android_logs;"
+        "touch -d @1 $m/hifi3.bin $m/zc8830_reg.bin kvdx_logs/charge_monitor/a splash2/recovery_log"
+        " tombstones/b android_logs/charge-log $m");
+    phone_do({"image", "image\n"});
     bring_up(section_text("listen", "dsm_tp", "num_triggers 1\n" + trigger(LISTEN_ERROR, "dsm_tp+0")) +
                  section_text("poll", "dsm_tp",
-                              "sampling_period 1\nnum_triggers 1\n" + trigger(POLL_STATE, "dsm_tp+0")),
+                              "sampling_period 20\nnum_triggers 1\n" + trigger(POLL_STATE, "dsm_tp+0")),
              false);
     get_client_by_name("dsm_tp")->force_dump[1] = dsm_force_dump_error;
     phone_do({"state", "dsm_tp", std::to_string(POLL_STATE)});
@@ -94,34 +147,51 @@ TEST_P(Threads, DumpTheSameClientAtOnce) {
             EXPECT_TRUE(send_bytes(connection, command_message("dsm_tp", 0, 30000 + i)));
         }
     });
-    std::thread ticks([&] {
-        for (int i = 0; i < count; ++i) {
-            let_a_sleep_pass();
-        }
-    });
+    std::vector<std::thread> others;
+    others.emplace_back(make_own_dumps, 0, AUDIO_DUMPS);
+    others.emplace_back(make_own_dumps, AUDIO_DUMPS, std::size(OWN_DUMPS));
+    others.emplace_back(make_standalone_dumps, 42000);
+    others.emplace_back(make_standalone_dumps, 43000);
     int combinations = 0;
     for (int i = 0; i < count; ++i) {
         combinations += press_combination(log, combinations) ? 1 : 0;
     }
     errors.join();
     messages.join();
-    ticks.join();
+    for (std::thread& thread : others) {
+        thread.join();
+    }
     EXPECT_GE(combinations, 1);
-    ASSERT_TRUE(wait_until([&] {
-        return log.count(" dsm_tp finish dump ") == 3 * count + log.count("dispatch combination_key:9");
-    }));
-    ASSERT_TRUE(wait_until([&] { return phone_do({"pending", "dsm_tp"}) == "0"; }));
+    ASSERT_TRUE(log.wait_for("client dsm_tp's error (7) occured", count, 100000));
+    phone_do({"state", "dsm_tp", "0"});
+    ASSERT_TRUE(log.wait_for("client dsm_tp's error (0) ignored", 1, 100000));
+    const int polled = log.count("client dsm_tp's error (7) occured");
+    ASSERT_TRUE(log.wait_for(" dsm_tp finish dump ", 2 * count + polled + combinations, 100000));
 
     std::map<int, std::vector<std::string>> expected;
     for (int i = 0; i < count; ++i) {
         expected[LISTEN_ERROR].push_back(listen_text(i));
         expected[30000 + i].push_back(forced_text(30000 + i));
-        expected[POLL_STATE].push_back(forced_text(POLL_STATE));
+    }
+    expected[POLL_STATE].assign(static_cast<size_t>(polled), forced_text(POLL_STATE));
+    for (const auto& [client, slot, error_no, file] : OWN_DUMPS) {
+        expected[error_no] = {listen_text(error_no)};
+        expected[error_no + ROUND] = {listen_text(error_no + ROUND)};
     }
     expected[KEY_ERROR].assign(static_cast<size_t>(log.count("dispatch combination_key:9")),
                                forced_text(KEY_ERROR));
     EXPECT_TRUE(wait_until([&] { return contents() == expected; }));
     EXPECT_EQ(expected, contents());
+    ASSERT_EQ(0, chdir(LOG_DIR));
+    for (const auto& [client, slot, error_no, file] : OWN_DUMPS) {
+        const std::string list = "tar -tzf dmd_dump_" + std::to_string(error_no) + "_*.tar.gz";
+        EXPECT_TRUE(commercial || file == nullptr || output_of(list).find(file) != list.npos) << list;
+    }
+    const int frames = log.count("dump graphic file:") - log.count("dumped file mmap failed");
+    const int own = commercial ? 0 : frames + log.count("read tp raw capacity OK!") + 6;
+    EXPECT_TRUE(commercial || (frames > 0 && own > frames + 6));
+    EXPECT_EQ(own, count_of(output_of("find . -name '*.txt.gz' -o -name '*_000000.tar.gz'"), "\n"));
+    EXPECT_EQ(commercial ? "" : "image\nimage\n", output_of("cat dmd_dump_41?05_*.txt.gz | gzip -dcf"));
 }
 
 INSTANTIATE_TEST_SUITE_P(OnBoth, Threads, testing::Bool(),
