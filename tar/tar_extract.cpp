@@ -191,8 +191,10 @@ int make_directory(const char* path, long mode, int flags) {
             return -1;
         }
     }
+    // At no moment is it open to more users than it is to be.
+    const mode_t at_first = mode >= 0 ? static_cast<mode_t>(mode) & 0777 : 0777;
     // Making the parents of "a/." has made it as well.
-    if (mkdir(path, 0777) != 0 &&
+    if (mkdir(path, at_first) != 0 &&
         !(with_parents && errno == EEXIST && lstat(path, &status) == 0 && S_ISDIR(status.st_mode))) {
         LOG_M("Cannot create directory `%s'", path);
         return -1;
