@@ -1,5 +1,4 @@
-// The modes of what the daemon makes, with the umask 0 of its later life: at no moment wider than they are
-// meant.
+// The modes of what the daemon makes, with the umask 0 of its later life: at no moment wider than intended.
 #include <fcntl.h>
 #include <sys/socket.h>
 

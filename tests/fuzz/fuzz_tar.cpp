@@ -108,12 +108,12 @@ std::set<std::string> take_tree(const std::string& archive) {
         const bool is_file = S_ISREG(status.st_mode);
         require(!is_link || links.count(fs::read_symlink(path)) == 1);
         require(!is_file || archive.find(bytes_of(path.c_str())) != std::string::npos);
-        // The writer leaves out links, sockets and long names, and has no room for all owners and times.
+        // The writer leaves out links, sockets and long names, has no room for all owners, and 32 bits for
+        // times.
         if (!is_link && !S_ISSOCK(status.st_mode) && path.string().size() < sizeof ustar_header::name) {
-            const bool has_room = status.st_mtime >> 39 == 0;
             tree.insert(path.string() + " " + std::to_string(status.st_mode) + " " +
                         std::to_string(is_file ? status.st_size : 0) + " " +
-                        std::to_string(has_room ? status.st_mtime % (1LL << 33) : 0));
+                        std::to_string(static_cast<uint32_t>(status.st_mtime)));
         }
     }
     for (const fs::path& path : fs::directory_iterator(".")) {
