@@ -117,13 +117,13 @@ TEST_P(Threads, DumpAtOnce) {
     const bool commercial = GetParam();
     const int count = commercial && !SANITIZED ? 50 : 8;
     LogCapture log;
-    setenv("TZ", "UTC", 1);  // otherwise tzset frees memory under a lock of its own, which no checker sees
-    ASSERT_EQ(0, chdir("/data"));
+    ASSERT_EQ(0, chdir("/data") | setenv("TZ", "UTC", 1));  // else tzset frees under a lock of its own
     output_of(
         "m=ruvo_logs/memorydump/m; mkdir -p $m kvdx_logs/charge_monitor splash2 tombstones android_logs;"
         "touch -d @1 $m/hifi3.bin $m/zc8830_reg.bin kvdx_logs/charge_monitor/a splash2/recovery_log"
         " tombstones/b android_logs/charge-log $m");
     phone_do({"image", "image\n"});
+    phone_do({"names", "dsm_tp", "panel", "ofl", "syn"});
     bring_up(section_text("listen", "dsm_tp", "num_triggers 1\n" + trigger(LISTEN_ERROR, "dsm_tp+0")) +
                  section_text("poll", "dsm_tp",
                               "sampling_period 20\nnum_triggers 1\n" + trigger(POLL_STATE, "dsm_tp+0")),

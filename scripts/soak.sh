@@ -1,0 +1,19 @@
+#!/usr/bin/env bash
+# Puts the daemon under load: errors of all its clients at once, on a debug and on a commercial build, each in a
+# phone of its own. Every report must arrive once and whole; descriptors, memory and archives must stay bounded.
+# Takes the numbers of reports and the seconds that each build may take.
+set -eu
+cd -- "$(dirname -- "$(realpath -- "$0")")/.."
+scripts/setup.sh
+
+debug_reports=${1:-10000} commercial_reports=${2:-100000} limit=${3:-700}
+mkdir -p build
+echo "soak: building build/soak"
+{ cmake -S . -B build/soak -G Ninja -DCMAKE_BUILD_TYPE=Release &&
+  cmake --build build/soak -j "$(nproc)" --target dmd phone soak; } > build/soak.log 2>&1 || { tail -40 build/soak.log; exit 1; }
+for build in "--debug-build:$debug_reports" "--commercial:$commercial_reports"; do
+  options=()
+  [ "${build%:*}" = --debug-build ] || options=(--commercial)
+  build/soak/phone run "${build%:*}" -- build/soak/soak --reports "${build#*:}" --seconds "$limit" "${options[@]}"
+done
+echo "soak: all checks passed"
