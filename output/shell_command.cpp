@@ -9,9 +9,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 
 #include "daemon/log.h"
@@ -24,6 +26,11 @@ constexpr int STATUS_NO_SHELL = 127;
 
 // Write permission for the owner only, though the daemon's own umask is 0 from its first upload on.
 constexpr mode_t COMMAND_UMASK = 022;
+
+bool is_plain(char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' ||
+           c == '_' || c == '-';
+}
 
 // Gives SIGCHLD its default disposition while any thread runs a command; what it was comes back after the
 // last.
@@ -156,15 +163,12 @@ int run_command(const char* command) {
 }
 
 bool is_plain_name(const char* name) {
-    for (; *name != '\0'; ++name) {
-        const char c = *name;
-        const bool plain = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
-                           c == '.' || c == '_' || c == '-';
-        if (!plain) {
-            return false;
-        }
-    }
-    return true;
+    return std::all_of(name, name + strlen(name), is_plain);
+}
+
+void make_plain_name(char* name) {
+    std::replace_if(
+        name, name + strlen(name), [](char c) { return !is_plain(c); }, '_');
 }
 
 CommandOutput::CommandOutput(const char* command) : command_(command) {

@@ -20,6 +20,9 @@ int run_command(const char* command);
 // Whether a file name consists of letters, digits, '.', '_' and '-' only, so that no shell interprets it.
 bool is_plain_name(const char* name);
 
+// Puts '_' in place of every other character of a name.
+void make_plain_name(char* name);
+
 // A command whose standard output is read, as through `popen`. It has ended when this is destroyed.
 class CommandOutput {
   public:

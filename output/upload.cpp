@@ -10,6 +10,7 @@
 
 #include "daemon/log.h"
 #include "output/output_dir.h"
+#include "output/shell_command.h"
 #include "platform/owned.h"
 #include "platform/text.h"
 
@@ -55,6 +56,8 @@ void dmd_file_upload(const char* file_path, const dmd_error_info* info) {
         LOG_M("tag write failed!");
         return;
     }
+    // The name is a driver's text, and the service that takes the request may give it to a shell.
+    make_plain_name(tag);
     char command[COMMAND_SIZE];
     format_text(command, sizeof command, "archive -i %s -d %s ", file_path, DESCRIPTION_PATH);
     append_text(command, sizeof command, "-o %04d%02d%02d%02d%02d%02d_%s ", when.tm_year + 1900,

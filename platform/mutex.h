@@ -4,7 +4,7 @@
 // then the registry's lock (briefly, for a lookup), then one client's lock, then the output lock or the
 // compress lock, then the lock of the dumps in progress, then one of those under which nothing else is taken:
 // of the clients' names, of the standalone dumps' names, of the archive writer's lookups, of SIGCHLD's
-// disposition.
+// disposition. The listen server's list lock is never held with another.
 #pragma once
 
 #include <pthread.h>

@@ -149,6 +149,7 @@ TEST(Upload, DescribesTheErrorAndFilesTheRequest) {
         {"tpdev", 20834, "20834", "DMD-tpdev"},
         {"twenty_characters_xx", 7, "    7", "DMD-twenty_char"},
         {"", 1234567, "1234567", "DMD-"},
+        {"a b;`c`\n$d", 8, "    8", "DMD-a_b__c___d"},
     };
     std::string expected_log;
     for (const auto& c : cases) {
