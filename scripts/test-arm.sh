@@ -16,8 +16,8 @@ flock -n 9 || { echo "test-arm: another run of this checkout is at work" >&2; ex
 
 # Packages for the emulated machine: the kernel, the programs that the tests run, and the libraries. What they
 # depend on comes with them; what only an installed system needs is not unpacked.
-packages="linux-image-armmp libstdc++6 libfuse3-dev libgtest-dev libcli11-dev bash bsdutils cmake coreutils dash diffutils
-  findutils grep gzip libarchive-tools mawk mount passwd procps sed tar util-linux"
+packages="linux-image-armmp libstdc++6 libfuse3-dev libgtest-dev libcli11-dev bash bsdutils cmake coreutils
+  dash diffutils findutils grep gzip libarchive-tools mawk mount passwd procps sed tar util-linux"
 left_out='^(debconf|initramfs-tools.*|klibc-utils|libc-dev-bin|libc6-dev|libicu-dev|libperl.*|linux-base|linux-libc-dev|perl.*|udev|usrmerge)_'
 
 fetch_packages() {
