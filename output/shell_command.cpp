@@ -72,17 +72,28 @@ void close_descriptors() {
     }
 }
 
+void unblock(int signal_number) {
+    sigset_t this_one;
+    sigemptyset(&this_one);
+    sigaddset(&this_one, signal_number);
+    sigprocmask(SIG_UNBLOCK, &this_one, nullptr);
+}
+
 // Ends the calling process by a signal whose default is to end it.
 [[noreturn]] void end_by(int signal_number) {
     const rlimit no_core = {0, 0};
     setrlimit(RLIMIT_CORE, &no_core);
     signal(signal_number, SIG_DFL);
-    sigset_t this_one;
-    sigemptyset(&this_one);
-    sigaddset(&this_one, signal_number);
-    sigprocmask(SIG_UNBLOCK, &this_one, nullptr);
+    unblock(signal_number);
     kill(getpid(), signal_number);
     _Exit(STATUS_NO_SHELL);
+}
+
+pid_t led_shell;  // of this process, when it leads one; its group has the same number
+
+void end_at_limit(int) {
+    kill(-led_shell, SIGKILL);
+    end_by(SIGALRM);
 }
 
 // What the daemon's child does: runs the shell, waits for it as long as it may take, and ends as it ended. It
@@ -93,35 +104,25 @@ void close_descriptors() {
         dup2(output, STDOUT_FILENO);
     }
     close_descriptors();
-    struct sigaction ends_only = {};
-    ends_only.sa_handler = SIG_DFL;
-    ends_only.sa_flags = SA_NOCLDSTOP;
-    sigaction(SIGCHLD, &ends_only, nullptr);
-    sigset_t child_ended;
-    sigset_t usual;
-    sigemptyset(&child_ended);
-    sigaddset(&child_ended, SIGCHLD);
-    sigprocmask(SIG_BLOCK, &child_ended, &usual);
-    const pid_t shell = fork();
-    if (shell == 0) {
-        sigprocmask(SIG_SETMASK, &usual, nullptr);
+    signal(SIGCHLD, SIG_DFL);
+    led_shell = fork();
+    if (led_shell == 0) {
         setpgid(0, 0);
         umask(COMMAND_UMASK);
         execl(_PATH_BSHELL, "sh", "-c", command, static_cast<char*>(nullptr));
         _Exit(STATUS_NO_SHELL);
     }
-    if (shell < 0) {
+    if (led_shell < 0) {
         _Exit(STATUS_NO_SHELL);
     }
-    setpgid(shell, shell);  // here too: the limit may come before the shell has run
+    setpgid(led_shell, led_shell);  // here too: the limit may come before the shell has run
+    signal(SIGALRM, end_at_limit);
+    unblock(SIGALRM);
+    alarm(COMMAND_LIMIT_SECONDS);
     int status = 0;
-    while (waitpid(shell, &status, WNOHANG) == 0) {
-        const timespec limit = {COMMAND_LIMIT_SECONDS, 0};
-        if (sigtimedwait(&child_ended, nullptr, &limit) < 0 && errno == EAGAIN) {
-            kill(-shell, SIGKILL);
-            end_by(SIGALRM);
-        }
+    while (waitpid(led_shell, &status, 0) < 0 && errno == EINTR) {
     }
+    alarm(0);
     if (WIFSIGNALED(status)) {
         end_by(WTERMSIG(status));
     }

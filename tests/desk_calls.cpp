@@ -3,6 +3,7 @@
 #include <signal.h>
 #include <sys/select.h>
 #include <sys/syscall.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -80,12 +81,15 @@ extern "C" int select(int count, fd_set* reads, fd_set* writes, fd_set* exceptio
     return ready;
 }
 
-// The wait for the end of a command.
-extern "C" int sigtimedwait(const sigset_t* set, siginfo_t* info, const timespec* limit) {
-    const int milliseconds = command_limit_ms.load();
-    const timespec shorter = {milliseconds / 1000, milliseconds % 1000 * 1000000L};
-    const timespec wait = milliseconds > 0 ? shorter : *limit;
-    return static_cast<int>(syscall(SYS_rt_sigtimedwait, set, info, &wait, _NSIG / 8));
+// The limit of a command.
+extern "C" unsigned int alarm(unsigned int seconds) {
+    const int milliseconds = seconds > 0 ? command_limit_ms.load() : 0;
+    itimerval limit = {};
+    limit.it_value.tv_sec = milliseconds > 0 ? milliseconds / 1000 : seconds;
+    limit.it_value.tv_usec = milliseconds % 1000 * 1000L;
+    itimerval before = {};
+    setitimer(ITIMER_REAL, &limit, &before);
+    return static_cast<unsigned int>(before.it_value.tv_sec);
 }
 
 extern "C" int fsync(int fd) {
