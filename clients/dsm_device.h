@@ -22,7 +22,10 @@ constexpr unsigned int DSM_IOCTL_GET_ERROR = _IOWR('x', 0xf4, char[DSM_ARGUMENT_
 constexpr unsigned int DSM_IOCTL_GET_DEVICE_NAME = _IOWR('x', 0xf5, char[DSM_ARGUMENT_SIZE]);  // out: text
 constexpr unsigned int DSM_IOCTL_GET_MODULE_NAME = _IOWR('x', 0xf6, char[DSM_ARGUMENT_SIZE]);  // out: text
 constexpr unsigned int DSM_IOCTL_GET_IC_NAME = _IOWR('x', 0xf7, char[DSM_ARGUMENT_SIZE]);      // out: text
-static_assert(DSM_IOCTL_BIND == 0xc02078f1 && DSM_IOCTL_GET_IC_NAME == 0xc02078f7,
+static_assert(DSM_IOCTL_BIND == 0xc02078f1 && DSM_IOCTL_GET_STATE == 0xc02078f2 &&
+                  DSM_IOCTL_FORCE_DUMP == 0xc02078f3 && DSM_IOCTL_GET_ERROR == 0xc02078f4 &&
+                  DSM_IOCTL_GET_DEVICE_NAME == 0xc02078f5 && DSM_IOCTL_GET_MODULE_NAME == 0xc02078f6 &&
+                  DSM_IOCTL_GET_IC_NAME == 0xc02078f7,
               "the request codes are the driver's");
 
 // Issues a request. Returns what ioctl returned: 0 on success.

@@ -110,11 +110,14 @@ int recursive_action(const char* path, int recurse, int follow_links, int depth_
     // All names are read before the first is walked: a stream held open on each level would let a deep tree
     // take every descriptor from the rest of the daemon.
     UniqueDir directory = open_directory(path, follow_links);
+    NameList names;
+    int result = directory != nullptr && read_names(directory.get(), &names);
+    if (result == 0) {
+        LOG_M("%s: not all of its entries can be read - %s", path, strerror(errno));
+    }
     if (directory == nullptr) {
         return 0;
     }
-    NameList names;
-    int result = read_names(directory.get(), &names);
     directory.reset();
     for (size_t at = 0; at < names.used; at += strlen(names.text.get() + at) + 1) {
         const UniqueText child(concat_path_file(path, names.text.get() + at));

@@ -38,8 +38,8 @@ const char* path_fault(const char* name);
 // directories on its way are missing, they are made.
 
 // Reads past the member's data and, with `extract`, makes the file, where nothing has its name. Returns 1, or
-// 0 when the data ended early or the file could not be made whole. Unless the archive ends, it is read up to
-// the next header in any case.
+// 0 when the data ended early or the file could not be made whole. Unless the archive ends or cannot be read,
+// it is read up to the next header in any case.
 int tar_extract_regular_file(const TarMember& member, int extract);
 
 // Makes the link in the place of what has its name. Its target is looked up below the current directory, like

@@ -33,7 +33,7 @@ constexpr int COPY_SIZE = 1024;
 
 // The largest size in bytes that the size field tells truly: eleven octal digits.
 constexpr uint64_t MAX_MEMBER_SIZE = 077777777777;
-static_assert(sizeof(off_t) == sizeof(uint64_t), "files of any size are seen, on a 32-bit phone too");
+static_assert(sizeof(stat::st_size) == 8 && sizeof(stat::st_ino) == 8, "as wide on a 32-bit phone");
 
 // Zero bytes for paddings and for the end of the archive.
 constexpr char ZEROS[COPY_SIZE] = {};
@@ -251,6 +251,8 @@ int write_file_to_tarball(const char* path, const struct stat* status, tb_info* 
     if (!written) {
         cut_archive(info, start);
         info->hard_links.drop_down_to(earlier_links);
+    } else if (!intact) {
+        LOG_M("%s: shorter than its size, or unreadable; zeros stand in", path);
     }
     return written && intact;
 }
