@@ -42,7 +42,7 @@ off_t find_latest_record(const char* name) REQUIRES(output_lock) {
         LOG_M_AS(name, "unable to open %s -%s\n", DMD_LOG_DIR, strerror(errno));
         return 0;
     }
-    unsigned long latest_time = 0;
+    timespec latest = {};
     off_t latest_size = 0;
     while (const dirent* const entry = readdir(dir.get())) {
         int index;
@@ -57,14 +57,14 @@ off_t find_latest_record(const char* name) REQUIRES(output_lock) {
             continue;
         }
         const auto time = static_cast<unsigned long>(status.st_mtime);
-        if (time > latest_time) {
+        if (is_later(status.st_mtim, latest)) {
             LOG_D_AS(name, "the lastest file name %s, time %lu\n", entry->d_name, time);
             record.index = index;
-            latest_time = time;
+            latest = status.st_mtim;
             latest_size = status.st_size;
         } else {
             LOG_D_AS(name, "file %s time %lu not the lastest file, lastest file index %d time %lu\n",
-                     entry->d_name, time, record.index, latest_time);
+                     entry->d_name, time, record.index, static_cast<unsigned long>(latest.tv_sec));
         }
     }
     return latest_size;

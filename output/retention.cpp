@@ -37,7 +37,7 @@ int remove_by_command(const char* path) {
 struct archive_survey {
     unsigned long long total_bytes = 0;
     char oldest_stem[STEM_LENGTH + 1] = "";
-    unsigned long oldest_time = 0;
+    timespec oldest_time = {};
     bool oldest_known = false;
 };
 
@@ -86,15 +86,15 @@ void survey_entry(const char* name, const char* entry, archive_survey* survey) {
     const auto time = static_cast<unsigned long>(status.st_mtime);
     survey->total_bytes += static_cast<unsigned long long>(status.st_size);
     LOG_D_AS(name, "dump file - %s, file size %d, time %lu, del time %lu\n", path,
-             static_cast<int>(status.st_size), time, survey->oldest_time);
-    if (survey->oldest_known && time >= survey->oldest_time) {
+             static_cast<int>(status.st_size), time, static_cast<unsigned long>(survey->oldest_time.tv_sec));
+    if (survey->oldest_known && !is_later(survey->oldest_time, status.st_mtim)) {
         return;
     }
     if (survey->oldest_known) {
         LOG_D_AS(name, "the older dump %s, time %lu\n", entry, time);
     }
     copy_text(survey->oldest_stem, stem);
-    survey->oldest_time = time;
+    survey->oldest_time = status.st_mtim;
     survey->oldest_known = true;
 }
 

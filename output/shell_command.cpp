@@ -119,10 +119,15 @@ void end_at_limit(int) {
     signal(SIGALRM, end_at_limit);
     unblock(SIGALRM);
     alarm(COMMAND_LIMIT_SECONDS);
-    int status = 0;
-    while (waitpid(led_shell, &status, 0) < 0 && errno == EINTR) {
+    siginfo_t ended;
+    while (waitid(P_PID, static_cast<id_t>(led_shell), &ended, WEXITED | WNOWAIT) < 0 && errno == EINTR) {
     }
     alarm(0);
+    // What the command left running would hold its output open. The shell, not yet waited for, keeps its
+    // number.
+    kill(-led_shell, SIGKILL);
+    int status = 0;
+    waitpid(led_shell, &status, 0);
     if (WIFSIGNALED(status)) {
         end_by(WTERMSIG(status));
     }

@@ -212,7 +212,7 @@ TEST(CommandServer, ConnectionsLeaveTheReportsTheirDescriptors) {
     struct {
         rlim_t limit;
         int first_free;  // all descriptors below are taken
-    } const cases[] = {{200, 130}, {4096, FD_SETSIZE - 3}};
+    } const cases[] = {{300, 140}, {4096, FD_SETSIZE - 3}};
     LogCapture log;
     start_serving();
     for (const auto& c : cases) {

@@ -245,8 +245,8 @@ TEST_P(FaultsOn, WithoutDirectoryOrCommands) {
     output_of("cp /system/bin/top /data");
     for (const std::string command : {"top", "rm", "gzip"}) {
         const std::string file = "/system/bin/" + command;
-        for (const std::string fault : {"exit 1", "kill -9 $$", "sleep 1000; exit"}) {
-            const bool hangs = fault[0] == 's' && (command != "gzip" || !commercial);
+        for (const std::string fault : {"sleep 1000 & exit 1", "kill -9 $$", "sleep 1000; exit"}) {
+            const bool hangs = fault.back() == 't' && (command != "gzip" || !commercial);
             limit_commands(hangs ? 200 : 0);
             check("printf '#!/bin/sh\\n" + fault + "' >" + file + "; chmod 755 " + file, 2,
                   hangs ? "killed after" : "", "cd /system/bin; rm -f gzip rm; cp -p /data/top .");

@@ -57,8 +57,8 @@ struct stat status_of(const std::string& path) {
     return status;
 }
 
-void set_file_time(const std::string& path, time_t seconds) {
-    const timespec times[2] = {{seconds, 0}, {seconds, 0}};
+void set_file_time(const std::string& path, time_t seconds, long nanoseconds) {
+    const timespec times[2] = {{seconds, nanoseconds}, {seconds, nanoseconds}};
     ASSERT_EQ(0, utimensat(AT_FDCWD, path.c_str(), times, 0)) << path;
 }
 
@@ -84,7 +84,7 @@ void make_output_files(const std::vector<output_file>& files) {
     for (const output_file& file : files) {
         const std::string path = std::string(LOG_DIR) + "/" + file.name;
         make_sparse_file(path, file.size);
-        set_file_time(path, file.time);
+        set_file_time(path, file.time, file.nanoseconds);
     }
 }
 

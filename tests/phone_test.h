@@ -24,7 +24,7 @@ void write_file(const std::string& path, const std::string& content);
 std::string read_file(const std::string& path);
 bool exists(const std::string& path);
 struct stat status_of(const std::string& path);
-void set_file_time(const std::string& path, time_t seconds);
+void set_file_time(const std::string& path, time_t seconds, long nanoseconds = 0);
 // Names in a directory, sorted; none when there is no such directory.
 std::vector<std::string> names_in(const std::string& directory);
 // Creates a file that has the size but takes no room.
@@ -35,6 +35,7 @@ struct output_file {
     std::string name;
     off_t size;
     time_t time;
+    long nanoseconds = 0;
 };
 void make_output_files(const std::vector<output_file>& files);
 

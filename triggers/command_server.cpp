@@ -14,6 +14,7 @@
 #include <cstring>
 #include <iterator>
 
+#include "clients/client_table.h"
 #include "clients/dispatch.h"
 #include "clients/registry.h"
 #include "daemon/log.h"
@@ -27,8 +28,9 @@ namespace {
 constexpr int SETUP_FAILED = -22;
 constexpr mode_t SOCKET_MODE = 0660;
 constexpr int BACKLOG = 10;
-// Descriptors that the reports of all threads may need at a time, and some to spare.
-constexpr rlim_t RESERVED_DESCRIPTORS = 64;
+// Descriptors that the two servers may still have to bind to all clients, and those that the reports of all
+// threads may need at a time.
+constexpr rlim_t RESERVED_DESCRIPTORS = 2 * CLIENT_TABLE_ROWS + 64;
 constexpr int FORCE_DUMP_SLOT = 0;
 
 #ifndef SO_PASSRIGHTS
