@@ -21,6 +21,9 @@ constexpr unsigned int HEAD_OTHER_RECORD = 0x40000;
 
 constexpr char PROCESS_COMMAND[] = "top -m 5 -n 1";
 
+// Bytes of the command's output after which no more is read: one that never ends must not fill the disk.
+constexpr int PROCESS_OUTPUT_MAX = 256 * 1024;
+
 int bytes_written(ssize_t result) {
     return result > 0 ? static_cast<int>(result) : 0;
 }
@@ -35,7 +38,7 @@ void process_stat_write(int fd) {
     }
     int total = 0;
     char piece[HEAD_SIZE];
-    while (fgets(piece, sizeof piece, output.stream()) != nullptr) {
+    while (total < PROCESS_OUTPUT_MAX && fgets(piece, sizeof piece, output.stream()) != nullptr) {
         if (piece[0] == '\n') {
             continue;
         }

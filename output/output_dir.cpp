@@ -22,8 +22,9 @@ constexpr int MIN_COMMAND_WORDS = 3;
 // Opens the file and sets its mode; the descriptor, or -1 after a message, errno telling why.
 int open_with_mode(const char* path, int flags) {
     constexpr char name[] = "open_output_file";
-    // Commands that the daemon runs must not inherit its files.
-    UniqueFd fd(open(path, flags | O_CLOEXEC, FILE_MODE));
+    // Commands that the daemon runs must not inherit its files. O_NONBLOCK: a FIFO in the file's place has
+    // nobody wait for its reader.
+    UniqueFd fd(open(path, flags | O_NONBLOCK | O_CLOEXEC, FILE_MODE));
     int reason;
     if (!fd.valid()) {
         reason = errno;

@@ -27,7 +27,9 @@ constexpr size_t TAG_SIZE = 16;
 
 bool write_apr_upload_info(const dmd_error_info* info) {
     umask(0);  // for the rest of the daemon's life: its files get exactly the modes given at creation
-    const UniqueFd file(open(DESCRIPTION_PATH, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, DESCRIPTION_MODE));
+    // O_NONBLOCK, as for the other output files.
+    const UniqueFd file(
+        open(DESCRIPTION_PATH, O_WRONLY | O_CREAT | O_TRUNC | O_NONBLOCK | O_CLOEXEC, DESCRIPTION_MODE));
     if (!file.valid()) {
         LOG_M("can't open the file %s.error:%s.", DESCRIPTION_PATH, strerror(errno));
         return false;

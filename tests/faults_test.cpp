@@ -242,6 +242,9 @@ TEST_P(FaultsOn, WithoutDirectoryOrCommands) {
     check("rm -r " + dir, 1, "dmd_record_0.txt's information failed", ":");
     check("rm -r " + dir + "; touch " + dir, 0, "unable to open " + dir + " -Not a directory", "rm " + dir);
     check("mount -B . .; mount -o remount,bind,ro " + dir, 2, "Read-only file system", "umount " + dir);
+    check("cp -p dmd_record_0.txt x; mv x dmd_record_0.txt", 2, "dmd_record_0.txt is another file now", ":");
+    check("rm apr_info.txt; mkfifo apr_info.txt", 2, "apr_info.txt.error:No such device",
+          "rm " + dir + "/apr_info.txt");
     output_of("cp /system/bin/top /data");
     for (const std::string command : {"top", "rm", "gzip"}) {
         const std::string file = "/system/bin/" + command;

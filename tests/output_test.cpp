@@ -42,6 +42,8 @@ TEST(OutputDir, FailuresAreLogged) {
     EXPECT_EQ(-1, open_output_file(nullptr, O_WRONLY));
     EXPECT_EQ(-1, open_output_file("/data/none/f", O_WRONLY | O_CREAT));
     EXPECT_TRUE(log.has("[M/open_output_file] unable to open /data/none/f - No such file or directory"));
+    ASSERT_EQ(0, mkfifo("/data/fifo", 0600));
+    EXPECT_EQ(-1, open_output_file("/data/fifo", O_WRONLY)) << "must not wait for a reader";
     write_file("/data/kvdx_logs", "in the way");
     EXPECT_EQ(-1, mkdir_parent());
     EXPECT_TRUE(log.has("[M/mkdir_parent] mkdir /data/kvdx_logs/dmd_log - Not a directory"));
