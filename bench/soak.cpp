@@ -316,7 +316,7 @@ void run(int count, clock::time_point end, int wanted, const Usage* idle) {
 
 }  // namespace
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv) try {
     int reports = 10000, limit = 700;
     CLI::App app("Puts the daemon under load, in a phone: phone run -- soak", "soak");
     app.add_option("--reports", reports, "Reports of all clients together")->check(CLI::PositiveNumber);
@@ -384,4 +384,7 @@ int main(int argc, char** argv) {
     check(after.threads == (commercial ? 4 : 5), to_string(after.threads) + " threads are alive");
     check(after.descriptors == before.descriptors, "descriptors stay open");
     check(after.own - before.own < MEMORY_GROWTH_KIB, "memory has grown");
+} catch (const std::exception& problem) {
+    fprintf(stderr, "\nsoak: FAILED: %s\n", problem.what());
+    _exit(1);
 }
