@@ -39,6 +39,7 @@ static void sweep(const std::string& expected, Operation operation) {
         failing = std::max(n, 0);
         std::string result = " " + std::to_string(operation());
         unused = std::exchange(failing, 0);
+        EXPECT_FALSE(log.has("dmd_tar_cmd") && log.has("(null)"));
         result += log.has("alloc") || log.has("Cannot create") || log.has("out of memory") ? "! " : " ";
         std::string& known = results[n > 0 && unused == 0];
         known += known.find(result) == known.npos ? result : "";
@@ -52,7 +53,9 @@ static void sweep_dump(const std::string& expected, const std::string& dump) {
     sweep(expected, [client = dump.substr(0, dump.size() - 1), slot = dump.back() - '0'] {
         static int error_no = 43000;  // archives are named after it
         report_error(client, ++error_no, "text");
+        const std::string handed = phone_do({"handed", client});
         const int result = dmd_dump_error(get_client_by_name(client.c_str()), error_no, slot, "on");
+        EXPECT_TRUE(result != -1 || phone_do({"handed", client}) == handed) << "the driver keeps it";
         return 10 * result + count_of(read_file(RECORD), "[Error no]:" + std::to_string(error_no));
     });
 }
@@ -81,6 +84,9 @@ TEST(Allocation, MayFailOnADebugBuild) {
     };
     sweep(" 0 : -1!  0 ", [&] { return force(0); });
     sweep(" 0 : -1! ", [&] { return std::vector{force(1), force(1), force(2)}[1]; });
+    output_of(
+        "cd /data; mkdir -p ruvo_logs; cd ruvo_logs; mkdir -p memorydump/m hifi_log/m; cd memorydump/m;"
+        "touch hifi3.bin zc8830_reg.bin ../../hifi_log/m/hifi.log");
     for (const std::string part : {"tp0", "charger0", "recovery0", "apcp0", "charge_monitor0", "anc_hs0",
                                    "audio4", "audio5", "audio6"}) {
         sweep_dump(" 1 : -10!  1 ", "dsm_" + part);

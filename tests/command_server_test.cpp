@@ -238,6 +238,8 @@ TEST(CommandServer, ConnectionsLeaveTheReportsTheirDescriptors) {
         } while (!log.has("no room for a client"));
         EXPECT_TRUE(is_closed(connections.back()));
         EXPECT_GT(connections.size(), 1U) << "those that fit are served";
+        EXPECT_LE(connections.back().get(), static_cast<int>(c.limit) - 150)
+            << "two servers' clients, and reports";
         taken.clear();
         const UniqueFd later = connect_to_commands();
         EXPECT_TRUE(is_served(log, later, static_cast<int>(c.limit)));

@@ -5,6 +5,7 @@
 #include "output/compressed_dump.h"
 #include "output/record.h"
 #include "tests/bring_up.h"
+#include "tests/desk_calls.h"
 
 TEST(CompressedDump, KeepsWhatItIsGiven) {
     setenv("TZ", "XXX-1", 1);
@@ -16,7 +17,8 @@ TEST(CompressedDump, KeepsWhatItIsGiven) {
     const std::string no_room = "no room in the archive command for /data/b";
     // Between two paths of 7 characters, it makes the longest list that the command's 767 characters hold.
     const std::string gap(767 - ("dmd_tar -cf " + stem + ".tar ").size() - 14, ' ');
-    const std::string commercial = "rmdir $PWD; echo 0 >/dev/__properties__/persist.sys.qelvan.debug.on";
+    const std::string commercial =
+        "umount -l $PWD; rmdir $PWD; echo 0 >/dev/__properties__/persist.sys.qelvan.debug.on";
     // What is done in the output directory; dump and type; result, mode and content of what is kept, a
     // message.
     const std::tuple<std::string, std::string, int, int, std::string, std::string> cases[] = {
@@ -31,6 +33,7 @@ TEST(CompressedDump, KeepsWhatItIsGiven) {
         {":", "/data/a " + gap + "/data/b", 0, 1, "644\nA", no_room},
         {":", gap + "       /data/a /data/b", 0, 1, "644\nA", no_room},
         {"mkdir " + stem + ".tar", "/data/a", 0, -13, "", "dmd tar file failed."},
+        {"mount -t tmpfs -o size=8k none $PWD", std::string(9000, 'x'), 1, 0, "", "the dump in "},
         {commercial, bytes, 1, -1, "", "Ignored any appended dump action on commercial version product!"},
     };
     for (const auto& [before, buf, type, result, kept, message] : cases) {
@@ -39,7 +42,10 @@ TEST(CompressedDump, KeepsWhatItIsGiven) {
         write_file("/dev/log/exception", "");
         umask(077);
         const LogCapture log;
+        const int synced = files_synced();
         EXPECT_EQ(result, dmd_compress_output(buf.data(), static_cast<int>(buf.size()), &info, type));
+        EXPECT_TRUE(kept.empty() || files_synced() - synced == (type == DUMP_PATHS ? 1 : 2))
+            << "dump, description";
         EXPECT_EQ(!message.empty(), log.has("[M/dmd_compress_output] " + message));
         const std::string gz = stem + (type == DUMP_PATHS ? ".tar.gz" : ".txt.gz");
         const std::string unpack = "stat -c %a " + gz + "; gzip -dc " + gz + (type == 0 ? " | tar xO" : "");

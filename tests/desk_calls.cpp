@@ -74,7 +74,10 @@ extern "C" int select(int count, fd_set* reads, fd_set* writes, fd_set* exceptio
     if (limit != nullptr) {
         wait.tv_nsec = limit->tv_sec * 1000000L;
     }
-    const int ready = pselect(count, reads, writes, exceptions, limit != nullptr ? &wait : nullptr, nullptr);
+    std::unique_lock<std::mutex> lock(gate().mutex);
+    const bool timed = limit != nullptr && !gate().closed;
+    lock.unlock();
+    const int ready = pselect(count, reads, writes, exceptions, timed ? &wait : nullptr, nullptr);
     if (limit != nullptr && ready == 0) {
         slept += static_cast<unsigned int>(limit->tv_sec);
     }

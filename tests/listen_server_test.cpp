@@ -153,6 +153,7 @@ TEST(ListenServer, AStuckClientDelaysNoOther) {
     ASSERT_TRUE(log.wait_for("dsm_tp has error (7) reported", 3));
     const int passes = log.count("Enter select");
     EXPECT_GE(seconds_slept(), static_cast<unsigned int>(passes) - 2);
+    hold_sleeps();
     report_error("dsm_key", 1, "key");
     EXPECT_TRUE(wait_until([] { return count_of(read_file(RECORD), "[Content]:\nkey") == 1; }));
 }

@@ -1,6 +1,7 @@
 // The modes of what the daemon makes, with the umask 0 of its later life: at no moment wider than intended.
 #include <fcntl.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <map>
 
@@ -20,10 +21,18 @@ static void look_at(const char* path) {
         seen[path] |= status.st_mode & 07777;
     }
 }
-extern "C" int __real_chmod(const char*, mode_t), __real_bind(int, const sockaddr*, socklen_t);
+extern "C" int __real_chmod(const char*, mode_t), __real_fchmod(int, mode_t),
+    __real_bind(int, const sockaddr*, socklen_t);
 extern "C" int __wrap_chmod(const char* path, mode_t mode) {
     look_at(path);
     return __real_chmod(path, mode);
+}
+extern "C" int __wrap_fchmod(int fd, mode_t mode) {
+    char path[100] = {};  // of a socket it is none
+    static_cast<void>(
+        !readlink(("/.phone/proc/self/fd/" + std::to_string(fd)).c_str(), path, sizeof path - 1));
+    look_at(path);
+    return __real_fchmod(fd, mode);
 }
 extern "C" int __wrap_bind(int socket, const sockaddr* address, socklen_t size) {
     const int result = __real_bind(socket, address, size);

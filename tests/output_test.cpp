@@ -75,6 +75,11 @@ TEST(Commands, AreSplitAndRun) {
     signal(SIGCHLD, SIG_IGN);
     const LogCapture log;
     EXPECT_EQ(3, WEXITSTATUS(secure_system("exit 3")));
+    EXPECT_EQ(SIGTERM, WTERMSIG(secure_system("kill $$")));
+    EXPECT_EQ(0, secure_system("exec grep -q '^SigBlk:.0*$' /.phone/proc/self/status"));
+    const UniqueFd held(open("/dev/null", O_RDONLY | O_CLOEXEC));
+    EXPECT_EQ(0, secure_system("test $(ls /.phone/proc/$PPID/fd | wc -l) -le 3"))
+        << "the daemon's are closed";
     EXPECT_EQ(SIG_IGN, signal(SIGCHLD, SIG_DFL));
     EXPECT_TRUE(log.has("[M/secure_system] system cmd_line:exit 3."));
 }
@@ -91,7 +96,7 @@ TEST(Retention, KeepsArchivesWithinTheirBound) {
         {"one byte more: the oldest goes, and only that",
          {{"dmd_dump_20001_000000.tar.gz", 5 * MIB + 1, 300},
           {"dmd_dump_20002_000000.txt.gz", 5 * MIB, 100},
-          {"dmd_dump_-0003_000000.tar.gz", 5 * MIB, 200}},
+          {"dmd_dump_-0003_000000.tar.gz", 0, 200}},
          {"dmd_dump_-0003_000000.tar.gz", "dmd_dump_20001_000000.tar.gz"}},
         {"of one second the oldest too",
          {{"dmd_dump_20001_000000.tar.gz", 5 * MIB, 100, 2},
@@ -115,8 +120,10 @@ TEST(Retention, KeepsArchivesWithinTheirBound) {
         ASSERT_EQ(0, mkdir_parent());
         make_output_files(c.files);
         const LogCapture log;
+        const int descriptors = open_descriptors("self");
         EXPECT_EQ(0, check_compress_file()) << c.what;
         EXPECT_EQ(c.left, names_in(LOG_DIR)) << c.what;
+        EXPECT_EQ(descriptors, open_descriptors("self"));
     }
 }
 

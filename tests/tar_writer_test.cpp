@@ -85,6 +85,7 @@ TEST(TarWriter, GoesOnBehindWhatItCannotArchive) {
         {"/data/t/a.tar", 1, "", self},
     };
     archive_paths("/data/t/a.tar", {"/data/t/good"});
+    const int descriptors = open_descriptors("self");
     for (const auto& c : cases) {
         log.clear();
         EXPECT_EQ(c.result, archive_paths("/data/t/a.tar", {c.path, "/data/t/good"})) << c.path;
@@ -103,6 +104,7 @@ TEST(TarWriter, GoesOnBehindWhatItCannotArchive) {
     EXPECT_TRUE(log.has("[M/write_tar_file] Error opening '/data/fifo'stderr:No such device or address."));
     const UniqueFd reader(open("/data/fifo", O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     EXPECT_EQ(-13, archive_paths("/data/fifo", {"/data/t"})) << "nor for one that stops reading";
+    EXPECT_EQ(descriptors + 1, open_descriptors("self"));
 }
 
 // What happens between a file's status and its data, in one archive.
@@ -141,6 +143,7 @@ TEST(TarWriter, StaysReadableWhereFilesChangeUnderIt) {
     const UniqueFd archive(open("/data/a.tar", O_WRONLY | O_CREAT | O_TRUNC, 0644));
     tb_info info = {};
     info.tar_fd = archive.get();
+    const int descriptors = open_descriptors("self");
     std::string members;
     for (const auto& c : cases) {
         struct stat status = {};
@@ -157,6 +160,7 @@ TEST(TarWriter, StaysReadableWhereFilesChangeUnderIt) {
     unknown.st_ino = 78;
     EXPECT_EQ(0, write_file_to_tarball("what", &unknown, &info));
     EXPECT_TRUE(log.has("[M/write_tar_header] what: Unknown file type"));
+    EXPECT_EQ(descriptors, open_descriptors("self"));
     EXPECT_EQ(members, members_of("/data/a.tar"));
     for (const auto& c : cases) {
         if (!c.data.empty()) {

@@ -1,13 +1,16 @@
 // All four of the daemon's threads at once on one client (errors, polled states, messages and keys) beside
 // every kind of dump on its own client. Nothing is lost, and no report is mixed with another's.
+#include <fcntl.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <map>
 #include <thread>
 #include <tuple>
 
 #include "actions/touch_panel_actions.h"
 #include "clients/dispatch.h"
+#include "clients/dsm_device.h"
 #include "clients/generic_dump.h"
 #include "clients/registry.h"
 #include "output/compressed_dump.h"
@@ -109,6 +112,22 @@ void make_standalone_dumps(int error_no) {
     }
 }
 
+// Gives the clients' descriptors other numbers, and asks the driver for their names once more. Logging
+// nothing, it is a race to whoever does without the locks.
+void renew(const std::vector<dmd_client*>& clients, const std::atomic<bool>& dumping) {
+    for (size_t i = 0; dumping; ++i) {
+        dmd_client* const client = clients[i % clients.size()];
+        lclient record = {};
+        record.dclient = client;
+        {
+            const MutexLock lock(client->mutex);
+            const UniqueFd old(std::exchange(client->fd, fcntl(client->fd, F_DUPFD_CLOEXEC, 0)));
+            record.fd = client->fd;
+        }
+        lclient_get_device_info(&record, DSM_IOCTL_GET_DEVICE_NAME);
+    }
+}
+
 }  // namespace
 
 class Threads : public testing::TestWithParam<bool> {};
@@ -136,6 +155,12 @@ TEST_P(Threads, DumpAtOnce) {
     ASSERT_EQ(0, dmd_key_detect_sever_init());
     set_commercial(commercial);
 
+    std::vector<dmd_client*> clients;
+    for (const char* const name : {"dsm_tp", "dsm_audio", "dsm_sensorhub", "dsm_power_key", "dsm_lcd"}) {
+        clients.push_back(get_client_by_name(name));
+    }
+    std::atomic<bool> dumping{true};
+    std::thread renewing([&] { renew(clients, dumping); });
     std::thread errors([&] {
         for (int i = 0; i < count; ++i) {
             report_error("dsm_tp", LISTEN_ERROR, listen_text(i));
@@ -161,6 +186,8 @@ TEST_P(Threads, DumpAtOnce) {
     for (std::thread& thread : others) {
         thread.join();
     }
+    dumping = false;
+    renewing.join();
     EXPECT_GE(combinations, 1);
     ASSERT_TRUE(log.wait_for("client dsm_tp's error (7) occured", count, 100000));
     phone_do({"state", "dsm_tp", "0"});
