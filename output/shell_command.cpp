@@ -32,36 +32,9 @@ bool is_plain(char c) {
            c == '_' || c == '-';
 }
 
-// Gives SIGCHLD its default disposition while any thread runs a command; what it was comes back after the
-// last.
-class DefaultChildSignal {
-  public:
-    DefaultChildSignal() {
-        const MutexLock lock(mutex_);
-        if (commands_running_++ == 0) {
-            struct sigaction by_default = {};
-            by_default.sa_handler = SIG_DFL;
-            sigaction(SIGCHLD, &by_default, &previous_);
-        }
-    }
-    ~DefaultChildSignal() {
-        const MutexLock lock(mutex_);
-        if (--commands_running_ == 0) {
-            sigaction(SIGCHLD, &previous_, nullptr);
-        }
-    }
-    DefaultChildSignal(const DefaultChildSignal&) = delete;
-    DefaultChildSignal& operator=(const DefaultChildSignal&) = delete;
-
-  private:
-    static Mutex mutex_;
-    static int commands_running_ GUARDED_BY(mutex_);
-    static struct sigaction previous_ GUARDED_BY(mutex_);
-};
-
-Mutex DefaultChildSignal::mutex_;
-int DefaultChildSignal::commands_running_ = 0;
-struct sigaction DefaultChildSignal::previous_ = {};
+Mutex child_signal_mutex;
+int commands_running GUARDED_BY(child_signal_mutex) = 0;
+struct sigaction previous_disposition GUARDED_BY(child_signal_mutex) = {};
 
 // Lets go of the daemon's descriptors: a pipe of another thread's command must not stay open because of this
 // one. The two select loops of the daemon keep its descriptors below FD_SETSIZE and some.
@@ -161,6 +134,22 @@ int wait_for_command(pid_t leader, const char* command) {
 }
 
 }  // namespace
+
+DefaultChildSignal::DefaultChildSignal() {
+    const MutexLock lock(child_signal_mutex);
+    if (commands_running++ == 0) {
+        struct sigaction by_default = {};
+        by_default.sa_handler = SIG_DFL;
+        sigaction(SIGCHLD, &by_default, &previous_disposition);
+    }
+}
+
+DefaultChildSignal::~DefaultChildSignal() {
+    const MutexLock lock(child_signal_mutex);
+    if (--commands_running == 0) {
+        sigaction(SIGCHLD, &previous_disposition, nullptr);
+    }
+}
 
 int run_command(const char* command) {
     const DefaultChildSignal signal;

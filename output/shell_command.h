@@ -23,6 +23,16 @@ bool is_plain_name(const char* name);
 // Puts '_' in place of every other character of a name.
 void make_plain_name(char* name);
 
+// Gives SIGCHLD its default disposition while any thread runs a command; what it was comes back after the
+// last.
+class DefaultChildSignal {
+  public:
+    DefaultChildSignal();
+    ~DefaultChildSignal();
+    DefaultChildSignal(const DefaultChildSignal&) = delete;
+    DefaultChildSignal& operator=(const DefaultChildSignal&) = delete;
+};
+
 // A command whose standard output is read, as through `popen`. It has ended when this is destroyed.
 class CommandOutput {
   public:
@@ -35,6 +45,7 @@ class CommandOutput {
     FILE* stream() const { return stream_; }
 
   private:
+    const DefaultChildSignal signal_;
     const char* command_;  // the caller's
     FILE* stream_ = nullptr;
     pid_t leader_ = -1;

@@ -8,8 +8,10 @@
 #include "daemon/log.h"
 #include "output/output_dir.h"
 #include "output/retention.h"
+#include "output/shell_command.h"
 #include "output/upload.h"
 #include "platform/owned.h"
+#include "tests/desk_calls.h"
 #include "tests/log_capture.h"
 #include "tests/phone_test.h"
 
@@ -80,6 +82,9 @@ TEST(Commands, AreSplitAndRun) {
     const UniqueFd held(open("/dev/null", O_RDONLY | O_CLOEXEC));
     EXPECT_EQ(0, secure_system("test $(ls /.phone/proc/$PPID/fd | wc -l) -le 3"))
         << "the daemon's are closed";
+    limit_commands(50);
+    static_cast<void>(CommandOutput("sleep 1000"));
+    EXPECT_TRUE(log.has("[M/run_command] killed after 300 seconds: sleep 1000"));
     EXPECT_EQ(SIG_IGN, signal(SIGCHLD, SIG_DFL));
     EXPECT_TRUE(log.has("[M/secure_system] system cmd_line:exit 3."));
 }
