@@ -14,7 +14,6 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
 
 #include "daemon/log.h"
 #include "platform/mutex.h"
