@@ -98,7 +98,7 @@ bool disturb(pid_t pid) {
 }  // namespace
 
 TEST(Faults, KilledAtAnyMomentTheDaemonLosesNoMoreThanTheReportInHand) {
-    const int first = 10000, last = first + (SANITIZED ? 22 : 220), old_archives = 10 + (last - first) / 2;
+    const int first = 10000, last = first + (SANITIZED ? 22 : 250), old_archives = 10 + (last - first) / 2;
     const unsigned seed = std::random_device{}();
     std::mt19937 random(seed);
     ASSERT_EQ(0, prctl(PR_SET_CHILD_SUBREAPER, 1));  // the commands that a killed daemon leaves come here
