@@ -21,8 +21,9 @@ constexpr unsigned int HEAD_OTHER_RECORD = 0x40000;
 
 constexpr char PROCESS_COMMAND[] = "top -m 5 -n 1";
 
-// Bytes of the command's output after which no more is read: one that never ends must not fill the disk.
-constexpr int PROCESS_OUTPUT_MAX = 256 * 1024;
+// Pieces of the command's output, of a line or HEAD_SIZE bytes, after which no more is read: one that never
+// ends must not fill the disk, nor keep the thread at work.
+constexpr int PROCESS_PIECES_MAX = 1024;
 
 int bytes_written(ssize_t result) {
     return result > 0 ? static_cast<int>(result) : 0;
@@ -37,8 +38,13 @@ void process_stat_write(int fd) {
         return;
     }
     int total = 0;
+    int pieces = 0;
     char piece[HEAD_SIZE];
-    while (total < PROCESS_OUTPUT_MAX && fgets(piece, sizeof piece, output.stream()) != nullptr) {
+    while (fgets(piece, sizeof piece, output.stream()) != nullptr) {
+        if (++pieces > PROCESS_PIECES_MAX) {
+            LOG_M("the process list is cut\n");
+            break;
+        }
         if (piece[0] == '\n') {
             continue;
         }

@@ -22,9 +22,7 @@ constexpr int MIN_COMMAND_WORDS = 3;
 // Opens the file and sets its mode; the descriptor, or -1 after a message, errno telling why.
 int open_with_mode(const char* path, int flags) {
     constexpr char name[] = "open_output_file";
-    // Commands that the daemon runs must not inherit its files. O_NONBLOCK: a FIFO in the file's place has
-    // nobody wait for its reader.
-    UniqueFd fd(open(path, flags | O_NONBLOCK | O_CLOEXEC, FILE_MODE));
+    UniqueFd fd(open_at_once(path, flags, FILE_MODE));
     int reason;
     if (!fd.valid()) {
         reason = errno;
@@ -66,6 +64,16 @@ int mkdir_parent() {
         *slash = '/';
     }
     return 0;
+}
+
+int open_at_once(const char* path, int flags, mode_t mode) {
+    UniqueFd fd(open(path, flags | O_NONBLOCK | O_CLOEXEC, mode));
+    struct stat opened;
+    if (fd.valid() && fstat(fd.get(), &opened) == 0 && S_ISFIFO(opened.st_mode)) {
+        fd.reset();
+        errno = ENXIO;
+    }
+    return fd.release();
 }
 
 int open_output_file(const char* path, int flags) {

@@ -1,6 +1,8 @@
 // The output directory, the files in it and the commands that are run on them.
 #pragma once
 
+#include <sys/types.h>
+
 #include <ctime>
 
 #define DMD_LOG_DIR "/data/kvdx_logs/dmd_log"
@@ -18,6 +20,10 @@ constexpr int MAX_COMMAND_WORDS = 31;
 // Creates DMD_LOG_DIR and each missing directory above it, mode 0775. 0, or -1 after a message when one could
 // not be created.
 int mkdir_parent();
+
+// As open, but at once, and never a FIFO (-1, errno ENXIO): its reader could keep the daemon waiting and,
+// going away, end it. The commands that the daemon runs do not inherit the file.
+int open_at_once(const char* path, int flags, mode_t mode);
 
 // Opens a file with mode 0644 whatever the umask is. The descriptor, which the caller owns, or -1 after a
 // message, errno telling why; -1 also for a null path.

@@ -64,7 +64,6 @@ void write_commercial_record(const void* buf, int len, const dmd_error_info* inf
     }
     if (bug_head_write(file.get(), info, static_cast<unsigned int>(mode) | HEAD_COMMERCIAL_RECORD) < 0 ||
         write_fully(file.get(), buf, len) != len || file.reset() != 0) {
-        LOG_M_AS(NAME, "the report in %s is cut or lost - %s\n", COMMERCIAL_RECORD, strerror(errno));
         return;
     }
     dmd_file_upload(COMMERCIAL_RECORD, info);

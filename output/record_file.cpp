@@ -106,16 +106,15 @@ bool prepare_record_file() {
             return false;
         }
         struct stat opened;
-        if (fstat(record.fd.get(), &opened) != 0 || opened.st_ino != status.st_ino ||
-            opened.st_dev != status.st_dev) {
-            // Reports are to stand where they are looked for.
-            LOG_M_AS(name, "%s is another file now\n", record.path);
-            open_record(O_APPEND);
-        }
         if (status.st_size >= RECORD_SIZE_LIMIT_BYTES) {
             advance_record();
             open_record(O_TRUNC);
             LOG_M_AS(name, "output change to new file %s\n", record.path);
+        } else if (fstat(record.fd.get(), &opened) != 0 || opened.st_ino != status.st_ino ||
+                   opened.st_dev != status.st_dev) {
+            // Reports are to stand where they are looked for.
+            LOG_M_AS(name, "%s is another file now\n", record.path);
+            open_record(O_APPEND);
         }
     }
     record.open = record.fd.valid();

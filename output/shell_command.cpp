@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <paths.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/select.h>
 #include <sys/stat.h>
@@ -80,6 +81,7 @@ void end_at_limit(int) {
     led_shell = fork();
     if (led_shell == 0) {
         setpgid(0, 0);
+        prctl(PR_SET_PDEATHSIG, SIGKILL);  // without its leader it would have no limit
         umask(COMMAND_UMASK);
         execl(_PATH_BSHELL, "sh", "-c", command, static_cast<char*>(nullptr));
         _Exit(STATUS_NO_SHELL);

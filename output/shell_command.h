@@ -6,9 +6,9 @@
 
 #include <cstdio>
 
-// Most seconds that a command may take: then it is killed, and a message says so. Whatever it started and
-// left running is killed too, as when it ends by itself. A phone in trouble has commands that never end, and
-// the thread that waits for one holds locks that all reports need.
+// Most seconds that a command may take: then it is killed, and a message says so. Whatever it started in
+// its process group and left running is killed too, as when it ends by itself. A phone in trouble has
+// commands that never end, and the thread that waits for one holds locks that all reports need.
 constexpr int COMMAND_LIMIT_SECONDS = 300;
 
 // Runs a command, with the default disposition of SIGCHLD meanwhile, so that its status can be had. Returns

@@ -27,9 +27,7 @@ constexpr size_t TAG_SIZE = 16;
 
 bool write_apr_upload_info(const dmd_error_info* info) {
     umask(0);  // for the rest of the daemon's life: its files get exactly the modes given at creation
-    // O_NONBLOCK, as for the other output files.
-    const UniqueFd file(
-        open(DESCRIPTION_PATH, O_WRONLY | O_CREAT | O_TRUNC | O_NONBLOCK | O_CLOEXEC, DESCRIPTION_MODE));
+    const UniqueFd file(open_at_once(DESCRIPTION_PATH, O_WRONLY | O_CREAT | O_TRUNC, DESCRIPTION_MODE));
     if (!file.valid()) {
         LOG_M("can't open the file %s.error:%s.", DESCRIPTION_PATH, strerror(errno));
         return false;
@@ -59,11 +57,13 @@ void dmd_file_upload(const char* file_path, const dmd_error_info* info) {
         return;
     }
     // The name is a driver's text, and the service that takes the request may give it to a shell.
-    make_plain_name(tag);
+    char word[TAG_SIZE];
+    copy_text(word, tag);
+    make_plain_name(word);
     char command[COMMAND_SIZE];
     format_text(command, sizeof command, "archive -i %s -d %s ", file_path, DESCRIPTION_PATH);
     append_text(command, sizeof command, "-o %04d%02d%02d%02d%02d%02d_%s ", when.tm_year + 1900,
-                when.tm_mon + 1, when.tm_mday, when.tm_hour, when.tm_min, when.tm_sec, tag);
+                when.tm_mon + 1, when.tm_mday, when.tm_hour, when.tm_min, when.tm_sec, word);
     append_text(command, sizeof command, "-z zip");
     LOG_M("tag:%s, cmd_line:%s.", tag, command);
     __android_log_exception_write(tag, 0, "command", command);

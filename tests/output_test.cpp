@@ -46,6 +46,8 @@ TEST(OutputDir, FailuresAreLogged) {
     EXPECT_TRUE(log.has("[M/open_output_file] unable to open /data/none/f - No such file or directory"));
     ASSERT_EQ(0, mkfifo("/data/fifo", 0600));
     EXPECT_EQ(-1, open_output_file("/data/fifo", O_WRONLY)) << "must not wait for a reader";
+    const UniqueFd reader(open("/data/fifo", O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    EXPECT_EQ(-1, open_output_file("/data/fifo", O_WRONLY)) << "whose end would end the daemon";
     write_file("/data/kvdx_logs", "in the way");
     EXPECT_EQ(-1, mkdir_parent());
     EXPECT_TRUE(log.has("[M/mkdir_parent] mkdir /data/kvdx_logs/dmd_log - Not a directory"));
@@ -168,7 +170,7 @@ TEST(Upload, DescribesTheErrorAndFilesTheRequest) {
         {"tpdev", 20834, "20834", "DMD-tpdev"},
         {"twenty_characters_xx", 7, "    7", "DMD-twenty_char"},
         {"", 1234567, "1234567", "DMD-"},
-        {"a b;`c`\n$d", 8, "    8", "DMD-a_b__c___d"},
+        {"a b;`c`$d", 8, "    8", "DMD-a b;`c`$d"},
     };
     std::string expected_log;
     for (const auto& c : cases) {
@@ -183,7 +185,7 @@ TEST(Upload, DescribesTheErrorAndFilesTheRequest) {
         const std::string command =
             "archive -i /data/f.gz -d /data/kvdx_logs/dmd_log/apr_info.txt -o "
             "20150601101112_" +
-            std::string(c.tag) + " -z zip";
+            std::string(c.error_no == 8 ? "DMD-a_b__c__d" : c.tag) + " -z zip";
         EXPECT_TRUE(log.has("[M/dmd_file_upload] tag:" + std::string(c.tag) + ", cmd_line:" + command + "."));
         expected_log += std::string(c.tag) + "\t0\tcommand\t" + command + "\n";
     }
