@@ -9,11 +9,14 @@
 #include <cstring>
 #include <memory>
 
+#include "config/parse_watch.h"
 #include "config/section_fields.h"
 #include "config/section_parser.h"
 #include "config/text_cursor.h"
 #include "daemon/log.h"
 #include "platform/owned.h"
+
+void (*parse_watcher)(const parse_step& step) = nullptr;
 
 namespace {
 
@@ -52,6 +55,7 @@ size_t whole_lines(int fd, const char* text, size_t got) {
 // in its turn, after any other word the rest of the line goes. Returns false when the word never ends.
 bool pass_over_word(text_cursor* text) {
     char separator = '\0';
+    watch_parse(PLACE_WORD, text->at);
     const char* word = take_word(text, &separator);
     if (word == nullptr) {
         LOG_M_AS("parse_config", "Error in file\n");
@@ -91,6 +95,7 @@ int parse_config(setting_info** head, int fd) {
     LOG_M("Config file read (%d bytes)\n", static_cast<int>(got));
 
     text_cursor text = {buffer.get(), buffer.get() + whole_lines(fd, buffer.get(), static_cast<size_t>(got))};
+    watch_parse(PLACE_TEXT, text.at, nullptr, FIELD_NONE, 0, static_cast<size_t>(text.end - text.at));
     while (text.at < text.end) {
         bool sound = true;
         if (is_whitespace(*text.at)) {

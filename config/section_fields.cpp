@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "config/parse_watch.h"
 #include "config/value_readers.h"
 #include "daemon/log.h"
 #include "platform/text.h"
@@ -184,8 +185,9 @@ constexpr section_kind poll_kind = {
 
 // The field of the word at the cursor, which moves to where the field's value should be; FIELD_NONE, the line
 // skipped, when the word is no keyword; -1 when it never ends.
-int read_field_name(const section_kind& kind, text_cursor* body) {
+int read_field_name(const section_kind& kind, text_cursor* body, const setting_info* setting) {
     char separator = '\0';
+    watch_parse(PLACE_WORD, body->at, setting);
     const char* word = take_word(body, &separator);
     if (word == nullptr) {
         LOG_M_AS(kind.name, "Error in file\n");
@@ -213,12 +215,13 @@ int parse_fields(const section_kind& kind, text_cursor* body, setting_info* sett
             continue;
         }
         if (pending == FIELD_NONE) {
-            pending = read_field_name(kind, body);
+            pending = read_field_name(kind, body, setting);
             if (pending < 0) {
                 return -1;
             }
             continue;
         }
+        watch_parse(PLACE_VALUE, body->at, setting, static_cast<field_code>(pending), reader.trigger);
         const field_handler handler =
             pending == FIELD_SAMPLING_PERIOD ? kind.sampling_period : field_handlers[pending];
         if (handler == nullptr) {

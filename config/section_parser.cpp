@@ -6,6 +6,7 @@
 #include <cstring>
 #include <new>
 
+#include "config/parse_watch.h"
 #include "config/section_fields.h"
 #include "daemon/log.h"
 #include "platform/text.h"
@@ -63,6 +64,7 @@ text_cursor take_body(text_cursor* text) {
 }  // namespace
 
 int parse_section(setting_info** head, text_cursor* text) {
+    watch_parse(PLACE_HEADER, text->at);
     const char* name = text->at + 1;
     char* name_end = find_character(*text, ']');
     if (name_end == nullptr) {
@@ -79,6 +81,7 @@ int parse_section(setting_info** head, text_cursor* text) {
 
     skip_whitespace(&body);
     char separator = '\0';
+    watch_parse(PLACE_WORD, body.at, setting);
     const char* word = take_word(&body, &separator);
     if (word == nullptr) {
         LOG_M("Error in section\n");
@@ -88,6 +91,7 @@ int parse_section(setting_info** head, text_cursor* text) {
         LOG_M("%s: algo_type field not first field in section\n", __func__);
         return 0;
     }
+    watch_parse(PLACE_ALGO, body.at, setting);
     set_algo(setting, parse_algo(&body));
     if (setting->algo_type == ALGO_LISTEN) {
         if (parse_listen_section(&body, setting) != 0) {

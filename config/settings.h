@@ -33,8 +33,12 @@ struct listen_setting {
         triggers;  // from calloc, so zero where nothing was written; null before num_triggers was read
 };
 
+// The poll server's clock, and the period of a section that gives none or 0, in its ticks.
+constexpr unsigned int TICK_SECONDS = 5;
+constexpr uint32_t DEFAULT_SAMPLE_PERIOD = 5;
+
 struct poll_setting {
-    int32_t sampling_period;  // ticks of 5 seconds; 0 when the section gives none
+    int32_t sampling_period;  // ticks; 0 when the section gives none
     int32_t num_triggers;
     trigger_info* triggers;  // as in listen_setting
 };

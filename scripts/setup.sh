@@ -28,6 +28,7 @@ find_missing() {
   need libfuse3-dev pkg-config --exists fuse3
   need libgtest-dev header gtest/gtest.h
   need libcli11-dev header CLI/CLI.hpp
+  need nlohmann-json3-dev header nlohmann/json.hpp
   need clang have clang++
   need libclang-rt-dev clang_links address
   need tar have tar

@@ -17,10 +17,6 @@
 
 namespace {
 
-constexpr unsigned int TICK_SECONDS = 5;
-// Ticks between two samples where the section says nothing.
-constexpr uint32_t DEFAULT_SAMPLE_PERIOD = 5;
-
 Mutex pclient_lock;
 Condition pclient_cond;  // a record was added
 pclient* pclient_list GUARDED_BY(pclient_lock) = nullptr;

@@ -1,0 +1,293 @@
+// The sections as the daemon acts on them, and what is odd about the file as a whole.
+#include "tools/config_check.h"
+
+#include <strings.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <map>
+
+#include "clients/client_table.h"
+#include "tools/config_findings.h"
+#include "tools/config_trace.h"
+#include "tools/operation_names.h"
+
+namespace tools {
+namespace {
+
+// Where the parts of a section stand in the file; 0 where they do not.
+struct TriggerLines {
+    int number = 0;
+    int action = 0;
+};
+struct SectionLines {
+    int header = 0;
+    std::vector<int> repetitions;  // headers of the same name that follow
+    int client = 0;
+    int num_triggers = 0;
+    std::map<int32_t, TriggerLines> triggers;  // by the index of their slot
+};
+using Places = std::map<const setting_info*, SectionLines>;
+
+Places find_places(const ConfigTrace& trace) {
+    Places places;
+    int header = 0;
+    for (const TraceStep& step : trace.steps) {
+        if (step.place == PLACE_HEADER) {
+            header = step.line;
+        }
+        if (step.setting == nullptr) {
+            continue;
+        }
+        SectionLines& lines = places[step.setting];
+        if (lines.header == 0) {
+            lines.header = header;
+        } else if (header >
+                   std::max(lines.header, lines.repetitions.empty() ? 0 : lines.repetitions.back())) {
+            lines.repetitions.push_back(header);
+        }
+        if (step.place != PLACE_VALUE) {
+            continue;
+        }
+        switch (step.field) {
+            case FIELD_CLIENT_NAME:
+                lines.client = step.line;
+                break;
+            case FIELD_NUM_TRIGGERS:
+                if (step.messages.empty()) {  // there is a new array
+                    lines.num_triggers = step.line;
+                    lines.triggers.clear();
+                }
+                break;
+            case FIELD_ERROR_NO:
+                lines.triggers[step.trigger].number = step.line;
+                break;
+            case FIELD_ACTION:
+                lines.triggers[step.trigger].action = step.line;
+                break;
+            default:
+                break;
+        }
+    }
+    return places;
+}
+
+const dmd_client_info* find_row(const char* name) {
+    for (const dmd_client_info& row : default_clients) {
+        if (strncasecmp(row.name, name, sizeof row.name) == 0) {
+            return &row;
+        }
+    }
+    return nullptr;
+}
+
+// The operation that an action of a server's section runs, or null.
+client_dump_operation operation_of(const dmd_client_info& row, int32_t algo_type, int32_t slot) {
+    if (slot < 0 || static_cast<uint32_t>(slot) >= row.op_count) {
+        return nullptr;
+    }
+    return algo_type == ALGO_POLL ? row.force_dump[slot] : row.dump[slot];
+}
+
+// One section on its way from the parser's record to what a person reads.
+class SectionCheck {
+  public:
+    SectionCheck(const setting_info& setting, const Places& places, std::vector<Finding>* findings)
+        : setting_(setting), places_(places), lines_(places.at(&setting)), findings_(findings) {}
+
+    CheckedSection run() {
+        const bool poll = setting_.algo_type == ALGO_POLL;
+        section_.name = setting_.section_name;
+        section_.line = lines_.header;
+        section_.server = poll ? "poll" : setting_.algo_type == ALGO_LISTEN ? "listen" : "";
+        row_ = find_row(setting_.client_name);
+        section_.client = row_ != nullptr ? row_->name : setting_.client_name;
+        section_.device = setting_.device_name;
+        section_.ic = setting_.ic_name;
+        section_.module = setting_.module_name;
+        section_.period_seconds = 0;
+        section_.in_force = false;
+        for (const int line : lines_.repetitions) {
+            warn(line, "section [" + section_.name + "] begins at line " + std::to_string(lines_.header) +
+                           ": this adds to it, and overwrites what it names");
+        }
+        if (section_.server.empty()) {
+            return section_;
+        }
+        section_.in_force = check_client();
+        if (poll) {
+            check_period();
+        }
+        const int32_t count = poll ? setting_.poll.num_triggers : setting_.listen.num_triggers;
+        const trigger_info* const triggers = poll ? setting_.poll.triggers : setting_.listen.triggers;
+        for (const auto& [index, lines] : lines_.triggers) {
+            if (index < count) {
+                check_trigger(triggers[index], lines);
+            }
+        }
+        check_count(count);
+        return section_;
+    }
+
+  private:
+    void warn(int line, const std::string& text) { findings_->push_back({line, true, text, ""}); }
+
+    // Whether the server takes this section for its client.
+    bool check_client() {
+        if (setting_.client_name[0] == '\0') {
+            warn(lines_.header, "section [" + section_.name + "] has no client_name: it watches nothing");
+            return false;
+        }
+        if (row_ == nullptr) {
+            warn(lines_.client, "there is no client \"" + section_.client + "\": section [" + section_.name +
+                                    "] watches nothing");
+            return false;
+        }
+        const setting_info* const taken = find_setting(row_->name, setting_.algo_type);
+        if (taken != &setting_) {
+            warn(lines_.header, "section [" + section_.name + "] has no effect: section [" +
+                                    taken->section_name + "] at line " +
+                                    std::to_string(places_.at(taken).header) +
+                                    " is for the same client and server");
+            return false;
+        }
+        return true;
+    }
+
+    void check_period() {
+        const int32_t period = setting_.poll.sampling_period;
+        const uint32_t ticks = period != 0 ? static_cast<uint32_t>(period) : DEFAULT_SAMPLE_PERIOD;
+        section_.period_seconds = uint64_t{ticks} * TICK_SECONDS;
+        if (period < 0) {
+            warn(lines_.header,
+                 "section [" + section_.name +
+                     "]: a sampling_period below 0 is a very long one, the client is never sampled");
+        }
+    }
+
+    void check_trigger(const trigger_info& trigger, const TriggerLines& lines) {
+        const int line = lines.number != 0 ? lines.number : lines.action;
+        const std::string number = std::to_string(trigger.error_no);
+        if (trigger.action_num == 0) {
+            warn(line, "the trigger of " + number + " has no action that completes it: it never fires");
+            return;
+        }
+        if (lines.number == 0) {
+            warn(line, "the trigger completed here has no error_no: it fires for " + number);
+        }
+        const bool fires =
+            std::none_of(section_.triggers.begin(), section_.triggers.end(),
+                         [&](const CheckedTrigger& earlier) { return earlier.number == trigger.error_no; });
+        if (!fires) {
+            warn(line, "a trigger of " + number + " stands earlier in the section: this one never fires");
+        }
+        CheckedTrigger checked = {line, trigger.error_no, trigger.running_test_switch, fires, {}};
+        bool takes_error = false;
+        for (int32_t i = 0; i < trigger.action_num; ++i) {
+            const action_config& action = trigger.actions[i];
+            const OperationName* const operation = check_action(action, lines.action);
+            checked.actions.push_back({action.client_name, action.action_info,
+                                       operation != nullptr ? operation->name : nullptr,
+                                       operation != nullptr ? operation->does : nullptr});
+            takes_error = takes_error || (operation != nullptr && operation->takes_error &&
+                                          strcasecmp(action.client_name, setting_.client_name) == 0);
+        }
+        if (setting_.algo_type == ALGO_LISTEN && !takes_error) {
+            warn(lines.action, "no action here takes the error out of " + section_.client +
+                                   ": it stays there, and the daemon looks at it again once a second");
+        }
+        section_.triggers.push_back(checked);
+    }
+
+    // What the action runs, or null.
+    const OperationName* check_action(const action_config& action, int line) {
+        const std::string word = std::string(action.client_name) + "+" + std::to_string(action.action_info);
+        const dmd_client_info* const row = find_row(action.client_name);
+        if (row == nullptr) {
+            warn(line,
+                 "the action " + word + " does nothing: there is no client \"" + action.client_name + "\"");
+            return nullptr;
+        }
+        if (const client_dump_operation operation =
+                operation_of(*row, setting_.algo_type, action.action_info)) {
+            return &name_operation(operation);
+        }
+        const bool in_range = action.action_info >= 0 && action.action_info < SLOT_COUNT;
+        warn(line, "the action " + word + " does nothing: " +
+                       (in_range ? std::string(row->name) + " has no " + kind_of_slot() + " slot " +
+                                       std::to_string(action.action_info)
+                                 : "slots are 0 to " + std::to_string(SLOT_COUNT - 1)));
+        return nullptr;
+    }
+
+    const char* kind_of_slot() const { return setting_.algo_type == ALGO_POLL ? "force-dump" : "dump"; }
+
+    // Whether the triggers are as many as announced.
+    void check_count(int32_t count) {
+        const auto complete = static_cast<int32_t>(section_.triggers.size());
+        if (complete == 0) {
+            warn(lines_.num_triggers != 0 ? lines_.num_triggers : lines_.header,
+                 "section [" + section_.name +
+                     "] has no complete trigger: whatever its client reports, nothing is done");
+        } else if (complete < count) {
+            warn(lines_.num_triggers, "num_triggers announces " + std::to_string(count) + " triggers, but " +
+                                          std::to_string(complete) + (complete == 1 ? " is" : " are") +
+                                          " complete");
+        }
+    }
+
+    const setting_info& setting_;
+    const Places& places_;
+    const SectionLines& lines_;
+    std::vector<Finding>* findings_;
+    const dmd_client_info* row_ = nullptr;
+    CheckedSection section_;
+};
+
+// What the whole file shows.
+void check_file(const std::string& path, const std::string& text, std::vector<Finding>* findings) {
+    struct stat status = {};
+    const bool exists = stat(path.c_str(), &status) == 0;
+    if (exists && S_ISFIFO(status.st_mode)) {
+        findings->push_back({0, true, "it is a pipe, which the daemon does not read", ""});
+    }
+    if (exists && status.st_size > static_cast<off_t>(MAX_CONFIG_BYTES)) {
+        findings->push_back({line_of(text, text.size()), true,
+                             "the file has " + std::to_string(status.st_size) +
+                                 " bytes, of which the daemon reads " + std::to_string(MAX_CONFIG_BYTES) +
+                                 ": nothing is seen from here on",
+                             ""});
+    }
+    const size_t nul = text.find('\0');
+    if (nul != std::string::npos) {
+        findings->push_back({line_of(text, nul), true,
+                             "a NUL byte: the daemon reads the section that holds it only up to there", ""});
+    }
+}
+
+}  // namespace
+
+CheckedConfig check_config(const std::string& path) {
+    CheckedConfig config;
+    config.path = path;
+    const ConfigTrace trace = trace_config(path);
+    config.parsed = trace.parsed;
+    config.findings = find_in_steps(trace);
+    check_file(path, trace.text, &config.findings);
+    const Places places = find_places(trace);
+    for (const auto& [setting, lines] : places) {
+        config.sections.push_back(SectionCheck(*setting, places, &config.findings).run());
+    }
+    std::stable_sort(config.sections.begin(), config.sections.end(),
+                     [](const CheckedSection& a, const CheckedSection& b) { return a.line < b.line; });
+    auto& findings = config.findings;
+    std::stable_sort(findings.begin(), findings.end(),
+                     [](const Finding& a, const Finding& b) { return a.line < b.line; });
+    findings.erase(
+        std::unique(findings.begin(), findings.end(),
+                    [](const Finding& a, const Finding& b) { return a.line == b.line && a.text == b.text; }),
+        findings.end());
+    return config;
+}
+
+}  // namespace tools

@@ -1,0 +1,73 @@
+// dmd-config-check: says what the daemon will make of a configuration file.
+#include <algorithm>
+#include <cstdio>
+#include <exception>
+#include <string>
+
+#include <CLI/CLI.hpp>
+
+#include "tools/config_check.h"
+#include "tools/config_print.h"
+#include "tools/terminal.h"
+
+namespace {
+
+constexpr int STATUS_CLEAN = 0;
+constexpr int STATUS_WARNINGS = 1;
+constexpr int STATUS_UNREADABLE = 2;
+
+int status_of(const tools::CheckedConfig& config) {
+    if (!config.parsed) {
+        return STATUS_UNREADABLE;
+    }
+    const bool has_warnings = std::any_of(config.findings.begin(), config.findings.end(),
+                                          [](const tools::Finding& finding) { return finding.is_warning; });
+    return has_warnings ? STATUS_WARNINGS : STATUS_CLEAN;
+}
+
+int run(int argc, char** argv) {
+    std::string path;
+    bool as_json = false;
+    CLI::App app("Shows what dmd will do with a configuration file, and warns of what it will not do.",
+                 "dmd-config-check");
+    app.add_option("FILE", path, "The configuration, device_state_monitor.conf on a phone")->required();
+    app.add_flag("--json", as_json, "Print one JSON document");
+    app.footer(
+        "The file is read by the daemon's own parser and checked against the daemon's own clients.\n"
+        "Where the output is no terminal, each line is a section, trigger, action, warning or note,\n"
+        "the word first, then the line of the file, its parts separated by tabs.\n\n"
+        "Exit status: 0 clean, 1 with warnings, 2 when the daemon cannot read the file and would\n"
+        "watch nothing, or when the command line is wrong.\n\n"
+        "Examples:\n"
+        "  dmd-config-check config/device_state_monitor.conf\n"
+        "  dmd-config-check my.conf | grep ^warning\n"
+        "  dmd-config-check --json my.conf | jq '.sections[] | select(.in_force) | .client'\n");
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        if (error.get_exit_code() == 0) {
+            return app.exit(error);  // prints the help
+        }
+        fprintf(stderr, "dmd-config-check: %s (--help tells how to use it)\n", error.what());
+        return STATUS_UNREADABLE;
+    }
+    const tools::CheckedConfig config = tools::check_config(path);
+    const std::string shown = as_json ? tools::format_config_json(config)
+                                      : tools::format_config(tools::describe_terminal(), config);
+    if (fwrite(shown.data(), 1, shown.size(), stdout) != shown.size() || fflush(stdout) != 0) {
+        perror("dmd-config-check: cannot write");
+        return STATUS_UNREADABLE;
+    }
+    return status_of(config);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    try {
+        return run(argc, argv);
+    } catch (const std::exception& error) {
+        fprintf(stderr, "dmd-config-check: %s\n", error.what());
+        return STATUS_UNREADABLE;
+    }
+}

@@ -1,0 +1,176 @@
+// The checked configuration for people, for line-oriented programs, and as JSON.
+#include "tools/config_print.h"
+
+#include <algorithm>
+
+#include <nlohmann/json.hpp>
+
+namespace tools {
+namespace {
+
+using nlohmann::json;
+
+std::string action_word(const CheckedAction& action) {
+    return action.client + "+" + std::to_string(action.slot);
+}
+
+std::string format_period(uint64_t seconds) {
+    return "every " + std::to_string(seconds) + " s";
+}
+
+std::string counted(size_t number, const char* what) {
+    return std::to_string(number) + " " + what + (number == 1 ? "" : "s");
+}
+
+std::string format_names(const CheckedSection& section) {
+    std::string text;
+    const std::pair<const char*, const std::string&> names[] = {
+        {"device ", section.device}, {"IC ", section.ic}, {"module ", section.module}};
+    for (const auto& [what, name] : names) {
+        if (!name.empty()) {
+            text += (text.empty() ? "" : ", ") + (what + one_line(name));
+        }
+    }
+    return text.empty() ? "none, should the driver give none" : text + ", where the driver gives none";
+}
+
+std::string format_action(const Terminal& terminal, const CheckedAction& action) {
+    std::string word = one_line(action_word(action));
+    word.resize(std::max(word.size(), size_t{20}), ' ');
+    if (action.operation == nullptr) {
+        return word + " " + paint(terminal, Colour::YELLOW, "nothing");
+    }
+    return word + " " + action.operation + paint(terminal, Colour::DIM, std::string(": ") + action.does);
+}
+
+std::string format_block(const Terminal& terminal, const CheckedSection& section) {
+    std::string text = paint(terminal, Colour::BOLD, "[" + one_line(section.name) + "]") +
+                       paint(terminal, Colour::DIM, "  line " + std::to_string(section.line)) + "\n";
+    if (section.server.empty()) {
+        return text + "  " + paint(terminal, Colour::YELLOW, "skipped") + "\n";
+    }
+    text += "  client   " + one_line(section.client) + ", " +
+            (section.server == "listen" ? "listened to" : "polled " + format_period(section.period_seconds)) +
+            (section.in_force ? "" : paint(terminal, Colour::YELLOW, "  has no effect")) + "\n";
+    text += "  names    " + format_names(section) + "\n";
+    for (const CheckedTrigger& trigger : section.triggers) {
+        text += (section.server == "listen" ? "  error    " : "  state    ") + std::to_string(trigger.number);
+        if (!trigger.test_switch.empty()) {
+            text += ", test switch " + one_line(trigger.test_switch);
+        }
+        text += (trigger.fires ? "" : paint(terminal, Colour::YELLOW, "  never fires")) + "\n";
+        for (const CheckedAction& action : trigger.actions) {
+            text += "             " + format_action(terminal, action) + "\n";
+        }
+    }
+    return text;
+}
+
+std::string format_blocks(const Terminal& terminal, const CheckedConfig& config) {
+    std::string text;
+    for (const CheckedSection& section : config.sections) {
+        text += format_block(terminal, section) + "\n";
+    }
+    size_t warnings = 0;
+    for (const Finding& finding : config.findings) {
+        warnings += finding.is_warning ? 1 : 0;
+        text += one_line(config.path) + ":" + (finding.line != 0 ? std::to_string(finding.line) + ":" : "") +
+                " " +
+                paint(terminal, finding.is_warning ? Colour::YELLOW : Colour::DIM,
+                      finding.is_warning ? "warning: " : "note: ") +
+                one_line(finding.text) + "\n";
+    }
+    const auto watched = std::count_if(config.sections.begin(), config.sections.end(),
+                                       [](const CheckedSection& section) { return section.in_force; });
+    const std::string sum = counted(config.sections.size(), "section") + ", " + std::to_string(watched) +
+                            " in force, " + counted(warnings, "warning");
+    if (!config.parsed) {
+        return text +
+               paint(terminal, Colour::RED, "The daemon cannot read this file and would watch nothing.") +
+               "\n";
+    }
+    return text + paint(terminal, warnings == 0 ? Colour::GREEN : Colour::YELLOW, sum) + "\n";
+}
+
+std::string format_lines(const CheckedConfig& config) {
+    std::string text;
+    const auto add = [&](const std::vector<std::string>& parts) {
+        for (const std::string& part : parts) {
+            text += (&part == &parts.front() ? "" : "\t") + one_line(part);
+        }
+        text += '\n';
+    };
+    for (const CheckedSection& section : config.sections) {
+        add({"section", std::to_string(section.line), section.name, section.server, section.client,
+             section.in_force ? "in-force" : "no-effect", std::to_string(section.period_seconds),
+             section.device, section.ic, section.module});
+        for (const CheckedTrigger& trigger : section.triggers) {
+            add({"trigger", std::to_string(trigger.line), std::to_string(trigger.number), trigger.test_switch,
+                 trigger.fires ? "fires" : "never-fires"});
+            for (const CheckedAction& action : trigger.actions) {
+                add({"action", std::to_string(trigger.line), action_word(action),
+                     action.operation != nullptr ? action.operation : "",
+                     action.does != nullptr ? action.does : ""});
+            }
+        }
+    }
+    for (const Finding& finding : config.findings) {
+        add({finding.is_warning ? "warning" : "note", std::to_string(finding.line), finding.text,
+             finding.log});
+    }
+    return text;
+}
+
+json null_or(const char* text) {
+    return text != nullptr ? json(text) : json(nullptr);
+}
+
+}  // namespace
+
+std::string format_config(const Terminal& terminal, const CheckedConfig& config) {
+    return terminal.is_terminal ? format_blocks(terminal, config) : format_lines(config);
+}
+
+std::string format_config_json(const CheckedConfig& config) {
+    json document = {{"file", config.path},
+                     {"parsed", config.parsed},
+                     {"sections", json::array()},
+                     {"warnings", json::array()},
+                     {"notes", json::array()}};
+    for (const CheckedSection& section : config.sections) {
+        json shown = {{"name", section.name},
+                      {"line", section.line},
+                      {"server", section.server.empty() ? json(nullptr) : json(section.server)},
+                      {"in_force", section.in_force},
+                      {"client", section.client},
+                      {"device_name", section.device},
+                      {"ic_name", section.ic},
+                      {"module_name", section.module},
+                      {"period_s", section.server == "poll" ? json(section.period_seconds) : json(nullptr)},
+                      {"triggers", json::array()}};
+        for (const CheckedTrigger& trigger : section.triggers) {
+            json actions = json::array();
+            for (const CheckedAction& action : trigger.actions) {
+                actions.push_back({{"client", action.client},
+                                   {"slot", action.slot},
+                                   {"operation", null_or(action.operation)},
+                                   {"does", null_or(action.does)}});
+            }
+            shown["triggers"].push_back({{"line", trigger.line},
+                                         {"number", trigger.number},
+                                         {"running_test_switch", trigger.test_switch},
+                                         {"fires", trigger.fires},
+                                         {"actions", actions}});
+        }
+        document["sections"].push_back(shown);
+    }
+    for (const Finding& finding : config.findings) {
+        document[finding.is_warning ? "warnings" : "notes"].push_back(
+            {{"line", finding.line != 0 ? json(finding.line) : json(nullptr)},
+             {"text", finding.text},
+             {"log", finding.log.empty() ? json(nullptr) : json(finding.log)}});
+    }
+    return document.dump(2, ' ', false, json::error_handler_t::replace) + "\n";
+}
+
+}  // namespace tools
