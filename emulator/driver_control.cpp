@@ -37,7 +37,11 @@ Number number_in(const std::string& word, const char* what) {
 Client* client_in(ControlState* state, const std::string& name) {
     Client* client = driver_client(&state->driver, name);
     if (client == nullptr) {
-        throw Refusal("the phone's driver has no client '" + name + "'");
+        std::string names;
+        for (const Client& known : state->driver.clients) {
+            names += (names.empty() ? "" : ", ") + known.name;
+        }
+        throw Refusal("the phone's driver has no client '" + name + "': it has " + names);
     }
     return client;
 }

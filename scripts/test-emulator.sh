@@ -81,7 +81,8 @@ done
 expect_refusal "a report without operands" 1 "ERROR is required" "$phone" report dsm_tp
 expect_refusal "no keys" 1 "WORD is required" "$phone" key
 expect_refusal "half a command" 1 "NUMBER is required" "$phone" command dsm_tp on
-expect_refusal "an unknown command" 1 "subcommand" "$phone" nonsense
+expect_refusal "an unknown command" 1 "'nonsense' is no command: there are boot, run" "$phone" nonsense
+expect_refusal "no command" 1 "no command: there are boot, run" "$phone"
 for wrong in --nonsense true '--debug-build --commercial' '--data-size 0' '--data=' --name; do
   # shellcheck disable=SC2086
   expect_refusal "run $wrong" 125 --help "$phone" run $wrong -- true
@@ -137,6 +138,13 @@ expect "property" "value" "$("$phone" property --name "$name" a.b)"
 expect "shell" "value" "$("$phone" shell --name "$name" -- cat /dev/__properties__/a.b)"
 expect "status of a shell" 3 "$(status_of "$phone" shell --name "$name" -- sh -c 'exit 3')"
 expect "log-dir" "$scratch/kvdx_logs/dmd_log" "$("$phone" log-dir --name "$name")"
+# On a desktop the folder is opened, and whatever a terminal shows of it.
+mkdir -p "$scratch/bin" "$scratch/kvdx_logs/dmd_log" && touch "$scratch/kvdx_logs/dmd_log/a_report"
+printf '#!/bin/sh\necho "$@" > %s/opened\n' "$scratch" > "$scratch/bin/xdg-open" && chmod +x "$scratch/bin/xdg-open"
+DISPLAY=:0 PATH=$scratch/bin:$PATH script -qec "$phone log-dir --name $name" /dev/null < /dev/null > "$scratch/shown"
+grep -q a_report "$scratch/shown" || fail "log-dir does not list: $(cat "$scratch/shown")"
+wait_until [ -s "$scratch/opened" ] || fail "log-dir opens nothing"
+expect "what log-dir opens" "$scratch/kvdx_logs/dmd_log" "$(cat "$scratch/opened")"
 "$phone" shell --name "$name" -- sh -c "touch /data/shell; exec sleep $name" &
 shell_pid=$!
 wait_until [ -e "$scratch/shell" ] || fail "no shell"

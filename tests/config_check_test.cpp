@@ -64,6 +64,7 @@ TEST(ConfigCheck, NamesWhatTheDaemonDoesOtherwise) {
         {"an empty file", "", {}, 0},
         {"first field", "[x]\nclient_name a\n" + whole, {"2 the section is skipped: its first field"}, 1},
         {"unknown server", "\n[x]\nalgo_type udp\n" + whole, {"3 the section is skipped: its algo_type"}, 1},
+        {"no server", "[x]algo_type", {"1 no value that can be read"}, 1},
         {"empty section", "[x]\n\n\n" + whole, {"1 the section is empty"}, 1},
         {"no such client",
          "[x]\nalgo_type poll\nclient_name dsm_tq\nnum_triggers 1\n" + trigger(1, "dsm_lcd+1"),

@@ -297,7 +297,7 @@ std::vector<Finding> find_in_steps(const ConfigTrace& trace) {
                 }
                 break;
             case PLACE_ALGO:
-                if (split(step.text, WORD_SEPARATORS).empty()) {
+                if (step.messages.empty() && split(step.text, WORD_SEPARATORS).empty()) {
                     findings.warn(step.line, "the section is skipped: algo_type has no value");
                 }
                 break;

@@ -42,10 +42,10 @@ void take_step(const parse_step& step) {
         return;
     }
     const std::string& text = current->text;
-    const auto offset = static_cast<size_t>(step.at - text_begin);
-    // The last section's line end stands behind the text.
     const char* const end = text_begin + text.size();
-    const char* at = step.at;
+    // The last section's line end stands behind the text, and the parser may have passed it.
+    const char* at = std::min(step.at, end);
+    const auto offset = static_cast<size_t>(at - text_begin);
     if (step.place == PLACE_HEADER) {
         ++at;
     } else if (step.place == PLACE_ALGO) {

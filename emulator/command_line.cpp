@@ -1,0 +1,261 @@
+// The commands of `phone`, their options and operands, and what their help says.
+#include "emulator/command_line.h"
+
+#include <algorithm>
+#include <cstdio>
+
+#include <CLI/CLI.hpp>
+
+#include "emulator/key_words.h"
+#include "emulator/refusal.h"
+
+namespace phone {
+namespace {
+
+constexpr uint64_t DATA_SIZE_MAX = uint64_t{1} << 40;
+// Stands before an operand of a request on its way through the option parser, so that none looks like an
+// option.
+constexpr char OPERAND_MARK = ' ';
+
+enum class Count { ONE, AT_MOST_ONE, AT_LEAST_ONE };
+
+struct Operand {
+    const char* name;
+    const char* description;
+    Count count = Count::ONE;
+};
+
+struct Command {
+    const char* name;
+    const char* description;
+    bool boots;       // takes the options of a phone
+    bool takes_rest;  // runs what stands after "--"
+    std::vector<Operand> operands;
+    const char* footer;
+};
+
+const Operand CLIENT = {"CLIENT", "Name of the client, as docs/configuration.md lists them"};
+
+const Command commands[] = {
+    {"boot",
+     "Boot a phone with the daemon in the foreground",
+     true,
+     true,
+     {},
+     "The daemon's log goes to the terminal, and Ctrl-C ends the phone. Options of the daemon stand after "
+     "'--'.\n\n"
+     "Examples:\n"
+     "  phone boot\n"
+     "  phone boot --data /tmp/phone              the reports stay in /tmp/phone/kvdx_logs/dmd_log\n"
+     "  phone boot --config my.conf -- --debug    a configuration of your own, every message of the "
+     "daemon\n"},
+    {"run",
+     "Run a command in a phone of its own",
+     true,
+     true,
+     {},
+     "The command stands after '--'; its exit status is that of phone.\n\n"
+     "Examples:\n"
+     "  phone run -- ls -l /dev /data\n"
+     "  phone run --bind /home/me/tests -- /home/me/tests/try-driver\n"},
+    {"shell",
+     "A shell in the running phone",
+     false,
+     true,
+     {},
+     "A command to run in its place stands after '--'.\n\n"
+     "Examples:\n"
+     "  phone shell\n"
+     "  phone shell -- cat /dev/log/exception\n"},
+    {"log-dir",
+     "Print where the reports are; on a terminal list and open it",
+     false,
+     false,
+     {},
+     "Where the output is a terminal, the folder is listed, and on a graphical desktop opened.\n\n"
+     "Examples:\n"
+     "  phone log-dir\n"
+     "  dmd-report \"$(phone log-dir)\"\n"},
+    {"report",
+     "A driver reports an error",
+     false,
+     false,
+     {CLIENT, {"ERROR", "Number of the error"}, {"TEXT", "What the driver says"}},
+     "The daemon deals with the errors that its configuration has a trigger for, and ignores others.\n\n"
+     "Examples:\n"
+     "  phone report dsm_tp 20002 'no answer from the controller'\n"
+     "  phone report dsm_wifi 7 \"$(cat firmware.log)\"\n"},
+    {"state",
+     "Set the state that a poll of a client returns",
+     false,
+     false,
+     {CLIENT, {"NUMBER", "Its state from now on"}},
+     "The daemon asks the clients that have a poll section, each once in its period, until the state is set "
+     "anew.\n\n"
+     "Example:\n"
+     "  phone state dsm_pmu_coul 1\n"},
+    {"command",
+     "An application asks the daemon for a dump",
+     false,
+     false,
+     {CLIENT,
+      {"SWITCH", "The running test switch: on or off"},
+      {"NUMBER", "Error number that the report shows"}},
+     "Example:\n"
+     "  phone command dsm_lcd on 20100\n"},
+    {"key",
+     "Somebody presses the phone's keys",
+     false,
+     false,
+     {{"WORD", KEY_WORD_FORMS, Count::AT_LEAST_ONE}},
+     "The combinations that the daemon knows are in docs/forced-dumps.md.\n\n"
+     "Examples:\n"
+     "  phone key up down up         one after the other\n"
+     "  phone key down+ up up down-  two while a third is held\n"},
+    {"property",
+     "Print or set a system property",
+     false,
+     false,
+     {{"NAME", "Name of the property"}, {"VALUE", "Its new value", Count::AT_MOST_ONE}},
+     "Examples:\n"
+     "  phone property dev.bootcomplete\n"
+     "  phone property debug.frame_dump_enable 1\n"},
+};
+
+const Command* find_command(const std::string& name) {
+    for (const Command& command : commands) {
+        if (name == command.name) {
+            return &command;
+        }
+    }
+    return nullptr;
+}
+
+std::string command_names() {
+    std::string names;
+    for (const Command& command : commands) {
+        names += (names.empty() ? "" : ", ") + std::string(command.name);
+    }
+    return names;
+}
+
+// What stands after "--" belongs to the command in the phone, whatever it looks like. Takes it from `words`.
+std::vector<std::string> take_rest(std::vector<std::string>* words) {
+    std::vector<std::string> rest;
+    const auto mark = std::find(words->begin(), words->end(), "--");
+    if (runs_something(*words) && mark != words->end()) {
+        rest.assign(mark + 1, words->end());
+        words->erase(mark, words->end());
+    }
+    return rest;
+}
+
+// The operands of a request are what they are, whatever they look like: from the first word on that is no
+// option they are marked, and so is what stands after "--".
+void mark_operands(std::vector<std::string>* words) {
+    if (words->empty() || runs_something(*words)) {
+        return;
+    }
+    size_t i = 1;
+    while (i < words->size() && (*words)[i][0] == '-' && (*words)[i] != "--") {
+        i += (*words)[i] == "--name" ? 2 : 1;
+    }
+    if (i < words->size() && (*words)[i] == "--") {
+        words->erase(words->begin() + static_cast<ptrdiff_t>(i));
+    }
+    for (; i < words->size(); ++i) {
+        (*words)[i].insert(0, 1, OPERAND_MARK);
+    }
+}
+
+// The empty value of a script's unset variable is not the same as no option.
+std::string not_empty(const std::string& value) {
+    return value.empty() ? "its value is empty" : "";
+}
+
+void add_operand(CLI::App* app, const Operand& operand, Choices* choices) {
+    const auto take = [choices](const std::string& word) { choices->words.push_back(word.substr(1)); };
+    const auto take_all = [take](const std::vector<std::string>& words) {
+        std::for_each(words.begin(), words.end(), take);
+    };
+    CLI::Option* const option =
+        operand.count == Count::AT_LEAST_ONE
+            ? app->add_option_function<std::vector<std::string>>(operand.name, take_all, operand.description)
+            : app->add_option_function<std::string>(operand.name, take, operand.description);
+    option->type_name("")->required(operand.count != Count::AT_MOST_ONE);
+}
+
+void add_boot_options(CLI::App* app, Choices* choices) {
+    // A debug build is one that is not commercial; the option says so in a script.
+    CLI::Option* const debug = app->add_flag("--debug-build", "Be a debug build (the default)");
+    app->add_flag("--commercial", choices->commercial, "Be a commercial build")->excludes(debug);
+    app->add_option("--config", choices->config, "Configuration file of the daemon, in place of the sample")
+        ->check(not_empty)
+        ->type_name("FILE");
+    app->add_option("--data", choices->data, "Folder of the desk that becomes /data")
+        ->check(not_empty)
+        ->type_name("DIR");
+    app->add_option("--data-size", choices->data_size, "Size of /data without --data")
+        ->check(CLI::Range(uint64_t{1}, DATA_SIZE_MAX))
+        ->type_name("BYTES");
+    app->add_option("--bind", choices->binds, "Another folder of the desk to show, read-only; repeatable")
+        ->allow_extra_args(false)
+        ->check(not_empty)
+        ->type_name("DIR");
+}
+
+void add_command(CLI::App* app, const Command& command, Choices* choices) {
+    CLI::App* const added = app->add_subcommand(command.name, command.description);
+    added->add_option("--name", choices->name, "Name of the phone, where several run")
+        ->check(not_empty)
+        ->type_name("NAME");
+    if (command.boots) {
+        add_boot_options(added, choices);
+    }
+    for (const Operand& operand : command.operands) {
+        add_operand(added, operand, choices);
+    }
+    added->footer(command.footer);
+}
+
+}  // namespace
+
+bool runs_something(const std::vector<std::string>& words) {
+    const Command* const command = words.empty() ? nullptr : find_command(words[0]);
+    return command != nullptr && command->takes_rest;
+}
+
+bool read_command_line(const std::string& program, const std::vector<std::string>& words, Choices* choices) {
+    std::vector<std::string> parsed = words;
+    const std::vector<std::string> rest = take_rest(&parsed);
+    mark_operands(&parsed);
+    CLI::App app("Boots and drives a phone on the desk.", program);
+    app.require_subcommand(1);
+    app.footer("'phone COMMAND --help' shows what a command takes, with examples. To begin: phone boot\n");
+    for (const Command& command : commands) {
+        add_command(&app, command, choices);
+    }
+    const bool has_command = !words.empty() && find_command(words[0]) != nullptr;
+    try {
+        app.parse(std::vector<std::string>(parsed.rbegin(), parsed.rend()));
+    } catch (const CLI::ParseError& error) {
+        if (error.get_exit_code() == 0) {
+            app.exit(error);  // prints the help
+            return false;
+        }
+        if (!has_command) {
+            throw Refusal((words.empty() ? "no command" : "'" + words[0] + "' is no command") +
+                          ": there are " + command_names() + " (" + program + " --help tells more)");
+        }
+        throw Refusal(std::string(error.what()) + " (" + program + " " + words[0] +
+                      " --help shows what it takes)");
+    }
+    choices->program = program;
+    choices->command = words[0];
+    if (!rest.empty()) {
+        choices->words = rest;
+    }
+    return true;
+}
+
+}  // namespace phone
