@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Makes sure that what building and testing needs is there: installs what is missing from Debian's packages
-# when it may, and otherwise says in one line what to install. Quiet when nothing is missing. With the word "arm"
-# it looks after what test-arm.sh needs too.
+# Makes sure that what building, the emulated phone and the demo need is there: installs what is missing from Debian's
+# packages when it may, and otherwise says in one line what to install. Quiet when nothing is missing. With the word
+# "test" it looks after what test.sh needs too, with "arm" after what test-arm.sh does.
 set -u
 cd -- "$(dirname -- "$(realpath -- "$0")")/.."
 purpose=${1:-}
@@ -29,14 +29,17 @@ find_missing() {
   need libgtest-dev header gtest/gtest.h
   need libcli11-dev header CLI/CLI.hpp
   need nlohmann-json3-dev header nlohmann/json.hpp
-  need clang have clang++
-  need libclang-rt-dev clang_links address
   need tar have tar
-  need libarchive-tools have bsdtar
-  need procps have pgrep
   need gzip have gzip
-  need util-linux have setarch
-  need bsdutils have script
+  if [ "$purpose" = test ]; then
+    need clang have clang++
+    need libclang-rt-dev clang_links address
+    need libarchive-tools have bsdtar
+    need procps have pgrep
+    need util-linux have setarch
+    need bsdutils have script
+    need mandoc have mandoc
+  fi
   if [ "$purpose" = arm ]; then
     need g++-arm-linux-gnueabihf have arm-linux-gnueabihf-g++
     need qemu-system-arm have qemu-system-arm

@@ -3,7 +3,7 @@
 # ThreadSanitizer) and runs all tests of all three.
 set -eu
 cd -- "$(dirname -- "$(realpath -- "$0")")/.."
-scripts/setup.sh
+scripts/setup.sh test
 
 jobs=$(nproc)
 build() { # FOLDER CMAKE-OPTION...
