@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Builds the daemon and shows the road of one error on an emulated phone: first on a debug build, with a dump
 # that an application asks for, a polled state, touch panel data by the volume keys and a memory image of the sensor
-# hub, then on a commercial one. Ends by itself; the exit status is 0 only when everything that it should show was
-# there.
+# hub, then on a commercial one; and what the tools make of it. Ends by itself; the exit status is 0 only when
+# everything that it should show was there.
 set -eu
 cd -- "$(dirname -- "$(realpath -- "$0")")/.."
 scripts/setup.sh
@@ -159,6 +159,11 @@ flock -n 9 || { echo "demo: another test or demo of this checkout is running" >&
 { cmake -S . -B "$build" -G Ninja && cmake --build "$build"; } > $build/build.log 2>&1 ||
   { tail -n 40 $build/build.log; exit 1; }
 
+say "What the configuration makes the daemon do about the touch panel (dmd-config-check)"
+"$build/dmd-config-check" config/device_state_monitor.conf > "$work/checked" || missing "a clean configuration"
+sed -n '/^section.*dsm_tp/,/^section.*dsm_lcd/{/dsm_lcd/!p}' "$work/checked"
+expect_in "$work/checked" "section	1	touch	listen	dsm_tp	in-force"
+
 boot debug --debug-build
 report 1 "touch controller does not answer"
 show "The bug report in the record file" "$reports/dmd_record_0.txt"
@@ -209,6 +214,15 @@ show_archive 20500
 show_dump 20500
 if ! cmp "$work/dump" "$data"/ruvo_logs/memorydump/*/rdr.bin; then missing "the memory image in the dump"; fi
 end_phone
+
+say "All that this phone leaves, read on the desk (dmd-report)"
+"$build/dmd-report" "$reports" | tee "$work/table"
+for report in "touch_panel	20002	on" "dsm_lcd	20100	on" "dsm_pmu_coul	1	off" "sensorhub	20500	off"; do
+  expect_in "$work/table" "$report"
+done
+"$build/dmd-report" --html "$work/reports.html" "$reports" || missing "a page of all reports"
+expect_in "$work/reports.html" "touch controller does not answer"
+say "The same as a page with a timeline: $work/reports.html"
 
 boot commercial --commercial
 # The daemon removes the commercial record with the phone's rm once it has filed it. This phone's rm shows what it

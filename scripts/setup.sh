@@ -29,6 +29,8 @@ find_missing() {
   need libgtest-dev header gtest/gtest.h
   need libcli11-dev header CLI/CLI.hpp
   need nlohmann-json3-dev header nlohmann/json.hpp
+  need libarchive-dev pkg-config --exists libarchive
+  need zlib1g-dev header zlib.h
   need tar have tar
   need gzip have gzip
   if [ "$purpose" = test ]; then

@@ -10,15 +10,42 @@
 namespace tools {
 namespace {
 
+// Bytes of the character of UTF-8 at the place; 0 when there is none.
+size_t utf8_length(const std::string& text, size_t at) {
+    const auto byte = [&](size_t i) {
+        return at + i < text.size() ? static_cast<unsigned char>(text[at + i]) : 0U;
+    };
+    const unsigned first = byte(0);
+    const size_t length = first < 0x80 ? 1 : first < 0xc2 ? 0 : first < 0xe0 ? 2 : first < 0xf0 ? 3 : 4;
+    for (size_t i = 1; i < length; ++i) {
+        if ((byte(i) & 0xc0) != 0x80) {
+            return 0;
+        }
+    }
+    // Longer forms than needed, halves of pairs, and what lies beyond the last character.
+    const unsigned start = first << 8 | byte(1);
+    const bool is_wrong = (length == 3 && (start < 0xe0a0 || (start >= 0xeda0 && start < 0xee00))) ||
+                          (length == 4 && (start < 0xf090 || start >= 0xf490));
+    return is_wrong ? 0 : length;
+}
+
 std::string escape(const std::string& text, const char* kept, bool escape_backslash) {
     const std::string kept_text = kept;
     std::string escaped;
-    for (const char character : text) {
+    for (size_t at = 0; at < text.size();) {
+        const char character = text[at];
         const auto code = static_cast<unsigned char>(character);
+        const size_t length = utf8_length(text, at);
+        // Terminals obey the control characters of two bytes too.
+        const bool is_harmless = length == 1 ? code >= ' ' && code != 0x7f
+                                 : length == 2
+                                     ? code > 0xc2 || static_cast<unsigned char>(text[at + 1]) >= 0xa0
+                                     : length > 2;
         if (character == '\\' && escape_backslash) {
             escaped += "\\\\";
-        } else if ((code >= ' ' && code != 0x7f) || kept_text.find(character) != std::string::npos) {
-            escaped += character;
+        } else if (is_harmless || (length == 1 && kept_text.find(character) != std::string::npos)) {
+            escaped.append(text, at, length);
+            at += length - 1;
         } else if (character == '\t') {
             escaped += "\\t";
         } else if (character == '\n') {
@@ -30,6 +57,7 @@ std::string escape(const std::string& text, const char* kept, bool escape_backsl
             snprintf(form, sizeof form, "\\x%02x", static_cast<unsigned>(code));
             escaped += form;
         }
+        ++at;
     }
     return escaped;
 }
@@ -50,9 +78,9 @@ std::string tabbed(const std::vector<std::string>& cells) {
 
 }  // namespace
 
-Terminal describe_terminal() {
+Terminal describe_terminal(int fd) {
     Terminal terminal;
-    terminal.is_terminal = isatty(STDOUT_FILENO) == 1;
+    terminal.is_terminal = isatty(fd) == 1;
     const char* const kind = getenv("TERM");
     const char* const no_colour = getenv("NO_COLOR");
     terminal.colours = terminal.is_terminal && kind != nullptr && std::string(kind) != "dumb" &&
@@ -66,6 +94,18 @@ std::string paint(const Terminal& terminal, Colour colour, const std::string& te
         return text;
     }
     return std::string("\033[") + codes[static_cast<int>(colour)] + "m" + text + "\033[0m";
+}
+
+bool is_utf8(const std::string& text) {
+    size_t at = 0;
+    while (at < text.size()) {
+        const size_t length = utf8_length(text, at);
+        if (length == 0) {
+            return false;
+        }
+        at += length;
+    }
+    return true;
 }
 
 std::string one_line(const std::string& text) {

@@ -9,22 +9,25 @@ namespace tools {
 // Colours as a terminal knows them.
 enum class Colour { NONE, BOLD, DIM, RED, YELLOW, GREEN, CYAN };
 
-// What standard output is.
+// What a stream is.
 struct Terminal {
     bool is_terminal = false;  // columns are aligned there, and separated by tabs elsewhere
     bool colours = false;      // on a terminal only, and not where NO_COLOR is set or TERM is "dumb"
 };
-Terminal describe_terminal();
+Terminal describe_terminal(int fd = 1);
 
 // The text in the colour, where there are colours.
 std::string paint(const Terminal& terminal, Colour colour, const std::string& text);
 
-// The text on one line: tab, line ends and backslash as "\t", "\n", "\r" and "\\", other control characters
-// as
-// "\x1b". What a file or a driver wrote moves no cursor and adds no column.
+// Whether the text is UTF-8 throughout.
+bool is_utf8(const std::string& text);
+
+// The text on one line: tab, line ends and backslash as "\t", "\n", "\r" and "\\", the bytes of other control
+// characters, and those that are no UTF-8, as "\x1b". What a file or a driver wrote moves no cursor and adds
+// no column.
 std::string one_line(const std::string& text);
 
-// The text with its line ends and tabs, other control characters as "\x1b".
+// The text with its line ends and tabs, other control characters and what is no UTF-8 as "\x1b".
 std::string without_controls(const std::string& text);
 
 struct Column {

@@ -1,0 +1,112 @@
+// Reading one file of those pulled from a phone: uncompressed, and an archive's members.
+#pragma once
+
+#include <zlib.h>
+
+#include <cstdint>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/owned.h"
+
+struct archive;
+struct archive_entry;
+
+namespace tools {
+
+// Bytes, uncompressed, after which no more of a file is read: what a phone leaves is far smaller.
+constexpr uint64_t FILE_MAX = uint64_t{1} << 30;
+
+// A file of which nothing can be read; its text says why.
+class Unreadable : public std::runtime_error {
+  public:
+    using std::runtime_error::runtime_error;
+};
+
+// The bytes of a regular file; of a file that begins as gzip does the uncompressed ones. Uses zlib:
+// libarchive passes over wrong checksums, and drops the last 64 KiB before the place where a file is cut.
+class PulledFile {
+  public:
+    // Throws Unreadable, also for what is no regular file: nothing here waits for a writer.
+    explicit PulledFile(const std::string& path);
+    ~PulledFile();
+    PulledFile(const PulledFile&) = delete;
+    PulledFile& operator=(const PulledFile&) = delete;
+
+    // The next bytes, valid until the next call. None at the end, and where no more can be read.
+    std::string_view read();
+    // What the next call of read returns.
+    std::string_view peek();
+
+    bool is_empty() const { return is_empty_; }  // the file itself
+    bool is_gzip() const { return is_gzip_; }
+    int64_t gzip_time() const { return static_cast<int64_t>(header_.time); }  // 0: none in its header
+    uint64_t bytes_read() const { return bytes_read_; }
+    // After the end: why it was not the right one, or what else is wrong; empty when nothing is.
+    const std::string& damage() const { return damage_; }
+    bool is_cut() const { return is_cut_; }  // bytes are missing at the end
+
+  private:
+    void refill();
+    std::string_view inflate_piece();
+    void give_up(const std::string& damage, bool is_cut);
+
+    UniqueFd fd_;
+    std::vector<char> input_;
+    size_t input_size_ = 0;
+    uint64_t input_read_ = 0;
+    std::vector<char> output_;
+    z_stream stream_ = {};
+    int streams_ = 0;  // that have ended
+    gz_header header_ = {};
+    bool is_empty_ = false;
+    bool is_gzip_ = false;
+    bool is_peeked_ = false;
+    bool is_over_ = false;
+    std::string_view piece_;
+    uint64_t bytes_read_ = 0;
+    std::string damage_;
+    bool is_cut_ = false;
+};
+
+// Whether the bytes begin a tar archive.
+bool is_tar(std::string_view beginning);
+
+// The members of an archive, one after the other.
+class ArchiveReader {
+  public:
+    explicit ArchiveReader(PulledFile* file);
+
+    // Goes to the next member. False at the end, and where no more can be read.
+    bool next();
+    // Of the member at hand.
+    std::string name() const;
+    bool is_file() const;
+    bool is_folder() const;
+    int64_t time() const;  // 0: none
+    // The next bytes of the member, valid until the next call. None at its end.
+    std::string_view read();
+    bool is_cut() const { return is_cut_; }  // bytes of the member are missing
+
+    // After the last member, as PulledFile's.
+    const std::string& damage() const { return damage_; }
+    // Whether it was read from its first member to its end.
+    bool is_complete() const { return is_complete_; }
+
+  private:
+    void note(const std::string& damage);
+    void finish();
+
+    PulledFile* file_;
+    std::unique_ptr<archive, int (*)(archive*)> archive_;
+    archive_entry* entry_ = nullptr;
+    bool is_over_ = false;
+    bool is_cut_ = false;
+    bool is_complete_ = false;
+    std::string damage_;
+};
+
+}  // namespace tools

@@ -1,0 +1,50 @@
+// A bug report, or a dump, as it was found in the files pulled from a phone.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace tools {
+
+enum class ReportKind {
+    REPORT,  // of a record file: a head and a content
+    DUMP,    // a compressed dump of its own: no head, so its device and test switch are not known
+};
+
+// Where a report stands: a file as it was named or found, and the member when that file is an archive.
+struct ReportPlace {
+    std::string file;
+    std::string member;
+};
+
+// What an archive holds beside the record.
+struct Attachment {
+    std::string name;
+    uint64_t bytes;
+};
+
+struct Report {
+    ReportKind kind = ReportKind::REPORT;
+    int number = 0;           // in the table of all reports, from 1
+    std::string date;         // YYYY-MM-DD on the phone; of a dump worked out, empty when that cannot be
+    std::string time;         // HH:MM:SS on the phone
+    std::string device;       // empty when not known
+    int32_t error_no = 0;     // as the driver gave it
+    std::string test_switch;  // empty when not known or not given
+    std::string processes;    // the process list of a full head
+    std::string content;      // of a report the driver's text; of a dump empty, see read_dump
+    uint64_t bytes = 0;       // size of the content, of a dump uncompressed
+    bool cut = false;         // its end, or a part of its head, is missing
+    std::vector<ReportPlace> places;      // where it was found, at least one; the first is the one to show
+    std::string archive;                  // the dump archive made for it; empty when there is none
+    std::vector<Attachment> attachments;  // what that archive, or this dump, holds beside
+};
+
+// What could not be read, and why.
+struct Problem {
+    std::string file;
+    std::string text;
+};
+
+}  // namespace tools

@@ -1,0 +1,98 @@
+// The document's form.
+#include "tools/report_json.h"
+
+#include "tools/pulled_file.h"
+#include "tools/report_collection.h"
+#include "tools/terminal.h"
+
+namespace tools {
+namespace {
+
+using nlohmann::json;
+
+json or_null(const std::string& text) {
+    return text.empty() ? json() : json(text);
+}
+
+// The text's first bytes, without a piece of a character at the end.
+std::string beginning_of(const std::string& text, size_t size) {
+    constexpr size_t CHARACTER_MAX = 4;
+    if (text.size() <= size) {
+        return text;
+    }
+    size_t end = size;
+    while (end > 0 && size - end < CHARACTER_MAX && (static_cast<unsigned char>(text[end]) & 0xc0) == 0x80) {
+        --end;
+    }
+    return text.substr(0, end);
+}
+
+}  // namespace
+
+json json_of(const Report& report) {
+    const bool is_dump = report.kind == ReportKind::DUMP;
+    json places = json::array();
+    for (const ReportPlace& place : report.places) {
+        places.push_back({{"file", place.file}, {"member", or_null(place.member)}});
+    }
+    json attachments = json::array();
+    for (const Attachment& attachment : report.attachments) {
+        attachments.push_back({{"name", attachment.name}, {"bytes", attachment.bytes}});
+    }
+    return {
+        {"number", report.number},
+        {"kind", is_dump ? "dump" : "report"},
+        {"date", or_null(report.date)},
+        {"time", report.time},
+        {"device", is_dump ? json() : json(report.device)},
+        {"error", report.error_no},
+        {"test_switch", or_null(report.test_switch)},
+        {"bytes", report.bytes},
+        {"cut", report.cut},
+        {"file", report.places[0].file},
+        {"member", or_null(report.places[0].member)},
+        {"places", std::move(places)},
+        {"archive", or_null(report.archive)},
+        {"attachments", std::move(attachments)},
+        {"processes", report.processes},
+        {"content", is_dump ? json() : json(report.content)},
+        {"content_is_exact", is_utf8(report.content) && is_utf8(report.processes) && is_utf8(report.device) &&
+                                 is_utf8(report.test_switch)},
+    };
+}
+
+json json_of(const std::vector<Problem>& problems) {
+    json list = json::array();
+    for (const Problem& problem : problems) {
+        list.push_back({{"file", problem.file}, {"text", problem.text}});
+    }
+    return list;
+}
+
+std::string text_of(const json& document) {
+    return document.dump(-1, ' ', false, json::error_handler_t::replace);
+}
+
+json short_json_of(const Report& report, size_t content_max) {
+    Report shortened = report;
+    if (report.kind == ReportKind::DUMP && !is_archive(report)) {
+        const auto take = [&](std::string_view piece) {
+            shortened.content += piece;
+            return shortened.content.size() <= content_max;
+        };
+        try {
+            read_dump(report, take);
+        } catch (const Unreadable&) {
+            shortened.content.clear();  // was readable a moment ago
+        }
+    }
+    const bool is_text = is_utf8(shortened.content = beginning_of(shortened.content, content_max));
+    json object = json_of(shortened);
+    if (report.kind == ReportKind::DUMP && is_text && !shortened.content.empty()) {
+        object["content"] = shortened.content;
+    }
+    object["content_cut"] = !object["content"].is_null() && shortened.content.size() < report.bytes;
+    return object;
+}
+
+}  // namespace tools

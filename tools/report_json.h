@@ -1,0 +1,26 @@
+// Reports as a document for programs, and for the page.
+#pragma once
+
+#include <cstddef>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "tools/report.h"
+
+namespace tools {
+
+// A report as an object. What is no UTF-8 in its texts is replaced when the object is written, and then its
+// "content_is_exact" is false.
+nlohmann::json json_of(const Report& report);
+
+nlohmann::json json_of(const std::vector<Problem>& problems);
+
+// The document as a text.
+std::string text_of(const nlohmann::json& document);
+
+// As json_of; of a content, and of a dump of text, no more than the first so many bytes, and "content_cut"
+// says whether that is less than all.
+nlohmann::json short_json_of(const Report& report, size_t content_max);
+
+}  // namespace tools
