@@ -176,15 +176,24 @@ int press_keys(const Choices& choices) {
 
 // Shows the folder in the desktop's file manager, where there is a desktop.
 void open_on_desktop(const std::string& folder) {
-    if ((getenv("DISPLAY") == nullptr && getenv("WAYLAND_DISPLAY") == nullptr) || fork() != 0) {
+    int begun[2];
+    if ((getenv("DISPLAY") == nullptr && getenv("WAYLAND_DISPLAY") == nullptr) ||
+        pipe2(begun, O_CLOEXEC) != 0) {
         return;
     }
-    const int nowhere = open("/dev/null", O_RDWR | O_CLOEXEC);
-    for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
-        dup2(nowhere, fd);
+    if (fork() == 0) {
+        setsid();  // it outlives the terminal
+        const int nowhere = open("/dev/null", O_RDWR | O_CLOEXEC);
+        for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+            dup2(nowhere, fd);
+        }
+        execlp("xdg-open", "xdg-open", folder.c_str(), nullptr);
+        _exit(0);  // a desktop without it has the list
     }
-    execlp("xdg-open", "xdg-open", folder.c_str(), nullptr);
-    _exit(0);  // a desktop without it has the list
+    close(begun[1]);
+    char none;
+    (void)!read(begun[0], &none, 1);  // ends when the program begins, or there is none
+    close(begun[0]);
 }
 
 int log_dir(const Choices& choices) {

@@ -19,7 +19,8 @@
 namespace {
 
 constexpr char FILE_NAME[] = "/tmp/a.conf";
-const std::string tool = std::string(phone::BUILD_DIR) + "/dmd-config-check";
+// A sanitizer cannot look for leaks in a process that the phone does not show by number.
+const std::string tool = "ASAN_OPTIONS=detect_leaks=0 " + std::string(phone::BUILD_DIR) + "/dmd-config-check";
 
 // Runs the tool; its output, and its exit status in *status.
 std::string run(const std::string& arguments, int* status) {
