@@ -41,6 +41,9 @@ find_missing() {
     need util-linux have setarch
     need bsdutils have script
     need mandoc have mandoc
+    need python3 have python3
+    need chromium have chromium
+    need chromium-driver have chromedriver
   fi
   if [ "$purpose" = arm ]; then
     need g++-arm-linux-gnueabihf have arm-linux-gnueabihf-g++
