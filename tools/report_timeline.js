@@ -139,7 +139,9 @@ class Timeline {
       const x = this.#xOf(time);
       const anchor = x > this.width - 40 ? "end" : "middle";
       draw(this.surface, "line", {class: "grid", x1: x, x2: x, y1: 0, y2: height});
-      draw(axis, "text", {x, y: 15, "text-anchor": anchor}, label);
+      if (anchor === "middle") {  // at the edge it would run into the one before
+        draw(axis, "text", {x, y: 15, "text-anchor": anchor}, label);
+      }
       draw(axis, "text", {class: "quiet", x: i === 0 ? Math.max(x, this.left + 30) : x, y: 30, "text-anchor": anchor},
            context);
     }
