@@ -68,11 +68,24 @@ PhoneOptions phone_options(const Choices& choices) {
     return options;
 }
 
+// A word as a shell takes it.
+std::string shell_word(const std::string& word) {
+    const char* const plain = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_./+-";
+    if (!word.empty() && word.find_first_not_of(plain) == std::string::npos) {
+        return word;
+    }
+    std::string quoted = "'";
+    for (const char character : word) {
+        quoted += character == '\'' ? "'\\''" : std::string(1, character);
+    }
+    return quoted + "'";
+}
+
 // What one can do next, as it is typed where this phone was booted.
 void print_banner(const Choices& choices) {
-    const std::string name = choices.name.empty() ? "" : " --name " + choices.name;
+    const std::string name = choices.name.empty() ? "" : " --name " + shell_word(choices.name);
     const auto phone = [&](const std::string& command, const std::string& operands = "") {
-        return choices.program + " " + command + name + operands;
+        return shell_word(choices.program) + " " + command + name + operands;
     };
     const size_t folder = choices.program.rfind('/');
     const std::string reader =
@@ -82,7 +95,7 @@ void print_banner(const Choices& choices) {
         {phone("command", " dsm_tp on 20002"), "an application asks for a dump"},
         {phone("key", " up down up"), "somebody presses the phone's keys"},
         {phone("log-dir"), "where the reports are"},
-        {reader + " \"$(" + phone("log-dir") + ")\"", "what is in them"},
+        {shell_word(reader) + " \"$(" + phone("log-dir") + ")\"", "what is in them"},
         {phone("shell"), "a shell in the phone"},
     };
     if (choices.commercial) {

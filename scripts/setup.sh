@@ -5,6 +5,10 @@
 set -u
 cd -- "$(dirname -- "$(realpath -- "$0")")/.."
 purpose=${1:-}
+case $purpose in
+  '' | test | arm) ;;
+  *) echo "setup: '$purpose' is no purpose: test or arm, or none" >&2; exit 1 ;;
+esac
 
 have() { command -v "$1" > /dev/null 2>&1; }
 header() { echo "#include <$1>" | ${CXX:-c++} -std=c++17 -E -x c++ ${2:-} - > /dev/null 2>&1; }

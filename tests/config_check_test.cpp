@@ -62,7 +62,7 @@ TEST(ConfigCheck, NamesWhatTheDaemonDoesOtherwise) {
         int status;
     } cases[] = {
         {"nothing", whole + "# a comment\n", {"note 7 \"#\" is no field"}, 0},
-        {"an empty file", "", {}, 0},
+        {"an empty file", "", {"- the file has no section"}, 1},
         {"first field", "[x]\nclient_name a\n" + whole, {"2 the section is skipped: its first field"}, 1},
         {"unknown server", "\n[x]\nalgo_type udp\n" + whole, {"3 the section is skipped: its algo_type"}, 1},
         {"no server", "[x]algo_type", {"1 no value that can be read"}, 1},

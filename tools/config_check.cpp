@@ -245,9 +245,9 @@ class SectionCheck {
 };
 
 // What the whole file shows.
-void check_file(const std::string& path, const std::string& text, std::vector<Finding>* findings) {
+void check_file(const CheckedConfig& config, const std::string& text, std::vector<Finding>* findings) {
     struct stat status = {};
-    const bool exists = stat(path.c_str(), &status) == 0;
+    const bool exists = stat(config.path.c_str(), &status) == 0;
     if (exists && S_ISFIFO(status.st_mode)) {
         findings->push_back({0, true, "it is a pipe, which the daemon does not read", ""});
     }
@@ -259,7 +259,7 @@ void check_file(const std::string& path, const std::string& text, std::vector<Fi
                              ""});
     }
     const size_t nul = text.find('\0');
-    if (nul != std::string::npos) {
+    if (config.parsed && nul != std::string::npos) {
         findings->push_back({line_of(text, nul), true,
                              "a NUL byte: the daemon reads the section that holds it only up to there", ""});
     }
@@ -273,10 +273,13 @@ CheckedConfig check_config(const std::string& path) {
     const ConfigTrace trace = trace_config(path);
     config.parsed = trace.parsed;
     config.findings = find_in_steps(trace);
-    check_file(path, trace.text, &config.findings);
+    check_file(config, trace.text, &config.findings);
     const Places places = find_places(trace);
     for (const auto& [setting, lines] : places) {
         config.sections.push_back(SectionCheck(*setting, places, &config.findings).run());
+    }
+    if (config.parsed && config.sections.empty()) {
+        config.findings.push_back({0, true, "the file has no section: the daemon watches nothing", ""});
     }
     std::stable_sort(config.sections.begin(), config.sections.end(),
                      [](const CheckedSection& a, const CheckedSection& b) { return a.line < b.line; });

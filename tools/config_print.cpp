@@ -18,10 +18,6 @@ std::string format_period(uint64_t seconds) {
     return "every " + std::to_string(seconds) + " s";
 }
 
-std::string counted(size_t number, const char* what) {
-    return std::to_string(number) + " " + what + (number == 1 ? "" : "s");
-}
-
 std::string format_names(const CheckedSection& section) {
     std::string text;
     const std::pair<const char*, const std::string&> names[] = {

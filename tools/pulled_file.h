@@ -78,6 +78,7 @@ bool is_tar(std::string_view beginning);
 // The members of an archive, one after the other.
 class ArchiveReader {
   public:
+    // The file must outlive the reader. Throws Unreadable when there is no memory for it.
     explicit ArchiveReader(PulledFile* file);
 
     // Goes to the next member. False at the end, and where no more can be read.

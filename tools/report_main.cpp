@@ -41,7 +41,7 @@ constexpr char FOOTER[] =
     "\"cut\" of a\n"
     "report whose end, or a part of its head, is missing, and \"dump\" of a dump without a report.\n\n"
     "Examples:\n"
-    "  adb pull /data/kvdx_logs/dmd_log pulled\n"
+    "  adb root; adb pull /data/kvdx_logs/dmd_log pulled\n"
     "  dmd-report pulled                                  all reports, by time\n"
     "  dmd-report pulled --device 'touch*' --error 20000-20099\n"
     "  dmd-report pulled --since 2026-11-24 --until '2026-11-25 10:30'\n"
@@ -82,10 +82,6 @@ void finish_output() {
 void complain(const std::string& line) {
     const std::string text = "dmd-report: " + one_line(line);
     fprintf(stderr, "%s\n", paint(describe_terminal(STDERR_FILENO), Colour::YELLOW, text).c_str());
-}
-
-std::string counted(size_t count, const char* what) {
-    return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
 }
 
 // The empty value of a script's unset variable is not the same as no option.

@@ -116,6 +116,10 @@ std::string without_controls(const std::string& text) {
     return escape(text, "\n\t", false);
 }
 
+std::string counted(size_t number, const char* what) {
+    return std::to_string(number) + " " + what + (number == 1 ? "" : "s");
+}
+
 std::string format_table(const Terminal& terminal, const std::vector<Column>& columns,
                          const std::vector<Row>& rows) {
     std::vector<std::string> titles;

@@ -30,6 +30,9 @@ std::string one_line(const std::string& text);
 // The text with its line ends and tabs, other control characters and what is no UTF-8 as "\x1b".
 std::string without_controls(const std::string& text);
 
+// The number with what it counts, in the plural but for 1.
+std::string counted(size_t number, const char* what);
+
 struct Column {
     std::string title;
     bool is_number = false;  // aligned to the right
