@@ -163,13 +163,21 @@ TEST(Report, IsOneWhereverItStands) {
     const std::string a = report("12", "a"), b = report("13", "bb"), c = report("14", "c");
     const auto tar = [](const std::string& record) { return file(MEMBER, record) + END; };
     const auto cut_tar = [&](size_t size) { return tar(a + b).substr(0, 512 + a.size() + size); };
-    const std::string name = "dmd_dump_20834_101113.tar";
+    const std::string name = "dmd_dump_20834_101113.tar",
+                      half = report("13", "b\n========Device Bugreport========\n[Da");
     // The files; of the reports found the second, the content and the number of places.
     const std::tuple<std::string, std::map<std::string, std::string>, std::string> cases[] = {
         {"in the record and an archive", {{R, a + b + c}, {name, tar(a + b)}}, "12 a 2\n13 bb 2\n14 c 1\n"},
         {"only in the archive", {{R, c}, {name, tar(a + b)}}, "12 a 1\n13 bb 1\n14 c 1\n"},
         {"twice in one file", {{R, a + a + b}, {name, tar(a + a)}}, "12 a 2\n12 a 2\n13 bb 1\n"},
         {"another content", {{R, a}, {"dmd_record_1.txt", a + "x"}}, "12 a 1\n12 ax 1\n"},
+        {"the same in two records", {{R, a}, {"dmd_record_1.txt", a}}, "12 a 1\n12 a 1\n"},
+        {"a text that ends in half a head",
+         {{R, a + half + c}, {name, tar(a + half)}},
+         "12 a 2\n13 b\n========Device Bugreport========\n[Da 2\n14 c 1\n"},
+        {"a record that is cut",
+         {{R, a + b.substr(0, b.size() - 1)}, {name, tar(a + b)}},
+         "12 a 2\n13 bb 2\n"},
         {"a cut one", {{R, a + b + c}, {name, cut_tar(b.size() - 1)}}, "12 a 2\n13 bb 2\n14 c 1\n"},
         {"only cut", {{name, cut_tar(b.size() - 1)}}, "12 a 1\n13 b|cut 1\n"},
         {"cut in the next head", {{R, a + b}, {name, cut_tar(9)}}, "12 a 2\n13 bb 1\n"},
@@ -301,6 +309,8 @@ TEST(Report, ChoosesAndRefuses) {
         {"--since 2015-02-29", 2, "--since: \"2015-02-29\" is no day, as "},
         {"--show 5", 2, "there is no report 5: there are 4 reports"},
         {"--show 1 --error 7", 2, "and no filter"},
+        {"--show ''", 2, "is no number of a report"},
+        {"--html " + R, 1, "it is there and is no page"},
         {"--html x --json", 2, "goes with neither"},
         {"nosuch", 1, "nosuch: No such file or directory"},
         {">/dev/full", 1, "cannot write the output: No space left on device"},

@@ -12,13 +12,12 @@ namespace {
 // Bytes of a path's last part in which a name is looked for.
 constexpr size_t NAME_MAX_BYTES = 255;
 
-// Empty for one that is longer than any name.
+}  // namespace
+
 std::string last_part(const std::string& path) {
     const std::string name = path.substr(path.rfind('/') + 1);
     return name.size() <= NAME_MAX_BYTES ? name : "";
 }
-
-}  // namespace
 
 std::optional<DumpName> parse_dump_name(const std::string& path) {
     // %05d fills to five characters, of which a minus sign is one.

@@ -15,6 +15,9 @@ struct DumpName {
     bool is_gzip = false;
 };
 
+// What stands behind the last slash. Empty when that is longer than any name.
+std::string last_part(const std::string& path);
+
 // For a path, or a member's name, that ends in a dump's name.
 std::optional<DumpName> parse_dump_name(const std::string& path);
 

@@ -101,6 +101,7 @@ bool is_behind_head(string_view rest) {
 Head read_number_and_switch(Scanner scanner, Report report) {
     scanner.literal("\n[Error no]:");
     report.error_no = scanner.number();
+    report.has_error_no = scanner.match() == Match::WHOLE;
     scanner.literal("\n[Runing_test_switch]:");
     Head best = {scanner.match(), scanner.position(), report};
     if (best.match != Match::WHOLE) {
@@ -127,6 +128,7 @@ Head read_number_and_switch(Scanner scanner, Report report) {
 Head read_head(string_view bytes) {
     Scanner scanner(bytes);
     Report report;
+    report.has_error_no = false;
     scanner.literal(TITLE);
     scanner.literal("[Date]:");
     report.date = scanner.digits("0000-00-00");

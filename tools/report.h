@@ -26,16 +26,17 @@ struct Attachment {
 
 struct Report {
     ReportKind kind = ReportKind::REPORT;
-    int number = 0;           // in the table of all reports, from 1
-    std::string date;         // YYYY-MM-DD on the phone; of a dump worked out, empty when that cannot be
-    std::string time;         // HH:MM:SS on the phone
-    std::string device;       // empty when not known
-    int32_t error_no = 0;     // as the driver gave it
-    std::string test_switch;  // empty when not known or not given
-    std::string processes;    // the process list of a full head
-    std::string content;      // of a report the driver's text; of a dump empty, see read_dump
-    uint64_t bytes = 0;       // size of the content, of a dump uncompressed
-    bool cut = false;         // its end, or a part of its head, is missing
+    int number = 0;            // in the table of all reports, from 1
+    std::string date;          // YYYY-MM-DD on the phone; of a dump worked out, empty when that cannot be
+    std::string time;          // HH:MM:SS on the phone
+    std::string device;        // empty when not known
+    int32_t error_no = 0;      // as the driver gave it
+    bool has_error_no = true;  // false when the head is cut before it
+    std::string test_switch;   // empty when not known or not given
+    std::string processes;     // the process list of a full head
+    std::string content;       // of a report the driver's text; of a dump empty, see read_dump
+    uint64_t bytes = 0;        // size of the content, of a dump uncompressed
+    bool cut = false;          // its end, or a part of its head, is missing
     std::vector<ReportPlace> places;      // where it was found, at least one; the first is the one to show
     std::string archive;                  // the dump archive made for it; empty when there is none
     std::vector<Attachment> attachments;  // what that archive, or this dump, holds beside

@@ -48,7 +48,8 @@ class Collector {
     void read_archive(const std::string& path, PulledFile* file);
     void read_plain(const std::string& path, PulledFile* file);
     std::string read_whole(const std::string& path, const std::function<std::string_view()>& read);
-    std::vector<size_t> take_record(const ReportPlace& place, const std::string& bytes, bool is_cut);
+    std::vector<size_t> take_record(const ReportPlace& place, const std::string& bytes, bool is_cut,
+                                    const std::optional<DumpName>& archive = std::nullopt);
     size_t take_report(RecordReport report, const ReportPlace& place, int occurrence);
     void take_dump(const std::string& path, const DumpName& name, Report dump, int64_t time);
     void join_cut_reports();
@@ -59,7 +60,8 @@ class Collector {
     std::vector<RecordReport> reports_;                 // dumps among them, which have no head
     std::unordered_map<size_t, size_t> index_by_hash_;  // of a whole report's bytes and occurrence
     std::vector<size_t> cut_at_end_;                    // reports that may be the beginning of another
-    std::vector<size_t> joined_;                        // for each report the one it is
+    std::unordered_map<std::string, std::unordered_map<size_t, int>> rolling_;  // occurrences by folder
+    std::vector<size_t> joined_;  // for each report the one it is
     std::vector<Packed> packed_;
     std::vector<Problem> problems_;
     size_t kept_ = 0;
@@ -160,7 +162,7 @@ void Collector::read_archive(const std::string& path, PulledFile* file) {
             has_record = true;
             const std::string bytes = read_whole(path, [&archive] { return archive.read(); });
             const bool is_cut = archive.is_cut() || bytes.size() == RECORD_MAX;
-            for (const size_t report : take_record({path, member}, bytes, is_cut)) {
+            for (const size_t report : take_record({path, member}, bytes, is_cut, name)) {
                 reports.push_back(report);
             }
         } else if (!archive.is_folder() && keep(member.size(), path)) {
@@ -190,10 +192,29 @@ void Collector::read_archive(const std::string& path, PulledFile* file) {
     }
 }
 
-// Returns the reports that the record holds, in its order.
-std::vector<size_t> Collector::take_record(const ReportPlace& place, const std::string& bytes, bool is_cut) {
+// An archive is packed right after the report that it is named for was written. What looks like a beginning
+// of the next head there is the end of that report's content.
+void join_half_head(const DumpName& archive, std::vector<RecordReport>* reports) {
+    if (reports->size() < 2 || !reports->back().report.cut) {
+        return;
+    }
+    Report& last = (*reports)[reports->size() - 2].report;
+    if (last.error_no != archive.error_no || last.time != archive.time) {
+        return;
+    }
+    last.content += reports->back().head + reports->back().report.content;
+    last.bytes = last.content.size();
+    reports->pop_back();
+}
+
+// Returns the reports that the record holds, in its order. The archive is the one that holds it.
+std::vector<size_t> Collector::take_record(const ReportPlace& place, const std::string& bytes, bool is_cut,
+                                           const std::optional<DumpName>& archive) {
     const std::string where = place.member.empty() ? "" : "in " + place.member + ": ";
     Record record = read_record(bytes, REPORTS_MAX);
+    if (archive && !is_cut) {
+        join_half_head(*archive, &record.reports);
+    }
     if (record.reports.empty()) {
         note(place.file,
              where + "holds no report" +
@@ -207,7 +228,12 @@ std::vector<size_t> Collector::take_record(const ReportPlace& place, const std::
                              bytes_text(record.bytes_after) + " are not read");
     }
     std::vector<size_t> taken;
-    std::unordered_map<size_t, int> occurrences;
+    // The daemon writes each report to one of the rolling files: the same in two of them is two reports.
+    const std::string name = last_part(place.file);
+    std::unordered_map<size_t, int> own;
+    auto& occurrences = place.member.empty() && is_record_name(name) && name != "dmd_commercial_record.txt"
+                            ? rolling_[place.file.substr(0, place.file.size() - name.size())]
+                            : own;
     for (RecordReport& report : record.reports) {
         const bool is_last = &report == &record.reports.back();
         if (is_last && report.report.cut && !is_cut) {
@@ -218,7 +244,8 @@ std::vector<size_t> Collector::take_record(const ReportPlace& place, const std::
         if (!keep(place.file.size() + place.member.size(), place.file)) {
             break;
         }
-        const bool may_go_on = is_last && report.report.cut;
+        // The end of a record that is no member does not tell whether it is the right one.
+        const bool may_go_on = is_last && (report.report.cut || place.member.empty());
         const size_t index = take_report(std::move(report), place, ++occurrences[hash]);
         if (index == NOWHERE) {
             break;
@@ -278,6 +305,14 @@ void Collector::join_cut_reports() {
             return other.file == place.file && other.member == place.member;
         });
     };
+    // What does not look cut is, when only its record has it and another copy of that record has more.
+    const auto is_cut_copy = [](const Report& part, const Report& whole) {
+        const std::string name = last_part(part.places[0].file);
+        return part.places.size() == 1 && part.bytes < whole.bytes &&
+               std::any_of(whole.places.begin(), whole.places.end(), [&](const ReportPlace& place) {
+                   return last_part(place.member.empty() ? place.file : place.member) == name;
+               });
+    };
     // The longer ones first: they may be what the shorter ones are the beginning of.
     std::sort(cut_at_end_.begin(), cut_at_end_.end());
     cut_at_end_.erase(std::unique(cut_at_end_.begin(), cut_at_end_.end()), cut_at_end_.end());
@@ -290,8 +325,13 @@ void Collector::join_cut_reports() {
             RecordReport& whole = reports_[i];
             if (i == cut || joined_[i] != i || whole.report.kind == ReportKind::DUMP ||
                 (whole.report.cut && size(i) <= size(cut)) || !is_beginning_of(part, whole) ||
-                stands_in(whole.report, part.report.places[0])) {
+                stands_in(whole.report, part.report.places[0]) ||
+                (!part.report.cut && !is_cut_copy(part.report, whole.report))) {
                 continue;
+            }
+            if (!part.report.cut) {
+                note(part.report.places[0].file,
+                     "ends within a report, which stands whole in " + whole.report.places[0].file);
             }
             joined_[cut] = i;
             auto& places = part.report.places;

@@ -77,12 +77,12 @@ bool passes(const ReportFilter& filter, const Report& report, bool* date_missing
         std::any_of(filter.devices.begin(), filter.devices.end(), [&](const std::string& pattern) {
             return report.kind == ReportKind::REPORT && fits_pattern(pattern, report.device);
         });
-    const bool error_fits =
-        filter.errors.empty() ||
-        std::any_of(filter.errors.begin(), filter.errors.end(),
-                    [&](const std::pair<int32_t, int32_t>& range) {
-                        return range.first <= report.error_no && report.error_no <= range.second;
-                    });
+    const bool error_fits = filter.errors.empty() ||
+                            std::any_of(filter.errors.begin(), filter.errors.end(),
+                                        [&](const std::pair<int32_t, int32_t>& range) {
+                                            return report.has_error_no && range.first <= report.error_no &&
+                                                   report.error_no <= range.second;
+                                        });
     if (!device_fits || !error_fits || (filter.since.empty() && filter.until.empty())) {
         return device_fits && error_fits;
     }

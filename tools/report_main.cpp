@@ -1,5 +1,6 @@
 // dmd-report: shows the bug reports in files pulled from a phone.
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -11,6 +12,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "platform/owned.h"
 #include "tools/pulled_file.h"
 #include "tools/replaced_file.h"
 #include "tools/report_collection.h"
@@ -89,6 +91,12 @@ std::string not_empty(const std::string& value) {
     return value.empty() ? "its value is empty" : "";
 }
 
+std::string is_number(const std::string& value) {
+    const bool is_decimal = !value.empty() && value.find_first_not_of("0123456789") == std::string::npos;
+    return is_decimal && (value[0] != '0' || value == "0") ? ""
+                                                           : "\"" + value + "\" is no number of a report";
+}
+
 // What an option's parser says is wrong with its value.
 template <typename Parse>
 auto parsed(const char* option, Parse parse) {
@@ -125,6 +133,21 @@ void print_json(const std::vector<const Report*>& reports, const std::vector<Pro
     put("]}\n");
 }
 
+// "--html pulled/*" is not to cost the first of the pulled files: only a page is replaced.
+void require_replaceable(const std::string& path) {
+    constexpr std::string_view BEGINNING = "<!DOCTYPE html>";
+    struct stat status;
+    if (stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode) || status.st_size == 0) {
+        return;
+    }
+    char bytes[BEGINNING.size()] = "";
+    const UniqueFd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!fd.valid() || read(fd.get(), bytes, sizeof bytes) != static_cast<ssize_t>(sizeof bytes) ||
+        std::string_view(bytes, sizeof bytes) != BEGINNING) {
+        throw OutputError("cannot write " + path + ": it is there and is no page");
+    }
+}
+
 void write_page(const std::string& path, const std::vector<const Report*>& reports,
                 const std::vector<Problem>& problems) {
     nlohmann::json document = {{"reports", nlohmann::json::array()}, {"problems", json_of(problems)}};
@@ -135,6 +158,7 @@ void write_page(const std::string& path, const std::vector<const Report*>& repor
     if (path == "-") {
         put(page);
     } else {
+        require_replaceable(path);
         replace_file(path, page);
     }
 }
@@ -150,7 +174,7 @@ void print_table(const std::vector<const Report*>& reports, const Collection& co
                        std::to_string(collection.reports.size()) + ", from " +
                        counted(collection.files, "file");
     if (without_date > 0) {
-        line += "; " + counted(without_date, "dump") + " without a date left out";
+        line += "; " + std::to_string(without_date) + " without a date left out";
     }
     put(paint(terminal, Colour::DIM, line + "; one of them whole: --show N") + "\n");
 }
@@ -224,6 +248,7 @@ int do_command_line(int argc, char** argv) {
         ->check(not_empty)
         ->type_name("WHEN");
     app.add_option("--show", choices.show, "Show the report of that number in the table whole")
+        ->check(is_number)
         ->type_name("N");
     app.add_flag("--json", choices.json, "Print one JSON document, its problems in it");
     app.add_option("--html", choices.html, "Write a page for browsers; - for standard output")

@@ -30,14 +30,16 @@ function timeOf(date, time) {
     return null;
   }
   const [year, month, day, hour, minute, second] = form.slice(1).map(digits => Number(digits ?? 0));
-  const at = Date.UTC(year, month - 1, day, hour, minute, second);
-  return stampOf(at).startsWith(date) ? at : null;  // null for a day that there is not
+  const at = Date.UTC(year, month - 1, day);
+  const exists = stampOf(at).startsWith(date) && hour < 24 && minute < 60 && second <= 60;  // 60 is a leap second
+  return exists ? at + ((hour * 60 + minute) * 60 + second) * 1000 : null;
 }
 
 for (const report of reports) {
   report.at = timeOf(report.date, report.time);
   report.device ??= UNKNOWN_DEVICE;
 }
+const numberOf = report => String(report.error ?? "(not known)");  // a head may be cut before it
 const times = reports.map(report => report.at).filter(at => at !== null);
 const earliest = times.reduce((a, b) => Math.min(a, b), Infinity);
 const latest = times.reduce((a, b) => Math.max(a, b), -Infinity);
@@ -56,7 +58,7 @@ function whenOf(report) {
 }
 
 function titleOf(report) {
-  return `No. ${report.number}: ${plain(report.device)} ${report.error}`;
+  return `No. ${report.number}: ${plain(report.device)} ${numberOf(report)}`;
 }
 
 // The text that tells a mark of the timeline.
@@ -83,7 +85,7 @@ let drawable = [];             // those with a date, in the order of time
 
 const FACETS = {
   device: {of: report => report.device, all: "All devices"},
-  error: {of: report => String(report.error), all: "All numbers"},
+  error: {of: numberOf, all: "All numbers"},
   kind: {of: report => report.kind, all: "All kinds"},
 };
 
@@ -205,7 +207,7 @@ function makeDetail(report) {
     ["Kind", report.kind],
     ["Date and time", whenOf(report)],
     ["Device", plain(report.device)],
-    ["Error number", String(report.error)],
+    ["Error number", numberOf(report)],
     ["Test switch", plain(report.test_switch ?? "not known")],
     ["Size", counted(report.bytes, "byte")],
     ["Found in", make("ul", {}, ...report.places.map(place => make("li", {}, placeOf(place))))],
@@ -215,7 +217,7 @@ function makeDetail(report) {
   const heading = text => parts.push(make("h3", {}, text));
   const warning = text => parts.push(make("p", {className: "warning"}, text));
   if (report.cut) {
-    warning("Its end is missing.");
+    warning("Its end, or a part of its head, is missing.");
   }
   heading("Content");
   if (report.content_cut) {
@@ -283,7 +285,8 @@ function renderFilters() {
     for (const report of reports.filter(makeFilter(name))) {
       counts.set(of(report), counts.get(of(report)) + 1);
     }
-    const values = [...counts.keys()].sort((a, b) => (name === "error" ? a - b : a < b ? -1 : 1))
+    const figure = text => Number(text) || 0;
+    const values = [...counts.keys()].sort((a, b) => (name === "error" ? figure(a) - figure(b) : a < b ? -1 : 1))
       .filter(value => counts.get(value) > 0 || value === state[name]);
     const options = values.map(value => make("option", {value}, `${plain(value)} (${counts.get(value)})`));
     byId(name).replaceChildren(make("option", {value: ""}, all), ...options);
@@ -324,7 +327,8 @@ function renderTimeline() {
 
 function renderHead() {
   const devices = new Set(reports.map(report => report.device).filter(device => device !== UNKNOWN_DEVICE)).size;
-  const errors = new Set(reports.map(report => report.error)).size, dumps = reports.filter(isDump).length;
+  const errors = new Set(reports.map(report => report.error).filter(error => error !== null)).size;
+  const dumps = reports.filter(isDump).length;
   byId("summary").textContent = reports.length === 0 ? "No reports." : [
     `${counted(reports.length, "report")}${dumps > 0 ? ` (${counted(dumps, "dump")} among them)` : ""}`,
     `${counted(devices, "device")}`, `${counted(errors, "error number")}`,
@@ -336,7 +340,7 @@ function renderHead() {
 
   const base = {kind: "report", number: 0, cut: false, test_switch: null};
   const legend = [
-    [[base], "report"], [[{...base, kind: "dump"}], "dump"], [[{...base, cut: true}], "its end is missing"],
+    [[base], "report"], [[{...base, kind: "dump"}], "dump"], [[{...base, cut: true}], "cut: a part is missing"],
     [[{...base, test_switch: "on"}], "test switch on"], [Array(12).fill(base), "so many; click to zoom in"]];
   for (const [members, text] of legend) {
     const picture = draw(null, "svg", {width: 26, height: 24, viewBox: "-13 -12 26 24", "aria-hidden": true});

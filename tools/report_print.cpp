@@ -21,6 +21,10 @@ std::string or_unknown(const std::string& text) {
     return text.empty() ? "not known" : one_line(text);
 }
 
+std::string error_of(const Report& report) {
+    return report.has_error_no ? std::to_string(report.error_no) : "";
+}
+
 // The lines before the process list and the content.
 std::string description_of(const Terminal& terminal, const Report& report) {
     const bool is_dump = report.kind == ReportKind::DUMP;
@@ -37,7 +41,7 @@ std::string description_of(const Terminal& terminal, const Report& report) {
     if (!is_dump) {
         line("Device:", or_unknown(report.device));
     }
-    line("Error:", std::to_string(report.error_no));
+    line("Error:", or_unknown(error_of(report)));
     if (!is_dump) {
         line("Test switch:", or_unknown(report.test_switch));
     }
@@ -64,10 +68,10 @@ std::string report_table(const Terminal& terminal, const std::vector<const Repor
     std::vector<Row> rows;
     rows.reserve(reports.size());
     for (const Report* const report : reports) {
-        rows.push_back({{std::to_string(report->number), report->date, report->time, report->device,
-                         std::to_string(report->error_no), report->test_switch, std::to_string(report->bytes),
-                         report->places[0].file, note_of(*report)},
-                        report->cut ? Colour::YELLOW : Colour::NONE});
+        rows.push_back(
+            {{std::to_string(report->number), report->date, report->time, report->device, error_of(*report),
+              report->test_switch, std::to_string(report->bytes), report->places[0].file, note_of(*report)},
+             report->cut ? Colour::YELLOW : Colour::NONE});
     }
     return format_table(terminal, columns, rows);
 }

@@ -5,7 +5,7 @@ const COLUMNS = [  // of: what they are sorted by; look: classes of the style, w
   {name: "number", title: "No.", look: "figure minor", of: report => report.number},
   {name: "when", title: "When", of: report => report.at ?? report.time, show: whenOf},
   {name: "device", title: "Device", of: report => report.device, show: report => plain(report.device)},
-  {name: "error", title: "Error", look: "figure", of: report => report.error},
+  {name: "error", title: "Error", look: "figure", of: report => report.error, show: report => report.error ?? ""},
   {name: "notes", title: "Notes", look: "minor", of: notesOf},
   {name: "bytes", title: "Bytes", look: "figure minor", of: report => report.bytes,
    show: report => report.bytes.toLocaleString("en")},

@@ -151,7 +151,7 @@ class Timeline {
       this.#label(plain(device), members.reduce((sum, lane) => sum + lane.length, 0), y, "device");
       for (const lane of members) {
         y += LANE_HEIGHT;
-        this.#label(String(lane[0].error), lane.length, y, "lane");
+        this.#label(numberOf(lane[0]), lane.length, y, "lane");
         const marks = marksOf(lane, time => this.#xOf(time));
         for (const mark of marks) {
           mark.y = y + LANE_HEIGHT / 2;
