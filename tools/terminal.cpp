@@ -29,6 +29,19 @@ size_t utf8_length(const std::string& text, size_t at) {
     return is_wrong ? 0 : length;
 }
 
+// Whether the character of that length is one that a terminal obeys rather than shows: a control character,
+// also one of two bytes, or one that turns the text around it round.
+bool is_control(const std::string& text, size_t at, size_t length) {
+    const std::string character = text.substr(at, length);
+    if (length < 3) {
+        return character < " " || character == "\x7f" ||
+               (character >= "\xc2\x80" && character < "\xc2\xa0") || character == "\u061c";
+    }
+    return character == "\u200e" || character == "\u200f" ||
+           (character >= "\u202a" && character <= "\u202e") ||
+           (character >= "\u2066" && character <= "\u2069");
+}
+
 std::string escape(const std::string& text, const char* kept, bool escape_backslash) {
     const std::string kept_text = kept;
     std::string escaped;
@@ -36,11 +49,7 @@ std::string escape(const std::string& text, const char* kept, bool escape_backsl
         const char character = text[at];
         const auto code = static_cast<unsigned char>(character);
         const size_t length = utf8_length(text, at);
-        // Terminals obey the control characters of two bytes too.
-        const bool is_harmless = length == 1 ? code >= ' ' && code != 0x7f
-                                 : length == 2
-                                     ? code > 0xc2 || static_cast<unsigned char>(text[at + 1]) >= 0xa0
-                                     : length > 2;
+        const bool is_harmless = length > 0 && !is_control(text, at, length);
         if (character == '\\' && escape_backslash) {
             escaped += "\\\\";
         } else if (is_harmless || (length == 1 && kept_text.find(character) != std::string::npos)) {

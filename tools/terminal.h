@@ -23,8 +23,8 @@ std::string paint(const Terminal& terminal, Colour colour, const std::string& te
 bool is_utf8(const std::string& text);
 
 // The text on one line: tab, line ends and backslash as "\t", "\n", "\r" and "\\", the bytes of other control
-// characters, and those that are no UTF-8, as "\x1b". What a file or a driver wrote moves no cursor and adds
-// no column.
+// characters, of those that turn text round, and those that are no UTF-8, as "\x1b". What a file or a driver
+// wrote moves no cursor and adds no column.
 std::string one_line(const std::string& text);
 
 // The text with its line ends and tabs, other control characters and what is no UTF-8 as "\x1b".
