@@ -66,7 +66,7 @@ const Command commands[] = {
      "A command to run in its place stands after '--'.\n\n"
      "Examples:\n"
      "  phone shell\n"
-     "  phone shell -- cat /dev/log/exception\n"},
+     "  phone shell -- ls -lR /data\n"},
     {"log-dir",
      "Print where the reports are; on a terminal list and open it",
      false,
@@ -247,8 +247,10 @@ bool read_command_line(const std::string& program, const std::vector<std::string
             throw Refusal((words.empty() ? "no command" : "'" + words[0] + "' is no command") +
                           ": there are " + command_names() + " (" + program + " --help tells more)");
         }
-        throw Refusal(std::string(error.what()) + " (" + program + " " + words[0] +
-                      " --help shows what it takes)");
+        const bool is_surplus = dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr;
+        throw Refusal(
+            (is_surplus ? "too many operands; options stand before them" : std::string(error.what())) + " (" +
+            program + " " + words[0] + " --help shows what it takes)");
     }
     choices->program = program;
     choices->command = words[0];

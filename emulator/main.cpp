@@ -82,7 +82,7 @@ std::string shell_word(const std::string& word) {
 }
 
 // What one can do next, as it is typed where this phone was booted.
-void print_banner(const Choices& choices) {
+std::string banner(const Choices& choices) {
     const std::string name = choices.name.empty() ? "" : " --name " + shell_word(choices.name);
     const auto phone = [&](const std::string& command, const std::string& operands = "") {
         return shell_word(choices.program) + " " + command + name + operands;
@@ -105,12 +105,12 @@ void print_banner(const Choices& choices) {
     for (const auto& line : lines) {
         width = std::max(width, line.first.size());
     }
-    printf("A %s build boots; Ctrl-C ends it. From another terminal:\n",
-           choices.commercial ? "commercial" : "debug");
+    std::string text = choices.commercial ? "A commercial" : "A debug";
+    text += " build boots; Ctrl-C ends it. From another terminal:\n";
     for (const auto& [command, effect] : lines) {
-        printf("  %-*s   %s\n", static_cast<int>(width), command.c_str(), effect);
+        text += "  " + command + std::string(width - command.size(), ' ') + "   " + effect + "\n";
     }
-    fflush(stdout);
+    return text;
 }
 
 int boot(const Choices& choices) {
@@ -118,7 +118,7 @@ int boot(const Choices& choices) {
     options.socket_name = socket_of_phone(choices.name.empty() ? DEFAULT_NAME : choices.name);
     options.command = {std::string(BUILD_DIR) + "/dmd"};
     options.command.insert(options.command.end(), choices.words.begin(), choices.words.end());
-    print_banner(choices);
+    options.banner = banner(choices);
     return run_phone(options);
 }
 

@@ -23,6 +23,7 @@ struct PhoneOptions {
     uint64_t data_size = DATA_SIZE_DEFAULT;
     std::string build_dir;           // the folder of `phone` itself, shown read-only at BUILD_DIR
     std::vector<std::string> binds;  // folders that the phone sees, read-only, at their own place; sorted
+    std::string banner;  // printed on standard output when the phone is there, before the command begins
     std::vector<std::string> command;
 };
 

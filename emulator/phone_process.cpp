@@ -199,6 +199,8 @@ int run_first_process(const PhoneOptions& options) {
     start_media_server();
     placed.write_end.reset();
 
+    fputs(options.banner.c_str(), stdout);
+    fflush(stdout);
     const pid_t command = fork();
     if (command < 0) {
         throw refusal_errno("cannot start the command");

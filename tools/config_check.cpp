@@ -22,6 +22,8 @@ struct TriggerLines {
 };
 struct SectionLines {
     int header = 0;
+    size_t first_header = 0;       // which of the file's headers that is
+    size_t last_header = 0;        // which is the last of the section so far
     std::vector<int> repetitions;  // headers of the same name that follow
     int client = 0;
     int num_triggers = 0;
@@ -32,9 +34,11 @@ using Places = std::map<const setting_info*, SectionLines>;
 Places find_places(const ConfigTrace& trace) {
     Places places;
     int header = 0;
+    size_t headers = 0;
     for (const TraceStep& step : trace.steps) {
         if (step.place == PLACE_HEADER) {
             header = step.line;
+            ++headers;
         }
         if (step.setting == nullptr) {
             continue;
@@ -42,16 +46,19 @@ Places find_places(const ConfigTrace& trace) {
         SectionLines& lines = places[step.setting];
         if (lines.header == 0) {
             lines.header = header;
-        } else if (header >
-                   std::max(lines.header, lines.repetitions.empty() ? 0 : lines.repetitions.back())) {
+            lines.first_header = headers;
+        } else if (headers > lines.last_header) {
             lines.repetitions.push_back(header);
         }
+        lines.last_header = headers;
         if (step.place != PLACE_VALUE) {
             continue;
         }
         switch (step.field) {
             case FIELD_CLIENT_NAME:
-                lines.client = step.line;
+                if (step.messages.empty()) {
+                    lines.client = step.line;
+                }
                 break;
             case FIELD_NUM_TRIGGERS:
                 if (step.messages.empty()) {  // there is a new array
@@ -60,10 +67,14 @@ Places find_places(const ConfigTrace& trace) {
                 }
                 break;
             case FIELD_ERROR_NO:
-                lines.triggers[step.trigger].number = step.line;
+                if (step.messages.empty()) {
+                    lines.triggers[step.trigger].number = step.line;
+                }
                 break;
             case FIELD_ACTION:
-                lines.triggers[step.trigger].action = step.line;
+                if (!has_message(step, "Ivalid error action filed")) {  // the slot keeps what it had
+                    lines.triggers[step.trigger].action = step.line;
+                }
                 break;
             default:
                 break;
@@ -92,8 +103,13 @@ client_dump_operation operation_of(const dmd_client_info& row, int32_t algo_type
 // One section on its way from the parser's record to what a person reads.
 class SectionCheck {
   public:
-    SectionCheck(const setting_info& setting, const Places& places, std::vector<Finding>* findings)
-        : setting_(setting), places_(places), lines_(places.at(&setting)), findings_(findings) {}
+    SectionCheck(const setting_info& setting, bool parsed, const Places& places,
+                 std::vector<Finding>* findings)
+        : setting_(setting),
+          parsed_(parsed),
+          places_(places),
+          lines_(places.at(&setting)),
+          findings_(findings) {}
 
     CheckedSection run() {
         const bool poll = setting_.algo_type == ALGO_POLL;
@@ -109,12 +125,16 @@ class SectionCheck {
         section_.in_force = false;
         for (const int line : lines_.repetitions) {
             warn(line, "section [" + section_.name + "] begins at line " + std::to_string(lines_.header) +
-                           ": this adds to it, and overwrites what it names");
+                           ": this adds to it, and overwrites what it names; num_triggers drops the triggers "
+                           "so far");
         }
         if (section_.server.empty()) {
             return section_;
         }
-        section_.in_force = check_client();
+        section_.in_force = check_client() && parsed_;
+        if (section_.in_force) {
+            check_names(poll ? ALGO_LISTEN : ALGO_POLL);
+        }
         if (poll) {
             check_period();
         }
@@ -152,6 +172,20 @@ class SectionCheck {
             return false;
         }
         return true;
+    }
+
+    // A client has one set of names, which either server fills from its own section when it starts.
+    void check_names(int32_t other_algo) {
+        const setting_info* const other = find_setting(row_->name, other_algo);
+        if (other == nullptr || places_.at(other).header > lines_.header ||
+            (section_.device == other->device_name && section_.ic == other->ic_name &&
+             section_.module == other->module_name)) {
+            return;
+        }
+        warn(lines_.header,
+             "section [" + section_.name + "] and section [" + other->section_name + "] at line " +
+                 std::to_string(places_.at(other).header) + " name the device of " + section_.client +
+                 " differently: either may hold where the driver gives none, also an empty one");
     }
 
     void check_period() {
@@ -237,6 +271,7 @@ class SectionCheck {
     }
 
     const setting_info& setting_;
+    const bool parsed_;  // the daemon watches nothing of a file that it takes for broken
     const Places& places_;
     const SectionLines& lines_;
     std::vector<Finding>* findings_;
@@ -252,7 +287,9 @@ void check_file(const CheckedConfig& config, const std::string& text, std::vecto
         findings->push_back({0, true, "it is a pipe, which the daemon does not read", ""});
     }
     if (exists && status.st_size > static_cast<off_t>(MAX_CONFIG_BYTES)) {
-        findings->push_back({line_of(text, text.size()), true,
+        // The first line that is not seen whole.
+        const int line = line_of(text, text.size()) + (text.empty() || text.back() == '\n' ? 0 : 1);
+        findings->push_back({line, true,
                              "the file has " + std::to_string(status.st_size) +
                                  " bytes, of which the daemon reads " + std::to_string(MAX_CONFIG_BYTES) +
                                  ": nothing is seen from here on",
@@ -275,14 +312,16 @@ CheckedConfig check_config(const std::string& path) {
     config.findings = find_in_steps(trace);
     check_file(config, trace.text, &config.findings);
     const Places places = find_places(trace);
+    std::map<size_t, const setting_info*> in_order;
     for (const auto& [setting, lines] : places) {
-        config.sections.push_back(SectionCheck(*setting, places, &config.findings).run());
+        in_order[lines.first_header] = setting;
+    }
+    for (const auto& [header, setting] : in_order) {
+        config.sections.push_back(SectionCheck(*setting, trace.parsed, places, &config.findings).run());
     }
     if (config.parsed && config.sections.empty()) {
         config.findings.push_back({0, true, "the file has no section: the daemon watches nothing", ""});
     }
-    std::stable_sort(config.sections.begin(), config.sections.end(),
-                     [](const CheckedSection& a, const CheckedSection& b) { return a.line < b.line; });
     auto& findings = config.findings;
     std::stable_sort(findings.begin(), findings.end(),
                      [](const Finding& a, const Finding& b) { return a.line < b.line; });

@@ -25,6 +25,14 @@ int status_of(const tools::CheckedConfig& config) {
     return has_warnings ? STATUS_WARNINGS : STATUS_CLEAN;
 }
 
+bool print(const std::string& text) {
+    if (fwrite(text.data(), 1, text.size(), stdout) != text.size() || fflush(stdout) != 0) {
+        perror("dmd-config-check: cannot write");
+        return false;
+    }
+    return true;
+}
+
 int run(int argc, char** argv) {
     std::string path;
     bool as_json = false;
@@ -46,7 +54,7 @@ int run(int argc, char** argv) {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
         if (error.get_exit_code() == 0) {
-            return app.exit(error);  // prints the help
+            return print(app.help()) ? STATUS_CLEAN : STATUS_UNREADABLE;
         }
         fprintf(stderr, "dmd-config-check: %s (--help tells how to use it)\n", error.what());
         return STATUS_UNREADABLE;
@@ -54,11 +62,7 @@ int run(int argc, char** argv) {
     const tools::CheckedConfig config = tools::check_config(path);
     const std::string shown = as_json ? tools::format_config_json(config)
                                       : tools::format_config(tools::describe_terminal(), config);
-    if (fwrite(shown.data(), 1, shown.size(), stdout) != shown.size() || fflush(stdout) != 0) {
-        perror("dmd-config-check: cannot write");
-        return STATUS_UNREADABLE;
-    }
-    return status_of(config);
+    return print(shown) ? status_of(config) : STATUS_UNREADABLE;
 }
 
 }  // namespace

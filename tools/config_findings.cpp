@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <set>
 
 #include "config/value_readers.h"
 
@@ -168,6 +169,9 @@ class Findings {
                                     quoted(word) + " and what follows is cut off");
                 return;
             }
+            if (parts.empty()) {
+                return;  // a "+" alone, where the parser ends too
+            }
             if (parts.size() < 2) {
                 continue;  // the parser has complained
             }
@@ -199,10 +203,11 @@ class Findings {
         }
     }
 
-    void check_header(const TraceStep& step) {
+    void check_header(const TraceStep& step, bool is_first_section) {
         check_name(step.line, "the section's name", step.text, sizeof(setting_info::section_name) - 1);
         if (!step.first) {
-            warn(step.line, "a \"[\" inside a line: it ends the section before it and begins a new one");
+            warn(step.line, std::string("a \"[\" inside a line begins a section") +
+                                (is_first_section ? "" : ", and takes the place of the character before it"));
         }
         if (step.text.find('\n') != std::string::npos) {
             warn(step.line, "the section's name runs over the end of the line: its \"]\" is missing");
@@ -255,12 +260,6 @@ class Findings {
     std::vector<Finding> list_;
 };
 
-bool has_message(const TraceStep& step, const char* part) {
-    return std::any_of(step.messages.begin(), step.messages.end(), [part](const std::string& message) {
-        return message.find(part) != std::string::npos;
-    });
-}
-
 }  // namespace
 
 std::vector<Finding> find_in_steps(const ConfigTrace& trace) {
@@ -269,6 +268,9 @@ std::vector<Finding> find_in_steps(const ConfigTrace& trace) {
         findings.explain(0, message);
     }
     int header_line = 0;
+    bool is_first_section = true;
+    std::set<field_code> given;              // what the section has so far of the fields that count once
+    const TraceStep* open_number = nullptr;  // the error_no that waits for its action
     for (size_t i = 0; i < trace.steps.size(); ++i) {
         const TraceStep& step = trace.steps[i];
         const TraceStep* const next = i + 1 < trace.steps.size() ? &trace.steps[i + 1] : nullptr;
@@ -277,12 +279,33 @@ std::vector<Finding> find_in_steps(const ConfigTrace& trace) {
         }
         if (step.place == PLACE_HEADER) {
             header_line = step.line;
+            open_number = nullptr;
+            given.clear();
+        }
+        if (step.place == PLACE_VALUE && step.field <= FIELD_NUM_TRIGGERS && step.messages.empty() &&
+            !given.insert(step.field).second) {
+            findings.warn(step.line,
+                          std::string(config_field_table[step.field].keyword) +
+                              " stands in the section already: this one counts" +
+                              (step.field == FIELD_NUM_TRIGGERS ? ", and the triggers so far are gone" : ""));
+        }
+        if (step.place == PLACE_VALUE && step.field == FIELD_ERROR_NO && step.messages.empty()) {
+            if (open_number != nullptr) {
+                findings.warn(open_number->line, "error_no " + split(open_number->text, WORD_SEPARATORS)[0] +
+                                                     " has no action of its own: line " +
+                                                     std::to_string(step.line) + " takes its place");
+            }
+            open_number = &step;
+        } else if (step.place == PLACE_VALUE &&
+                   (step.field == FIELD_ACTION || step.field == FIELD_NUM_TRIGGERS)) {
+            open_number = nullptr;
         }
         findings.check_messages(step, header_line);
         switch (step.place) {
             case PLACE_HEADER:
                 if (next != nullptr || trace.parsed) {
-                    findings.check_header(step);
+                    findings.check_header(step, is_first_section);
+                    is_first_section = false;
                 } else {
                     findings.warn(
                         step.line,
@@ -297,8 +320,9 @@ std::vector<Finding> find_in_steps(const ConfigTrace& trace) {
                 }
                 break;
             case PLACE_ALGO:
-                if (step.messages.empty() && split(step.text, WORD_SEPARATORS).empty()) {
-                    findings.warn(step.line, "the section is skipped: algo_type has no value");
+                if (split(step.text, WORD_SEPARATORS).size() > 1) {
+                    findings.warn(step.line, "algo_type takes the first word only, " +
+                                                 quoted(split(step.text, WORD_SEPARATORS)[0]));
                 }
                 break;
             case PLACE_VALUE:

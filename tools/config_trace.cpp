@@ -49,7 +49,10 @@ void take_step(const parse_step& step) {
     if (step.place == PLACE_HEADER) {
         ++at;
     } else if (step.place == PLACE_ALGO) {
-        at = std::find_if_not(at, end, is_whitespace);
+        const char* const value = std::find_if_not(at, end, is_whitespace);
+        const bool has_value = value != end && *value != '[' && *value != '\0';
+        // Without a value it is about the keyword, which ends with the separator before it.
+        at = has_value ? value : at - 1;
     }
     const char* const stop = std::find_if(at, end, [&](char c) { return ends(step.place, c); });
     const auto shown = static_cast<size_t>(at - text_begin);
@@ -87,6 +90,12 @@ ConfigTrace trace_config(const std::string& path) {
     desk_log_set_sink(nullptr);
     current = nullptr;
     return trace;
+}
+
+bool has_message(const TraceStep& step, const char* part) {
+    return std::any_of(step.messages.begin(), step.messages.end(), [part](const std::string& message) {
+        return message.find(part) != std::string::npos;
+    });
 }
 
 int line_of(const std::string& text, size_t offset) {

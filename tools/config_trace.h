@@ -33,6 +33,9 @@ struct ConfigTrace {
 // Lets the parser read the file into setting_list, which must be empty.
 ConfigTrace trace_config(const std::string& path);
 
+// Whether one of the step's messages has the part.
+bool has_message(const TraceStep& step, const char* part);
+
 // The line that an offset of the text is on, from 1.
 int line_of(const std::string& text, size_t offset);
 
