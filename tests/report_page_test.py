@@ -182,4 +182,7 @@ def main():
             check_quiet(browser, urls)
 
 
+if os.getpid() != 1:  # as the first process of its own, all that it starts ends with it, however it ends
+    user = ["--map-root-user"] if os.geteuid() != 0 else []
+    os.execvp("unshare", ["unshare", *user, "--pid", "--fork", "--kill-child", "--mount-proc", *sys.argv])
 main()
