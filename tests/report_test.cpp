@@ -175,6 +175,12 @@ TEST(Report, IsOneWhereverItStands) {
         {"a text that ends in half a head",
          {{R, a + half + c}, {name, tar(a + half)}},
          "12 a 2\n13 b\n========Device Bugreport========\n[Da 2\n14 c 1\n"},
+        {"a head that is cut, and another report of its day",
+         {{R, a + b}, {"dmd_record_1.txt", c + head("15").substr(0, 60)}},
+         "   |cut 1\n12 a 1\n13 bb 1\n14 c 1\n"},
+        {"a dump and its copy",
+         {{"dmd_dump_00007_101112.txt", "x"}, {"copy/dmd_dump_00007_101112.txt", "x"}},
+         "12  2\n"},
         {"a record that is cut",
          {{R, a + b.substr(0, b.size() - 1)}, {name, tar(a + b)}},
          "12 a 2\n13 bb 2\n"},
@@ -185,12 +191,13 @@ TEST(Report, IsOneWhereverItStands) {
     };
     for (const auto& [what, files, expected] : cases) {
         enter_pulled();
+        ASSERT_EQ(0, mkdir("copy", 0755));
         for (const auto& [path, bytes] : files) {
             write_file(path, bytes);
         }
         std::string found;
         for (const tools::Report& r : tools::collect_reports({".", "./" + R}).reports) {
-            found += (r.time + "  ").substr(6, 2) + " " + r.content + (r.cut ? "|cut " : " ") +
+            found += (r.time + "        ").substr(6, 2) + " " + r.content + (r.cut ? "|cut " : " ") +
                      std::to_string(r.places.size()) + "\n";
             EXPECT_TRUE(r.places.size() == 1 || r.places[0].member.empty()) << what;
             EXPECT_EQ(r.time == "10:11:13" && r.places.back().file == "./" + name, !r.archive.empty());

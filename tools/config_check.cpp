@@ -125,8 +125,8 @@ class SectionCheck {
         section_.in_force = false;
         for (const int line : lines_.repetitions) {
             warn(line, "section [" + section_.name + "] begins at line " + std::to_string(lines_.header) +
-                           ": this adds to it, and overwrites what it names; num_triggers drops the triggers "
-                           "so far");
+                           ": this adds to it, and overwrites what it names; a num_triggers in it drops the "
+                           "triggers so far");
         }
         if (section_.server.empty()) {
             return section_;
@@ -226,7 +226,7 @@ class SectionCheck {
             takes_error = takes_error || (operation != nullptr && operation->takes_error &&
                                           strcasecmp(action.client_name, setting_.client_name) == 0);
         }
-        if (setting_.algo_type == ALGO_LISTEN && !takes_error) {
+        if (setting_.algo_type == ALGO_LISTEN && row_ != nullptr && !takes_error) {
             warn(lines.action, "no action here takes the error out of " + section_.client +
                                    ": it stays there, and the daemon looks at it again once a second");
         }

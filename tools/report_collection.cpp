@@ -51,7 +51,7 @@ class Collector {
     std::vector<size_t> take_record(const ReportPlace& place, const std::string& bytes, bool is_cut,
                                     const std::optional<DumpName>& archive = std::nullopt);
     size_t take_report(RecordReport report, const ReportPlace& place, int occurrence);
-    void take_dump(const std::string& path, const DumpName& name, Report dump, int64_t time);
+    void take_dump(const std::string& path, const DumpName& name, Report dump, int64_t time, size_t hash);
     void join_cut_reports();
     void find_archives();
     bool keep(size_t bytes, const std::string& path);
@@ -61,6 +61,8 @@ class Collector {
     std::unordered_map<size_t, size_t> index_by_hash_;  // of a whole report's bytes and occurrence
     std::vector<size_t> cut_at_end_;                    // reports that may be the beginning of another
     std::unordered_map<std::string, std::unordered_map<size_t, int>> rolling_;  // occurrences by folder
+    std::unordered_map<std::string, size_t> dumps_;  // by name, time, size and hash
+    std::vector<size_t> before_;  // for each report the one before it where it was first found, or NOWHERE
     std::vector<size_t> joined_;  // for each report the one it is
     std::vector<Packed> packed_;
     std::vector<Problem> problems_;
@@ -120,12 +122,13 @@ void Collector::read_plain(const std::string& path, PulledFile* file) {
         return;
     }
     Report dump;
-    while (!file->read().empty()) {
-        // Only counted.
+    size_t hash = 0;  // of the bytes, which are not kept
+    for (std::string_view piece = file->read(); !piece.empty(); piece = file->read()) {
+        hash = hash * 31 + std::hash<std::string_view>()(piece);
     }
     dump.bytes = file->bytes_read();
     dump.cut = file->is_cut();
-    take_dump(path, *name, std::move(dump), file->gzip_time());
+    take_dump(path, *name, std::move(dump), file->gzip_time(), hash);
 }
 
 std::string Collector::read_whole(const std::string& path, const std::function<std::string_view()>& read) {
@@ -188,7 +191,12 @@ void Collector::read_archive(const std::string& path, PulledFile* file) {
         packed_.push_back({path, *name, std::move(reports), std::move(rest.attachments)});
     } else if (members > 0) {
         rest.cut = !archive.is_complete();
-        take_dump(path, *name, std::move(rest), file->gzip_time() != 0 ? file->gzip_time() : time);
+        size_t hash = 0;
+        for (const Attachment& attachment : rest.attachments) {
+            hash = hash * 31 +
+                   std::hash<std::string>()(attachment.name + '/' + std::to_string(attachment.bytes));
+        }
+        take_dump(path, *name, std::move(rest), file->gzip_time() != 0 ? file->gzip_time() : time, hash);
     }
 }
 
@@ -250,6 +258,10 @@ std::vector<size_t> Collector::take_record(const ReportPlace& place, const std::
         if (index == NOWHERE) {
             break;
         }
+        if (before_.size() <= index) {
+            before_.resize(index + 1, NOWHERE);
+            before_[index] = taken.empty() ? NOWHERE : taken.back();
+        }
         taken.push_back(index);
         if (may_go_on) {
             cut_at_end_.push_back(index);
@@ -280,20 +292,31 @@ size_t Collector::take_report(RecordReport report, const ReportPlace& place, int
     return reports_.size() - 1;
 }
 
-void Collector::take_dump(const std::string& path, const DumpName& name, Report dump, int64_t time) {
+// Takes a dump whose content has that hash. A copy of one in another folder is the same dump.
+void Collector::take_dump(const std::string& path, const DumpName& name, Report dump, int64_t time,
+                          size_t hash) {
     dump.kind = ReportKind::DUMP;
     dump.error_no = name.error_no;
     dump.time = name.time;
     dump.date = date_of_dump(name.time, time);
     dump.places = {{path, ""}};
-    if (keep(path.size(), path)) {
+    if (!keep(path.size(), path)) {
+        return;
+    }
+    const std::string key = last_part(path) + '/' + std::to_string(time) + '/' + std::to_string(dump.bytes) +
+                            (dump.cut ? "/cut/" : "/") + std::to_string(hash);
+    const auto [same, is_new] = dumps_.insert({key, reports_.size()});
+    if (is_new) {
         reports_.push_back({std::move(dump), ""});
+    } else {
+        reports_[same->second].report.places.push_back({path, ""});
     }
 }
 
 // A report that is cut is the one whose beginning it is, in another file.
 void Collector::join_cut_reports() {
     joined_.resize(reports_.size());
+    before_.resize(reports_.size(), NOWHERE);
     for (size_t i = 0; i < joined_.size(); ++i) {
         joined_[i] = i;
     }
@@ -313,6 +336,11 @@ void Collector::join_cut_reports() {
                    return last_part(place.member.empty() ? place.file : place.member) == name;
                });
     };
+    // A piece of a head without the number fits many: only one that comes after the same report is it.
+    const auto may_be = [this](size_t part, size_t whole) {
+        return reports_[part].report.has_error_no ||
+               (before_[part] != NOWHERE && before_[part] == before_[whole]);
+    };
     // The longer ones first: they may be what the shorter ones are the beginning of.
     std::sort(cut_at_end_.begin(), cut_at_end_.end());
     cut_at_end_.erase(std::unique(cut_at_end_.begin(), cut_at_end_.end()), cut_at_end_.end());
@@ -325,7 +353,7 @@ void Collector::join_cut_reports() {
             RecordReport& whole = reports_[i];
             if (i == cut || joined_[i] != i || whole.report.kind == ReportKind::DUMP ||
                 (whole.report.cut && size(i) <= size(cut)) || !is_beginning_of(part, whole) ||
-                stands_in(whole.report, part.report.places[0]) ||
+                !may_be(cut, i) || stands_in(whole.report, part.report.places[0]) ||
                 (!part.report.cut && !is_cut_copy(part.report, whole.report))) {
                 continue;
             }

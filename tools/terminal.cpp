@@ -39,7 +39,7 @@ bool is_control(const std::string& text, size_t at, size_t length) {
     }
     return character == "\u200e" || character == "\u200f" ||
            (character >= "\u202a" && character <= "\u202e") ||
-           (character >= "\u2066" && character <= "\u2069");
+           (character >= "\u2066" && character <= "\u2069") || character == "\ufeff";  // unseen
 }
 
 std::string escape(const std::string& text, const char* kept, bool escape_backslash) {
