@@ -3,7 +3,6 @@
 
 #include <unistd.h>
 
-#include <cstdio>
 #include <cstring>
 
 #include "daemon/log.h"
@@ -32,15 +31,15 @@ int bytes_written(ssize_t result) {
 }  // namespace
 
 void process_stat_write(int fd) {
-    const CommandOutput output(PROCESS_COMMAND);
-    if (output.stream() == nullptr) {
+    RunningCommand command(PROCESS_COMMAND, RunningCommand::Output::PIPED);
+    if (!command.started()) {
         LOG_M("process stat write failed, ignored...\n");
         return;
     }
     int total = 0;
     int pieces = 0;
     char piece[HEAD_SIZE];
-    while (fgets(piece, sizeof piece, output.stream()) != nullptr) {
+    while (command.read_line(piece, sizeof piece)) {
         if (++pieces > PROCESS_PIECES_MAX) {
             LOG_M("the process list is cut\n");
             break;

@@ -1,9 +1,13 @@
 // The output directory, commands, retention and upload information.
 #include <fcntl.h>
+#include <sys/mount.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
 #include <cstdlib>
+#include <thread>
 
 #include "daemon/log.h"
 #include "output/output_dir.h"
@@ -81,14 +85,89 @@ TEST(Commands, AreSplitAndRun) {
     EXPECT_EQ(3, WEXITSTATUS(secure_system("exit 3")));
     EXPECT_EQ(SIGTERM, WTERMSIG(secure_system("kill $$")));
     EXPECT_EQ(0, secure_system("exec grep -q '^SigBlk:.0*$' /.phone/proc/self/status"));
-    const UniqueFd held(open("/dev/null", O_RDONLY | O_CLOEXEC));
-    EXPECT_EQ(0, secure_system("test $(ls /.phone/proc/$PPID/fd | wc -l) -le 3"))
-        << "the daemon's are closed";
     limit_commands(50);
-    static_cast<void>(CommandOutput("sleep 1000"));
+    EXPECT_EQ(SIGALRM, run_command("sleep 1000"));
     EXPECT_TRUE(log.has("[M/run_command] killed after 300 seconds: sleep 1000"));
     EXPECT_EQ(SIG_IGN, signal(SIGCHLD, SIG_DFL));
     EXPECT_TRUE(log.has("[M/secure_system] system cmd_line:exit 3."));
+}
+
+TEST(Commands, AreReadLineByLine) {
+    using Output = RunningCommand::Output;
+    const struct {
+        std::string command;
+        std::vector<std::string> lines;  // of 7 bytes at most, without the terminator
+    } cases[] = {
+        {"printf 'a\\n\\nb\\n'", {"a\n", "\n", "b\n"}},
+        {"printf 'seven77eight888\\n1234567\\nend'", {"seven77", "eight88", "8\n", "1234567", "\n", "end"}},
+        {"yes '' | head -c 3000", std::vector<std::string>(3000, "\n")},
+        {"sleep 1000 & echo first; exit 5", {"first\n"}},
+        {"nowhere 2>&-", {}},
+    };
+    for (const auto& c : cases) {
+        RunningCommand command(c.command.c_str(), Output::PIPED);
+        ASSERT_TRUE(command.started()) << c.command;
+        std::vector<std::string> lines;
+        for (char line[8]; command.read_line(line, sizeof line);) {
+            lines.emplace_back(line);
+        }
+        EXPECT_EQ(c.lines, lines) << c.command;
+        const int status = WEXITSTATUS(command.finish());
+        EXPECT_EQ(c.lines.empty() ? 127 : c.command.find("exit 5") != c.command.npos ? 5 : 0, status);
+    }
+    limit_commands(50);
+    {
+        const LogCapture log;
+        RunningCommand command("exec sleep 1000", Output::PIPED);
+        char line[8];
+        EXPECT_FALSE(command.read_line(line, sizeof line));
+        EXPECT_EQ(SIGALRM, command.finish());
+        EXPECT_EQ(SIGALRM, command.finish());
+        EXPECT_EQ(std::vector<std::string>{"[M/run_command] killed after 300 seconds: exec sleep 1000"},
+                  log.lines());
+    }
+    // An output that something outside of the group holds open is waited for no longer than the limit.
+    limit_commands(0);
+    {
+        const LogCapture log;
+        RunningCommand command(
+            "setsid sh -c 'echo out; exec sleep 1000 2>/data/away' & until test -e /data/away; do sleep "
+            "0.01; done;"
+            "exit 3",
+            Output::PIPED);
+        char line[8] = "";
+        EXPECT_TRUE(command.read_line(line, sizeof line));
+        siginfo_t ended;
+        ASSERT_EQ(0, waitid(P_ALL, 0, &ended, WEXITED | WNOWAIT));
+        limit_commands(200);
+        EXPECT_FALSE(command.read_line(line, sizeof line));
+        EXPECT_EQ(3, WEXITSTATUS(command.finish()));
+        EXPECT_EQ(0U, log.lines().size());
+    }
+    limit_commands(0);
+    // Without a descriptor for the end of the shell, as on an old kernel.
+    rlimit all = {};
+    ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &all));
+    const rlimit few = {64, all.rlim_max};
+    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &few));
+    const int first = dup(STDIN_FILENO);
+    while (open("/dev/null", O_RDONLY | O_CLOEXEC) >= 0) {
+    }
+    EXPECT_EQ(4, WEXITSTATUS(run_command("sleep 0.02; exit 4")));
+    closefrom(first);
+    EXPECT_EQ(-1, run_command((": " + std::string(2000, 'x')).c_str()));
+    EXPECT_EQ(-1, waitpid(-1, nullptr, WNOHANG)) << "a child is left";
+    // Where the end of a command is taken from it, it does not wait for it.
+    std::thread thief([] {
+        EXPECT_TRUE(wait_until([] { return exists("/data/runs"); }));
+        signal(SIGCHLD, SIG_IGN);
+        write_file("/data/go", "");
+    });
+    EXPECT_EQ(-1, run_command("touch /data/runs; until test -e /data/go; do sleep 0.01; done"));
+    thief.join();
+    // Without a shell it is as if the shell had found no command.
+    ASSERT_EQ(0, mount("none", "/bin", "tmpfs", 0, nullptr));
+    EXPECT_EQ(127, WEXITSTATUS(run_command("exit 0")));
 }
 
 TEST(Retention, KeepsArchivesWithinTheirBound) {
