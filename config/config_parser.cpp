@@ -7,7 +7,6 @@
 
 #include <cerrno>
 #include <cstring>
-#include <memory>
 
 #include "config/parse_watch.h"
 #include "config/section_fields.h"
@@ -77,7 +76,7 @@ bool pass_over_word(text_cursor* text) {
 
 int parse_config(setting_info** head, int fd) {
     // One byte more than is read: the line end that closes the last section.
-    const std::unique_ptr<char[]> buffer = allocate_zeroed(MAX_CONFIG_BYTES + 1);
+    const UniqueBuffer buffer = allocate_zeroed(MAX_CONFIG_BYTES + 1);
     if (buffer == nullptr) {
         LOG_M("buffer malloc failed. error info:%s.", strerror(errno));
         return -1;

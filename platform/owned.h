@@ -6,8 +6,8 @@
 #include <unistd.h>
 
 #include <cstddef>
+#include <cstdlib>
 #include <memory>
-#include <new>
 #include <utility>
 
 // Owns a descriptor; negative when it holds none.
@@ -45,10 +45,15 @@ struct DirCloser {
 // Owns a directory stream; null when it holds none.
 using UniqueDir = std::unique_ptr<DIR, DirCloser>;
 
-// Owns a heap buffer; null when it holds none.
-using UniqueBuffer = std::unique_ptr<char[]>;
+struct BlockFreer {
+    void operator()(char* block) const { free(block); }
+};
 
-// A zero-filled buffer of `size` bytes; null when there is no memory.
+// Owns a block of malloc's; null when it holds none.
+using UniqueBuffer = std::unique_ptr<char[], BlockFreer>;
+
+// A zero-filled buffer of `size` bytes; null when there is no memory. Of a large one only what is written
+// takes memory.
 inline UniqueBuffer allocate_zeroed(size_t size) {
-    return UniqueBuffer(new (std::nothrow) char[size]());
+    return UniqueBuffer(static_cast<char*>(calloc(size, 1)));
 }

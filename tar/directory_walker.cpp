@@ -8,7 +8,6 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
 
 #include "daemon/log.h"
 #include "platform/owned.h"
@@ -16,17 +15,12 @@
 
 namespace {
 
-struct FreeText {
-    void operator()(char* text) const { free(text); }
-};
-using UniqueText = std::unique_ptr<char, FreeText>;
-
 // First size in bytes of a directory's list of names; it doubles as needed.
 constexpr size_t FIRST_NAMES_SIZE = 1024;
 
 // The names in a directory, each terminated, one after the other.
 struct NameList {
-    UniqueText text;
+    UniqueBuffer text;
     size_t used = 0;
     size_t capacity = 0;
 };
@@ -120,7 +114,7 @@ int recursive_action(const char* path, int recurse, int follow_links, int depth_
     }
     directory.reset();
     for (size_t at = 0; at < names.used; at += strlen(names.text.get() + at) + 1) {
-        const UniqueText child(concat_path_file(path, names.text.get() + at));
+        const UniqueBuffer child(concat_path_file(path, names.text.get() + at));
         if (!recursive_action(child.get(), recurse, follow_links, depth_first, file_action, directory_action,
                               user_data)) {
             result = 0;
@@ -144,7 +138,9 @@ char* concat_path_file(const char* path, const char* name) {
         LOG_M("outbuf malloc failed.\n");
         return nullptr;
     }
-    format_text(joined, size, "%s%s%s", path, separator, name);
+    size_t length = copy_text(joined, size, path);
+    length += copy_text(joined + length, size - length, separator);
+    copy_text(joined + length, size - length, name);
     return joined;
 }
 
