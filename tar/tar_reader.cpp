@@ -8,9 +8,11 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
 #include <limits>
 #include <new>
+#include <utility>
 
 #include "daemon/log.h"
 #include "platform/text.h"
@@ -87,6 +89,30 @@ class PendingDirectories {
     int count_ = 0;
 };
 
+// The directory that a file was made in last: most files lie where the one before them does. It stays
+// what it is, for nothing here takes a directory away.
+class KnownDirectory {
+  public:
+    bool holds(const char* name) const {
+        const size_t length = directory_length(name);
+        return length == length_ && memcmp(name, path_, length) == 0;
+    }
+    void remember_that_of(const char* name) {
+        length_ = directory_length(name);
+        memcpy(path_, name, length_);
+    }
+
+  private:
+    // With its "/"; of what lies in the current directory it is nothing.
+    static size_t directory_length(const char* name) {
+        const char* const slash = strrchr(name, '/');
+        return slash != nullptr ? static_cast<size_t>(slash + 1 - name) : 0;
+    }
+
+    char path_[MEMBER_NAME_SIZE];
+    size_t length_ = SIZE_MAX;  // none is known yet
+};
+
 template <size_t N>
 int64_t number(const char (&field)[N]) {
     return parse_number_field(field, N);
@@ -98,8 +124,12 @@ template <size_t N>
 void read_name(const ustar_header& header, char (&name)[N]) {
     static_assert(N > sizeof header.prefix + 1 + sizeof header.name);
     const bool is_split = header.prefix[0] != '\0' && memcmp(header.magic, "ustar", sizeof header.magic) == 0;
-    format_text(name, N, "%.*s%s%.*s", is_split ? static_cast<int>(sizeof header.prefix) : 0, header.prefix,
-                is_split ? "/" : "", static_cast<int>(sizeof header.name), header.name);
+    size_t length = 0;
+    if (is_split) {
+        length = copy_text(name, sizeof header.prefix + 1, header.prefix);
+        name[length++] = '/';
+    }
+    copy_text(name + length, sizeof header.name + 1, header.name);
 }
 
 // Reads what a header says of its member. False when it is not a header.
@@ -169,21 +199,31 @@ bool is_regular(const TarMember& member) {
     return member.typeflag == TAR_REGULAR || member.typeflag == TAR_REGULAR_OLD;
 }
 
+// Reads the next header, of which `ahead` may have a part or all. Returns as read_fully does.
+int read_header(int fd, HeaderAhead* ahead, ustar_header* header) {
+    const int known = std::exchange(ahead->size, 0);
+    memcpy(header, &ahead->block, known);
+    const int got = read_fully(fd, reinterpret_cast<char*>(header) + known, TAR_BLOCK_SIZE - known);
+    return got < 0 ? -1 : known + got;
+}
+
 constexpr int UNKNOWN_TYPE = -1;
 
 // Reads past a selected member's data and, with `extract`, makes it where it may be made. Returns 1, 0 when
 // it failed, or UNKNOWN_TYPE when nobody knows whether it has data.
-int take_member(TarMember* member, int extract, PendingDirectories* pending) {
+int take_member(TarMember* member, int extract, KnownDirectory* known, PendingDirectories* pending) {
     // A "/" at the end would lead the calls on the name through a link.
     const bool had_slash = cut_trailing_slashes(member->name);
     bool intact = true;
+    const bool is_file = is_regular(*member) && !had_slash;
+    member->has_parent = is_file && known->holds(member->name);
     if (extract) {
-        const char* const fault = path_fault(member->name);
+        const char* const fault = path_fault(member->name, member->has_parent);
         if (fault != nullptr) {
             LOG_M_AS("read_tar_file", "%s: Not extracted: %s", member->name, fault);
             intact = false;
-        } else if (member->typeflag != TAR_HARD_LINK) {
-            unlink(member->name);
+        } else if (member->typeflag != TAR_HARD_LINK && !is_file) {
+            unlink(member->name);  // these two do so themselves
         }
     }
     const bool make = extract && intact;
@@ -193,7 +233,11 @@ int take_member(TarMember* member, int extract, PendingDirectories* pending) {
             if (had_slash && make) {
                 intact = extract_directory(*member, pending);
             }
-            return tar_extract_regular_file(*member, make && !had_slash) && intact;
+            intact = tar_extract_regular_file(*member, make && !had_slash) && intact;
+            if (make && intact) {
+                known->remember_that_of(member->name);
+            }
+            return intact;
         case TAR_DIRECTORY:
             return make ? extract_directory(*member, pending) : intact;
         case TAR_HARD_LINK:
@@ -212,12 +256,14 @@ int take_member(TarMember* member, int extract, PendingDirectories* pending) {
 }  // namespace
 
 int read_tar_file(int fd, int extract, char** patterns) {
+    HeaderAhead ahead = {};
     PendingDirectories pending;
+    KnownDirectory known;
     bool failed = false;     // a member did: the result tells when the archive ends
     bool skip_next = false;  // the next member's name or link name was too long
     for (;;) {
         ustar_header header;
-        const int got = read_fully(fd, &header, sizeof header);
+        const int got = read_header(fd, &ahead, &header);
         if (got > 0 && got < TAR_BLOCK_SIZE) {
             LOG_M("Error reading tar file");
             return 0;
@@ -236,6 +282,8 @@ int read_tar_file(int fd, int extract, char** patterns) {
 
         TarMember member;
         member.fd = fd;
+        member.ahead = &ahead;
+        member.has_parent = false;
         if (!read_tar_header(header, &member)) {
             LOG_M("Bad tar header, skipping");
             failed = true;
@@ -255,7 +303,7 @@ int read_tar_file(int fd, int extract, char** patterns) {
         } else if (!is_selected(member, patterns)) {
             taken = is_regular(member) ? tar_extract_regular_file(member, 0) : 1;
         } else {
-            taken = take_member(&member, extract, &pending);
+            taken = take_member(&member, extract, &known, &pending);
         }
         if (taken == UNKNOWN_TYPE) {
             LOG_M("Unknown file type '%c' in tar file", member.typeflag);

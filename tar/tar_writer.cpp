@@ -42,30 +42,33 @@ static_assert(sizeof ZEROS >= TAR_END_SIZE);
 // Set once the message about leading "/" was logged, for all archives of the process.
 std::atomic_flag leading_slash_reported = ATOMIC_FLAG_INIT;
 
-void fill_user_name(ustar_header* header, uid_t uid) {
-    const MutexLock lock(lookup_mutex);
-    const passwd* const user = getpwuid(uid);
-    if (user != nullptr) {
-        copy_text(header->uname, user->pw_name);  // a longer name is cut to 31 characters
-    } else {
-        format_text(header->uname, sizeof header->uname, "%-8lld ", static_cast<long long>(uid));
-    }
-    if (header->uname[0] == '\0') {
-        copy_text(header->uname, "root");
-    }
+const char* name_of_user(uint32_t id) {
+    const passwd* const user = getpwuid(id);
+    return user != nullptr ? user->pw_name : nullptr;
 }
 
-void fill_group_name(ustar_header* header, gid_t gid) {
+const char* name_of_group(uint32_t id) {
+    const group* const entry = getgrgid(id);
+    return entry != nullptr ? entry->gr_name : nullptr;
+}
+
+// Makes `name` that of `id`, where it has none the number.
+void look_up(owner_name* name, uint32_t id, const char* (*find)(uint32_t id), char behind_number) {
+    if (name->known && name->id == id) {
+        return;
+    }
     const MutexLock lock(lookup_mutex);
-    const group* const entry = getgrgid(gid);
-    if (entry != nullptr) {
-        copy_text(header->gname, entry->gr_name);
+    const char* const found = find(id);
+    if (found != nullptr) {
+        copy_text(name->text, found);  // a longer name is cut to 31 characters
     } else {
-        format_text(header->gname, sizeof header->gname, "%-8lld\t", static_cast<long long>(gid));
+        format_text(name->text, sizeof name->text, "%-8lld%c", static_cast<long long>(id), behind_number);
     }
-    if (header->gname[0] == '\0') {
-        copy_text(header->gname, "root");
+    if (name->text[0] == '\0') {
+        copy_text(name->text, "root");
     }
+    name->id = id;
+    name->known = true;
 }
 
 template <size_t N>
@@ -106,6 +109,7 @@ bool fill_type(ustar_header* header, const struct stat* status, const hl_info* l
 // False when the archive did not take all bytes; of an archive the first such failure is logged.
 bool write_archive(tb_info* info, const void* bytes, int count) {
     if (write_fully(info->tar_fd, bytes, count) == count) {
+        info->size += count;
         return true;
     }
     if (!info->write_failed) {
@@ -115,48 +119,32 @@ bool write_archive(tb_info* info, const void* bytes, int count) {
     return false;
 }
 
-bool write_tar_header(const char* path, const char* member_name, const struct stat* status, tb_info* info) {
-    ustar_header header = {};
-    copy_field(header.name, member_name);
-    fill_number(header.mode, status->st_mode);
-    fill_number(header.uid, status->st_uid);
-    fill_number(header.gid, status->st_gid);
-    fill_number(header.size, 0);
+// Writes the header of a member to *header. False when such a member is not archived.
+bool write_tar_header(ustar_header* header, const char* path, const char* member_name,
+                      const struct stat* status, tb_info* info) {
+    *header = {};
+    copy_field(header->name, member_name);
+    fill_number(header->mode, status->st_mode);
+    fill_number(header->uid, status->st_uid);
+    fill_number(header->gid, status->st_gid);
+    fill_number(header->size, 0);
     // As wide as on the phone, so that archives are the same everywhere.
-    fill_number(header.mtime, static_cast<uint32_t>(status->st_mtime));
-    copy_field(header.magic, "ustar");
-    copy_field(header.version, "  ");
-    fill_user_name(&header, status->st_uid);
-    fill_group_name(&header, status->st_gid);
-    if (!fill_type(&header, status, info->current_hard_link)) {
+    fill_number(header->mtime, static_cast<uint32_t>(status->st_mtime));
+    copy_field(header->magic, "ustar");
+    copy_field(header->version, "  ");
+    look_up(&info->user, status->st_uid, name_of_user, ' ');
+    look_up(&info->group, status->st_gid, name_of_group, '\t');
+    copy_field(header->uname, info->user.text);
+    copy_field(header->gname, info->group.text);
+    if (!fill_type(header, status, info->current_hard_link)) {
         if (!S_ISLNK(status->st_mode)) {
             LOG_M("%s: Unknown file type", path);
         }
         return false;
     }
-    header.chksum[sizeof header.chksum - 1] = ' ';
-    format_octal_field(header.chksum, sizeof header.chksum - 1, ustar_checksum(header));
-    return write_archive(info, &header, sizeof header);
-}
-
-// Opens a regular file whose status was read before. Whatever has taken its place since then neither blocks
-// the daemon nor leads it elsewhere. Holds none on failure, with errno set.
-UniqueFd open_member(const char* path, const struct stat* status) {
-    UniqueFd file(open(path, O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
-    int error = 0;
-    struct stat opened;
-    if (!file.valid() || fstat(file.get(), &opened) != 0) {
-        error = errno;
-    } else if (!S_ISREG(opened.st_mode)) {
-        error = ESTALE;
-    } else if (static_cast<uint64_t>(status->st_size) > MAX_MEMBER_SIZE) {
-        error = EFBIG;  // readers would lose their place behind a size that its field cannot tell
-    }
-    if (error != 0) {
-        file.reset();
-        errno = error;
-    }
-    return file;
+    header->chksum[sizeof header->chksum - 1] = ' ';
+    format_octal_field(header->chksum, sizeof header->chksum - 1, ustar_checksum(*header));
+    return true;
 }
 
 bool write_zeros(tb_info* info, uint64_t count) {
@@ -170,35 +158,89 @@ bool write_zeros(tb_info* info, uint64_t count) {
     return true;
 }
 
-// Copies `size` bytes and pads them to whole blocks. Where the file ends early or cannot be read, zero bytes
-// stand in and *intact becomes false. False on a write error.
-bool copy_data(tb_info* info, int file, uint64_t size, bool* intact) {
-    char buffer[COPY_SIZE];
-    uint64_t remaining = size;
-    while (remaining > 0) {
-        const int got = read_fully(file, buffer, sizeof buffer);
-        if (got <= 0) {
-            break;
-        }
-        const int used = static_cast<int>(std::min<uint64_t>(got, remaining));
-        if (!write_archive(info, buffer, used)) {
+// The data of a regular file whose status was read before.
+class MemberData {
+  public:
+    // Opens it and reads the first piece. Whatever has taken the file's place since its status was read
+    // neither blocks the daemon nor leads it elsewhere. False on failure, with errno set.
+    bool open_file(const char* path, const struct stat* status) {
+        size_ = static_cast<uint64_t>(status->st_size);
+        file_.reset(open(path, O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
+        if (!file_.valid()) {
             return false;
         }
-        remaining -= used;
+        if (size_ > MAX_MEMBER_SIZE) {
+            errno = EFBIG;  // readers would lose their place behind a size that its field cannot tell
+            return false;
+        }
+        const int wanted = next_size(size_);
+        char* const data = block_ + sizeof(ustar_header);
+        // Not read: a FIFO, which others than root may make, has no place to read from. A device in the
+        // file's place that brings as much as the file is taken for it.
+        do {
+            got_ = static_cast<int>(pread(file_.get(), data, wanted, 0));
+        } while (got_ < 0 && errno == EINTR);
+        if (got_ < wanted || wanted == 0) {
+            struct stat opened;
+            if (fstat(file_.get(), &opened) != 0) {
+                return false;
+            }
+            if (!S_ISREG(opened.st_mode)) {
+                errno = ESTALE;
+                return false;
+            }
+            got_ = read_fully(file_.get(), data, wanted);
+            return true;
+        }
+        return size_ == static_cast<uint64_t>(got_) || lseek(file_.get(), got_, SEEK_SET) == got_;
     }
-    *intact = remaining == 0;
-    const uint64_t padding = (TAR_BLOCK_SIZE - size % TAR_BLOCK_SIZE) % TAR_BLOCK_SIZE;
-    return write_zeros(info, remaining + padding);
-}
+
+    // Writes the header and the data, padded to whole blocks. Where the file ends early or cannot be read,
+    // zero bytes stand in and *intact becomes false. False on a write error.
+    bool write_with_header(tb_info* info, const ustar_header& header, bool* intact) {
+        // The header goes with the first piece, and the padding with the last one: most members are one
+        // piece.
+        memcpy(block_, &header, sizeof header);
+        int used = sizeof header;
+        uint64_t remaining = size_;
+        while (remaining > 0 && got_ > 0) {
+            remaining -= got_;
+            const uint64_t padding = remaining == 0 ? padding_of(size_) : 0;
+            memset(block_ + used + got_, 0, padding);
+            if (!write_archive(info, block_, used + got_ + static_cast<int>(padding))) {
+                return false;
+            }
+            used = 0;
+            got_ = remaining > 0 ? read_fully(file_.get(), block_, next_size(remaining)) : 0;
+        }
+        *intact = remaining == 0;
+        return (used == 0 || write_archive(info, block_, used)) &&
+               (*intact || write_zeros(info, remaining + padding_of(size_)));
+    }
+
+  private:
+    static constexpr uint64_t padding_of(uint64_t size) {
+        return (TAR_BLOCK_SIZE - size % TAR_BLOCK_SIZE) % TAR_BLOCK_SIZE;
+    }
+    static int next_size(uint64_t remaining) {
+        return static_cast<int>(std::min<uint64_t>(remaining, COPY_SIZE));
+    }
+    static_assert(COPY_SIZE % TAR_BLOCK_SIZE == 0, "so that every piece leaves room for its padding");
+
+    UniqueFd file_;
+    uint64_t size_ = 0;
+    int got_ = 0;  // bytes of the piece that was read last
+    char block_[sizeof(ustar_header) + COPY_SIZE];
+};
 
 // Takes away what a write error left half written, so that what follows stands on its block. Behind what
 // cannot be taken away nothing more is written: readers would lose their place there.
 void cut_archive(tb_info* info, off_t start) {
-    if (start >= 0 && lseek(info->tar_fd, 0, SEEK_CUR) == start) {
+    info->size = start;
+    if (lseek(info->tar_fd, 0, SEEK_CUR) == start) {
         return;  // nothing of the member was written
     }
-    info->broken =
-        start < 0 || ftruncate(info->tar_fd, start) != 0 || lseek(info->tar_fd, start, SEEK_SET) != start;
+    info->broken = ftruncate(info->tar_fd, start) != 0 || lseek(info->tar_fd, start, SEEK_SET) != start;
 }
 
 // write_file_to_tarball as an action of the walker.
@@ -232,22 +274,22 @@ int write_file_to_tarball(const char* path, const struct stat* status, tb_info* 
         return 0;
     }
 
-    UniqueFd file;
+    MemberData data;
     const bool has_data = S_ISREG(status->st_mode) && info->current_hard_link == nullptr;
-    if (has_data) {
-        file = open_member(path, status);
-        if (!file.valid()) {
-            LOG_M("%s: Cannot open: %s", path, strerror(errno));
-            info->hard_links.drop_down_to(earlier_links);
-            return 0;
-        }
+    if (has_data && !data.open_file(path, status)) {
+        LOG_M("%s: Cannot open: %s", path, strerror(errno));
+        info->hard_links.drop_down_to(earlier_links);
+        return 0;
     }
-    const off_t start = lseek(info->tar_fd, 0, SEEK_CUR);
+    ustar_header header;
+    if (!write_tar_header(&header, path, member_name, status, info)) {
+        info->hard_links.drop_down_to(earlier_links);
+        return 0;
+    }
+    const off_t start = info->size;
     bool intact = true;
-    bool written = write_tar_header(path, member_name, status, info);
-    if (written && has_data) {
-        written = copy_data(info, file.get(), status->st_size, &intact);
-    }
+    const bool written = has_data ? data.write_with_header(info, header, &intact)
+                                  : write_archive(info, &header, sizeof header);
     if (!written) {
         cut_archive(info, start);
         info->hard_links.drop_down_to(earlier_links);
@@ -285,7 +327,7 @@ int write_tar_file(const char* archive_path, char** operands) {
         }
     }
     // An archive without its end, or that the file system did not take, is not complete either.
-    const off_t end = lseek(info.tar_fd, 0, SEEK_CUR);
+    const off_t end = info.size;
     if (info.broken) {
         complete = false;
     } else if (!write_zeros(&info, TAR_END_SIZE)) {

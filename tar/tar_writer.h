@@ -2,8 +2,19 @@
 #pragma once
 
 #include <sys/stat.h>
+#include <sys/types.h>
+
+#include <cstdint>
 
 #include "tar/hard_links.h"
+#include "tar/ustar_header.h"
+
+// The name of a user or a group as a header tells it.
+struct owner_name {
+    bool known;
+    uint32_t id;
+    char text[sizeof(ustar_header::uname)];
+};
 
 // One archive being written.
 struct tb_info {
@@ -11,8 +22,11 @@ struct tb_info {
     struct stat archive_status;  // the archive's own status, right after it was opened
     HardLinkList hard_links;
     const hl_info* current_hard_link;  // the record that matched the member being written, or null
-    bool broken;                       // something half written stands at its end and cannot be taken away
-    bool write_failed;                 // the archive did not take all bytes once, and a message said so
+    off_t size;                        // bytes written so far
+    owner_name user;    // of the last member: few archives have more than one, and each lookup reads a file
+    owner_name group;   // the same
+    bool broken;        // something half written stands at its end and cannot be taken away
+    bool write_failed;  // the archive did not take all bytes once, and a message said so
 };
 
 // Writes an archive of `operands`, a null-terminated list of paths, each with everything below it. Returns 1

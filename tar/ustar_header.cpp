@@ -2,12 +2,8 @@
 #include "tar/ustar_header.h"
 
 #include <algorithm>
-#include <cinttypes>
 #include <climits>
-#include <cstdlib>
 #include <cstring>
-
-#include "platform/text.h"
 
 namespace {
 
@@ -15,18 +11,34 @@ namespace {
 constexpr int OCTAL_TEXT_SIZE = sizeof(uint64_t) * CHAR_BIT / 3 + 2;
 static_assert(OCTAL_TEXT_SIZE >= static_cast<int>(sizeof(ustar_header::size)));
 
+unsigned int sum_of_bytes(const void* from, size_t count) {
+    const auto* const bytes = static_cast<const unsigned char*>(from);
+    unsigned int sum = 0;
+    for (size_t i = 0; i < count; i++) {
+        sum += bytes[i];
+    }
+    return sum;
+}
+
 }  // namespace
 
 int format_octal_field(char* field, int width, uint64_t value) {
-    char text[OCTAL_TEXT_SIZE];
     if (width < 1 || width > OCTAL_TEXT_SIZE) {
         return 0;
     }
-    const int digits = static_cast<int>(format_text(text, sizeof text, "%0*" PRIo64, width - 1, value));
+    char text[OCTAL_TEXT_SIZE];
+    char* const end = text + sizeof text - 1;
+    *end = '\0';
+    char* first = end;
+    do {
+        *--first = static_cast<char>('0' + (value & 7));
+        value >>= 3;
+    } while (value != 0 || end - first < width - 1);
+    const auto digits = static_cast<int>(end - first);
     if (digits > width + 1) {
         return 0;
     }
-    memcpy(field, digits < width ? text : text + 1, width);
+    memcpy(field, digits < width ? first : first + 1, width);
     return 1;
 }
 
@@ -43,17 +55,22 @@ int64_t parse_number_field(const char* field, size_t width) {
         }
         return value;
     }
-    char text[sizeof(ustar_header::size) + 1];
-    copy_text(text, std::min(width + 1, sizeof text), field);
-    return strtoll(text, nullptr, 8);  // not strtol, which reads less on a 32-bit phone than on a desk
+    // No field is so wide that its digits could overflow.
+    const char* const end = field + std::min(width, sizeof(ustar_header::size));
+    const char* at =
+        std::find_if_not(field, end, [](char c) { return c == ' ' || (c >= '\t' && c <= '\r'); });
+    const bool negative = at != end && *at == '-';
+    if (at != end && (*at == '-' || *at == '+')) {
+        at++;
+    }
+    int64_t value = 0;
+    for (; at != end && *at >= '0' && *at <= '7'; at++) {
+        value = value * 8 + (*at - '0');
+    }
+    return negative ? -value : value;
 }
 
 unsigned int ustar_checksum(const ustar_header& header) {
-    unsigned int sum = sizeof header.chksum * ' ';
-    const auto* const bytes = reinterpret_cast<const unsigned char*>(&header);
-    for (size_t i = 0; i < sizeof header; i++) {
-        const bool counted = i < offsetof(ustar_header, chksum) || i >= offsetof(ustar_header, typeflag);
-        sum += counted ? bytes[i] : 0;
-    }
-    return sum;
+    const unsigned int blanks = sizeof header.chksum * ' ';
+    return sum_of_bytes(&header, sizeof header) - sum_of_bytes(header.chksum, sizeof header.chksum) + blanks;
 }

@@ -101,6 +101,20 @@ TEST(TarExtract, TakesThePlaceOfWhatIsThere) {
     EXPECT_EQ(040750U, status_of("to_dir").st_mode);
 }
 
+// What is known of a member's directory serves the members behind it, and only those in the same one.
+TEST(TarExtract, KnowsADirectoryOnlyByItsWholeName) {
+    ASSERT_EQ(0, mkdir("/data/other", 0755));
+    enter_new("/data/out");
+    ASSERT_EQ(0, symlink("/data/other", "dl"));
+    EXPECT_EQ(0,
+              read_archive(file("d/a", "1") + file("d/b", "1") + file("d/b", "22") + file("dl/c", "1") +
+                               header("d", '2', "0", "/data/other") + file("d/e", "1") + file("d/..", "1") +
+                               file("d/../f", "1") + file("d/g/h", "1") + file("i", "1") + END,
+                           1));
+    EXPECT_EQ("d/a=1 d/b=2 d/e=1 d/g/h=1 d/g:d d:d dl>/data/other i=1 ", made());
+    EXPECT_EQ(0U, names_in("/data/other").size());
+}
+
 TEST(TarExtract, MakesMissingDirectories) {
     const struct {
         mode_t umask, upper, parent;

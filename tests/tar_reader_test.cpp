@@ -1,10 +1,15 @@
 // Archives of this and of other tools, and archives that no tool writes.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sched.h>
 #include <sys/sysmacros.h>
 
 #include <string>
+#include <thread>
 #include <vector>
 
+#include "platform/owned.h"
+#include "tar/tar_reader.h"
 #include "tests/log_capture.h"
 #include "tests/phone_test.h"
 #include "tests/tar_blocks.h"
@@ -52,6 +57,40 @@ TEST(TarReader, AgreesWithOtherTools) {
                 << archive << " " << reader;
             output_of("cd / && rm -r /data/out");
         }
+    }
+}
+
+TEST(TarReader, TakesNoMoreFromAPipeThanTheArchive) {
+    std::string archive, expected;
+    for (const int size : {0, 1, 512, 513, 9728, 9729, 10240, 10241, 20000}) {
+        const std::string name = "f" + std::to_string(size);
+        std::string content(size, 'a');
+        for (int i = 0; i < size; i += 11) {
+            content[i] = static_cast<char>('b' + i / 11 % 20);
+        }
+        archive += file(name, content);
+        expected += content;
+    }
+    enter_new("/data/out");
+    for (const size_t piece : {100, 512, 700, 5000, 60000}) {
+        int ends[2];
+        ASSERT_EQ(0, pipe2(ends, O_CLOEXEC));
+        const UniqueFd from(ends[0]);
+        std::thread writer([&, to = UniqueFd(ends[1])] {
+            const std::string bytes = archive + END + "next";
+            for (size_t at = 0; at < bytes.size(); at += piece) {
+                const size_t count = std::min(piece, bytes.size() - at);
+                EXPECT_EQ(static_cast<ssize_t>(count), write(to.get(), &bytes[at], count));
+                sched_yield();
+            }
+        });
+        EXPECT_EQ(1, read_tar_file(from.get(), 1, nullptr));
+        writer.join();
+        char left[1024];
+        EXPECT_EQ(512 + 4, read(from.get(), left, sizeof left))
+            << "the second block of the end, and what follows";
+        EXPECT_EQ(expected, output_of("cat $(ls | sort -V)")) << piece;
+        output_of("rm *");
     }
 }
 

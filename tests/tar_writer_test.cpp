@@ -116,6 +116,9 @@ TEST(TarWriter, StaysReadableWhereFilesChangeUnderIt) {
     write_file("/data/grown", std::string(3000, 'g'));
     write_file("/data/huge", "");
     ASSERT_EQ(0, link("/data/huge", "/data/huge2"));
+    ASSERT_EQ(0, mkfifo("/data/full_fifo", 0600));
+    const UniqueFd full(open("/data/full_fifo", O_RDWR | O_CLOEXEC));
+    ASSERT_EQ(10, write(full.get(), "what a log", 10));
     ASSERT_EQ(0, mkfifo("/data/fifo", 0600));
     ASSERT_EQ(0, symlink("kept", "/data/link"));
     const std::string too_large = "Cannot open: File too large",
@@ -133,6 +136,7 @@ TEST(TarWriter, StaysReadableWhereFilesChangeUnderIt) {
         {"/data/grown", 1025, 1, 1, std::string(1025, 'g'), ""},
         {"/proc/self/mem", 700, 1, 0, std::string(700, '\0'), zeros},  // cannot be read at its start
         {"/data/fifo", 10, 1, 0, "", "Cannot open: Stale file handle"},
+        {"/data/full_fifo", 10, 1, 0, "", "Cannot open: Stale file handle"},
         {"/data/link", 600, 1, 0, "", "Cannot open: Too many levels of symbolic links"},
         {"/data/gone", 10, 1, 0, "", "Cannot open: No such file or directory"},
         {"/data/huge", 077777777777 + off_t{1}, 2, 0, "", too_large},
@@ -194,8 +198,9 @@ TEST(TarWriter, StaysReadableOnAFullDisk) {
     }
 }
 
-// Two archives at once, with names that would be mixed up if the lookups' storage were not guarded.
-TEST(TarWriter, KeepsTheNamesOfTwoArchivesApart) {
+// Two archives at once, of files with two owners by turns, whose names would be mixed up if the lookups'
+// storage were not guarded, or if the last owner's name went to the next.
+TEST(TarWriter, KeepsTheNamesOfOwnersApart) {
     write_file("/etc/passwd", "one:x:1:1::/:\n" + std::string(30, '2') + ":x:2:2::/:\n");
     write_file("/etc/group", "one:x:1:" + std::string(1000, ',') + "\n" + std::string(30, '2') + ":x:2:\n");
     const auto run = [](const std::string& path, uint32_t id, const std::string& expected) {
@@ -205,16 +210,17 @@ TEST(TarWriter, KeepsTheNamesOfTwoArchivesApart) {
         struct stat status = {};
         status.st_mode = S_IFDIR;
         status.st_ino = 1;
-        status.st_uid = id;
-        status.st_gid = id;
-        for (int i = 0; i < 300; ++i) {
+        for (uint32_t i = 0; i < 300; ++i) {
+            status.st_uid = id + 10 * (i % 2);
+            status.st_gid = id + 10 * (i / 2 % 2);
             EXPECT_EQ(1, write_file_to_tarball("/d", &status, &info));
         }
         const std::string bytes = read_file(path);
         ASSERT_EQ(300U * 512, bytes.size());
         for (size_t at = 0; at < bytes.size(); at += 512) {
-            ASSERT_EQ(expected, bytes.c_str() + at + 265);
-            ASSERT_EQ(expected, bytes.c_str() + at + 297);
+            const std::string number = std::to_string(id + 10) + "      ", user = bytes.c_str() + at + 265;
+            ASSERT_EQ(at / 512 % 2 == 0 ? expected : number + " ", user);
+            ASSERT_EQ(at / 1024 % 2 == 0 ? expected : number + "\t", bytes.c_str() + at + 297);
         }
     };
     std::thread other(run, "/data/b.tar", 1, "one");
