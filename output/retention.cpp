@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 
 #include "daemon/log.h"
@@ -24,7 +23,12 @@ constexpr unsigned long long TOTAL_SIZE_LIMIT_BYTES = 10 * 1024 * 1024;
 // of five digits.
 constexpr size_t STEM_LENGTH = 16;
 
-constexpr char DUMP_PREFIX[] = DMD_LOG_DIR "/dmd_dump_";
+constexpr char DUMP_PREFIX[] = "dmd_dump_";
+constexpr size_t PREFIX_LENGTH = sizeof DUMP_PREFIX - 1;
+constexpr char ARCHIVE_ENDING[] = ".gz";
+
+// Room for an archive's name: prefix, stem, ending and a terminator.
+constexpr size_t ARCHIVE_NAME_SIZE = PREFIX_LENGTH + STEM_LENGTH + sizeof ARCHIVE_ENDING;
 
 // Removes a file by a command line. Returns the command's status.
 int remove_by_command(const char* path) {
@@ -36,7 +40,7 @@ int remove_by_command(const char* path) {
 // What one walk over the dump archives finds.
 struct archive_survey {
     unsigned long long total_bytes = 0;
-    char oldest_stem[STEM_LENGTH + 1] = "";
+    char oldest_archive[ARCHIVE_NAME_SIZE] = "";
     timespec oldest_time = {};
     bool oldest_known = false;
 };
@@ -52,22 +56,28 @@ bool is_in_progress(const char* path) REQUIRES(dumps_in_progress_lock) {
     return dump != nullptr;
 }
 
-// Removes what gzip left behind uncompressed under the stem. The daemon's stems fill the width; a shorter one
-// would be padded with blanks, which no file of the daemon has and which a shell would take for separators.
-void remove_leftover(const char* stem) {
+const char* path_of(const char* entry, char (&path)[PATH_SIZE]) {
+    format_text(path, sizeof path, "%s/%s", DMD_LOG_DIR, entry);
+    return path;
+}
+
+// Removes an entry that gzip left behind uncompressed.
+void remove_leftover(const char* entry) {
     char path[PATH_SIZE];
-    format_text(path, sizeof path, "%s%s", DUMP_PREFIX, stem);
+    path_of(entry, path);
     // Held until the file is gone: a dump of the same name may be about to begin.
     const MutexLock lock(dumps_in_progress_lock);
-    if (strlen(stem) == STEM_LENGTH && !is_in_progress(path) && access(path, F_OK) == 0) {
+    if (!is_in_progress(path) && access(path, F_OK) == 0) {
         remove_by_command(path);
     }
 }
 
-// Deals with one entry of the output directory. Messages carry `name`.
-void survey_entry(const char* name, const char* entry, archive_survey* survey) {
-    char stem[STEM_LENGTH + 1];
-    if (sscanf(entry, "dmd_dump_%16s", stem) != 1) {
+// Deals with one entry of the output directory, which is open as `dir`: there may be thousands. Messages
+// carry `name`.
+void survey_entry(const char* name, int dir, const char* entry, archive_survey* survey) {
+    constexpr char BLANKS[] = " \t\n\v\f\r";
+    if (strncmp(entry, DUMP_PREFIX, PREFIX_LENGTH) != 0 ||
+        entry[PREFIX_LENGTH + strspn(entry + PREFIX_LENGTH, BLANKS)] == '\0') {
         return;
     }
     // The daemon makes no such name, and the commands here go through a shell.
@@ -75,17 +85,24 @@ void survey_entry(const char* name, const char* entry, archive_survey* survey) {
         LOG_M_AS(name, "leave %s alone, not a name of this daemon\n", entry);
         return;
     }
-    remove_leftover(stem);
+    // The stem of a leftover is all of it, and the daemon's stems fill the width; a shorter one would be
+    // padded with blanks, which no file of the daemon has. A leftover beside its archive is an entry of its
+    // own.
+    char archive[ARCHIVE_NAME_SIZE];
+    const size_t length = copy_text(archive, PREFIX_LENGTH + STEM_LENGTH + 1, entry);
+    if (length == PREFIX_LENGTH + STEM_LENGTH && entry[length] == '\0') {
+        remove_leftover(entry);
+    }
+    copy_text(archive + length, sizeof archive - length, ARCHIVE_ENDING);
     char path[PATH_SIZE];
-    format_text(path, sizeof path, "%s%s.gz", DUMP_PREFIX, stem);
     struct stat status;
-    if (stat(path, &status) != 0) {
-        LOG_M_AS(name, "stat %s error\n", path);
+    if (fstatat(dir, archive, &status, 0) != 0) {
+        LOG_M_AS(name, "stat %s error\n", path_of(archive, path));
         return;
     }
     const auto time = static_cast<unsigned long>(status.st_mtime);
     survey->total_bytes += static_cast<unsigned long long>(status.st_size);
-    LOG_D_AS(name, "dump file - %s, file size %d, time %lu, del time %lu\n", path,
+    LOG_D_AS(name, "dump file - %s, file size %d, time %lu, del time %lu\n", path_of(archive, path),
              static_cast<int>(status.st_size), time, static_cast<unsigned long>(survey->oldest_time.tv_sec));
     if (survey->oldest_known && !is_later(survey->oldest_time, status.st_mtim)) {
         return;
@@ -93,7 +110,7 @@ void survey_entry(const char* name, const char* entry, archive_survey* survey) {
     if (survey->oldest_known) {
         LOG_D_AS(name, "the older dump %s, time %lu\n", entry, time);
     }
-    copy_text(survey->oldest_stem, stem);
+    copy_text(survey->oldest_archive, archive);
     survey->oldest_time = status.st_mtim;
     survey->oldest_known = true;
 }
@@ -125,7 +142,7 @@ int check_compress_file() {
             return -1;
         }
         while (const dirent* const entry = readdir(dir.get())) {
-            survey_entry(__func__, entry->d_name, &survey);
+            survey_entry(__func__, dirfd(dir.get()), entry->d_name, &survey);
         }
     }
     if (survey.total_bytes <= TOTAL_SIZE_LIMIT_BYTES) {
@@ -133,8 +150,7 @@ int check_compress_file() {
         return 0;
     }
     char path[PATH_SIZE];
-    format_text(path, sizeof path, "%s%s.gz", DUMP_PREFIX, survey.oldest_stem);
-    const int result = remove_by_command(path);
+    const int result = remove_by_command(path_of(survey.oldest_archive, path));
     LOG_M("delete %s, result %d\n", path, result);
     return result;
 }
