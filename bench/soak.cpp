@@ -327,9 +327,6 @@ int main(int argc, char** argv) try {
     check(system("mkdir -p /data/android_logs /data/kvdx_logs/dmd_log &&"
                  "head -c 200000 /dev/urandom > /data/android_logs/kmsgcat-log") == 0,
           "no log to pack");
-    // What has been freed goes back to the system: memory that is kept for later would hide what leaks.
-    setenv("MALLOC_MMAP_THRESHOLD_", "131072", 1);
-    setenv("MALLOC_TRIM_THRESHOLD_", "131072", 1);
     const std::string program = std::filesystem::read_symlink("/proc/self/exe").parent_path() / "dmd";
     FILE* const log = popen(("echo $$; exec " + program + " 2>&1").c_str(), "r");
     setvbuf(log, nullptr, _IONBF, 0);  // what follows the number is read elsewhere

@@ -1,13 +1,14 @@
 #!/usr/bin/env bash
 # Makes sure that what building, the emulated phone and the demo need is there: installs what is missing from Debian's
 # packages when it may, and otherwise says in one line what to install. Quiet when nothing is missing. With the word
-# "test" it looks after what test.sh needs too, with "arm" after what test-arm.sh does.
+# "test" it looks after what test.sh needs too, with "arm" after what test-arm.sh does, with "bench" after what bench.sh
+# does.
 set -u
 cd -- "$(dirname -- "$(realpath -- "$0")")/.."
 purpose=${1:-}
 case $purpose in
-  '' | test | arm) ;;
-  *) echo "setup: '$purpose' is no purpose: test or arm, or none" >&2; exit 1 ;;
+  '' | test | arm | bench) ;;
+  *) echo "setup: '$purpose' is no purpose: test, arm or bench, or none" >&2; exit 1 ;;
 esac
 
 have() { command -v "$1" > /dev/null 2>&1; }
@@ -53,6 +54,12 @@ find_missing() {
     need g++-arm-linux-gnueabihf have arm-linux-gnueabihf-g++
     need qemu-system-arm have qemu-system-arm
     need cpio have cpio
+  fi
+  if [ "$purpose" = bench ]; then
+    need libarchive-tools have bsdtar
+    need binutils have strip
+    need diffutils have diff
+    need g++-arm-linux-gnueabihf have arm-linux-gnueabihf-g++
   fi
 }
 
