@@ -121,7 +121,7 @@ void remove_audio_files() {
 }  // namespace
 
 int codec_dump_error(dmd_client* client, int error_no, const char* RT_switch) {
-    if (may_produce(__func__, client, RT_switch)) {
+    if (may_produce(__FUNCTION__, client, RT_switch)) {
         run_command("cat /sys/kernel/debug/zc8830/rh > " CODEC_DUMP);
         LOG_D("codec_dump on error_no %d.\n", error_no);
     }
@@ -129,7 +129,7 @@ int codec_dump_error(dmd_client* client, int error_no, const char* RT_switch) {
 }
 
 int hifi_force_dump_error(dmd_client* client, int error_no, const char* RT_switch) {
-    if (may_produce(__func__, client, RT_switch)) {
+    if (may_produce(__FUNCTION__, client, RT_switch)) {
         // It goes where the daemon's own output goes; nothing keeps it.
         run_command("cat /proc/hifidebug/dspdumplog");
         LOG_D("hifi_force_dump on error_no %d.\n", error_no);
@@ -138,7 +138,7 @@ int hifi_force_dump_error(dmd_client* client, int error_no, const char* RT_switc
 }
 
 int media_dump_error(dmd_client* client, int error_no, const char* RT_switch) {
-    if (may_produce(__func__, client, RT_switch)) {
+    if (may_produce(__FUNCTION__, client, RT_switch)) {
         run_command("dumpsys media.audio_policy > " AUDIO_POLICY_LOG);
         run_command("dumpsys media.audio_flinger > " AUDIO_FLINGER_LOG);
         run_command("dumpsys audio > " AUDIO_LOG);
@@ -153,22 +153,22 @@ int media_dump_error(dmd_client* client, int error_no, const char* RT_switch) {
 }
 
 int audio_dump_error(dmd_client* client, int error_no, const char* RT_switch) {
-    return log_collection_action(__func__, client, error_no, RT_switch, nullptr, DMD_OUTPUT_FULL,
+    return log_collection_action(__FUNCTION__, client, error_no, RT_switch, nullptr, DMD_OUTPUT_FULL,
                                  {nullptr, list_audio_files, remove_audio_files});
 }
 
 int soc_hifi_reset_dump_error(dmd_client* client, int error_no, const char* RT_switch) {
-    return log_collection_action(__func__, client, error_no, RT_switch, nullptr, DMD_OUTPUT_FULL,
+    return log_collection_action(__FUNCTION__, client, error_no, RT_switch, nullptr, DMD_OUTPUT_FULL,
                                  {nullptr, list_soc_hifi_files, nullptr});
 }
 
 int codec_hifi_reset_dump_error(dmd_client* client, int error_no, const char* RT_switch) {
-    return log_collection_action(__func__, client, error_no, RT_switch, nullptr, DMD_OUTPUT_FULL,
+    return log_collection_action(__FUNCTION__, client, error_no, RT_switch, nullptr, DMD_OUTPUT_FULL,
                                  {nullptr, list_codec_hifi_files, nullptr});
 }
 
 int maxim_smartpa_dump_error(dmd_client* client, int error_no, const char* RT_switch) {
-    return log_collection_action(__func__, client, error_no, RT_switch, CODEC_DUMP " ", DMD_OUTPUT_FULL,
+    return log_collection_action(__FUNCTION__, client, error_no, RT_switch, CODEC_DUMP " ", DMD_OUTPUT_FULL,
                                  {codec_dump_error, nullptr, remove_codec_dump});
 }
 

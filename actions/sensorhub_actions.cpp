@@ -84,12 +84,12 @@ void save_newest_image(dmd_client* client, char* buffer, dmd_error_info* info) {
 
 int sensorhub_dump_error(dmd_client* client, int error_no, const char* RT_switch) {
     dmd_error_info info = start_description(error_no);
-    const UniqueBuffer buffer = start_dump(__func__, client, RT_switch);
+    const UniqueBuffer buffer = start_dump(__FUNCTION__, client, RT_switch);
     if (buffer == nullptr) {
         return -1;
     }
     const MutexLock lock(client->mutex);
-    const int reported = read_error_text(__func__, client, buffer.get(), RT_switch, &info);
+    const int reported = read_error_text(__FUNCTION__, client, buffer.get(), RT_switch, &info);
     if (reported > 0) {
         dmd_direct_output(buffer.get(), reported, &info, nullptr, DMD_OUTPUT_FULL);
     } else {
@@ -98,7 +98,7 @@ int sensorhub_dump_error(dmd_client* client, int error_no, const char* RT_switch
     if (identify_product_version() == 1) {
         return -1;
     }
-    const int refused = request_force_dump(__func__, client, error_no);
+    const int refused = request_force_dump(__FUNCTION__, client, error_no);
     if (refused != 0) {
         return refused;
     }

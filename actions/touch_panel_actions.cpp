@@ -190,7 +190,7 @@ int tp_force_dump_error(dmd_client* client, int error_no, const char* RT_switch)
     }
     int state = TP_DEBUG_IDLE;
     if (tp_debug_state.compare_exchange_strong(state, TP_DEBUG_ARMED)) {
-        return run_all(__func__, ARM);
+        return run_all(__FUNCTION__, ARM);
     }
     if (state == TP_DEBUG_ARMED && tp_debug_state.compare_exchange_strong(state, TP_DEBUG_COLLECTED)) {
         return collect(client, error_no, RT_switch);
@@ -207,7 +207,7 @@ int tp_debug_disable(dmd_client* client, int error_no, const char* RT_switch) {
     int result = -1;
     int state = TP_DEBUG_COLLECTED;
     if (tp_debug_state.compare_exchange_strong(state, TP_DEBUG_DISABLING)) {
-        result = run_all(__func__, DISABLE);
+        result = run_all(__FUNCTION__, DISABLE);
         tp_debug_state = TP_DEBUG_IDLE;
     } else {
         LOG_M("tp debug state is not idle or enable for disable.\n");

@@ -21,11 +21,12 @@ int run_slot(const char* caller, dmd_client* client, const slots& operations, in
 }  // namespace
 
 int dmd_dump_error(dmd_client* client, int error_no, int slot, const char* RT_switch) {
-    return client == nullptr ? 0 : run_slot(__func__, client, client->dump, error_no, slot, RT_switch);
+    return client == nullptr ? 0 : run_slot(__FUNCTION__, client, client->dump, error_no, slot, RT_switch);
 }
 
 int dmd_force_dump_error(dmd_client* client, int error_no, int slot, const char* RT_switch) {
-    return client == nullptr ? 0 : run_slot(__func__, client, client->force_dump, error_no, slot, RT_switch);
+    return client == nullptr ? 0
+                             : run_slot(__FUNCTION__, client, client->force_dump, error_no, slot, RT_switch);
 }
 
 int dmd_clear_error(dmd_client* client, int argument) {

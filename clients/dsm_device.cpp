@@ -37,7 +37,7 @@ int bind_client_fd(const char* name) {
     char client_name[DSM_ARGUMENT_SIZE + 1];  // the field that `name` stands in may be full
     copy_text(client_name, name);
     UniqueFd fd;
-    const int result = open_and_bind(__func__, client_name, &fd);
+    const int result = open_and_bind(__FUNCTION__, client_name, &fd);
     if (!fd.valid()) {
         return result;
     }
@@ -56,7 +56,7 @@ int dsm_client_init(dmd_client* client) {
         return -1;
     }
     UniqueFd fd;
-    const int result = open_and_bind(__func__, client->info->name, &fd);
+    const int result = open_and_bind(__FUNCTION__, client->info->name, &fd);
     if (result != 0) {
         return result;
     }

@@ -43,21 +43,21 @@ int log_collection_action(const char* name, dmd_client* client, int error_no, co
 }
 
 int dsm_dump_error(dmd_client* client, int error_no, const char* RT_switch) {
-    return log_collection_action(__func__, client, error_no, RT_switch, nullptr, DMD_OUTPUT_FULL);
+    return log_collection_action(__FUNCTION__, client, error_no, RT_switch, nullptr, DMD_OUTPUT_FULL);
 }
 
 int dsm_force_dump_error(dmd_client* client, int error_no, const char* RT_switch) {
     dmd_error_info info = start_description(error_no);
-    const UniqueBuffer buffer = start_dump(__func__, client, RT_switch);
+    const UniqueBuffer buffer = start_dump(__FUNCTION__, client, RT_switch);
     if (buffer == nullptr) {
         return -1;
     }
     const MutexLock lock(client->mutex);
-    const int result = request_force_dump(__func__, client, error_no);
+    const int result = request_force_dump(__FUNCTION__, client, error_no);
     if (result != 0) {
         return result;
     }
-    const int got = read_error_text(__func__, client, buffer.get(), RT_switch, &info);
+    const int got = read_error_text(__FUNCTION__, client, buffer.get(), RT_switch, &info);
     if (got > 0) {
         // A forced report names the client: the driver's device name belongs to errors that a device raised.
         copy_text(info.device_name, client->info->name);

@@ -264,11 +264,11 @@ void set_algo(setting_info* setting, int32_t algo_type) {
 }
 
 int parse_listen_section(text_cursor* body, setting_info* setting) {
-    LOG_D("%s: Parsing section %s \n", __func__, setting->section_name);
+    LOG_D("%s: Parsing section %s \n", __FUNCTION__, setting->section_name);
     return parse_fields(listen_kind, body, setting);
 }
 
 int parse_poll_section(text_cursor* body, setting_info* setting) {
-    LOG_D("%s: Parsing section %s\n", __func__, setting->section_name);
+    LOG_D("%s: Parsing section %s\n", __FUNCTION__, setting->section_name);
     return parse_fields(poll_kind, body, setting);
 }

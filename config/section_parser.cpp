@@ -88,7 +88,7 @@ int parse_section(setting_info** head, text_cursor* text) {
         return 0;
     }
     if (strcasecmp(word, "algo_type") != 0) {
-        LOG_M("%s: algo_type field not first field in section\n", __func__);
+        LOG_M("%s: algo_type field not first field in section\n", __FUNCTION__);
         return 0;
     }
     watch_parse(PLACE_ALGO, body.at, setting);
@@ -102,7 +102,7 @@ int parse_section(setting_info** head, text_cursor* text) {
             LOG_M("parse_poll_section failed!\n");
         }
     } else {
-        LOG_D("%s: Uknown algo type for section %s", __func__, setting->section_name);
+        LOG_D("%s: Uknown algo type for section %s", __FUNCTION__, setting->section_name);
     }
     return 0;
 }

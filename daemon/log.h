@@ -10,12 +10,13 @@
 extern int debug_output_enabled;
 
 // A message that is always logged, under the name of the enclosing function or under a given one.
-#define LOG_M(format, ...) LOG_M_AS(__func__, format, ##__VA_ARGS__)
+// __FUNCTION__ is that name on every release; the headers of old ones make __func__ the whole signature.
+#define LOG_M(format, ...) LOG_M_AS(__FUNCTION__, format, ##__VA_ARGS__)
 #define LOG_M_AS(name, format, ...) \
     __android_log_print(ANDROID_LOG_ERROR, "DMD", "[M/%s] " format, name, ##__VA_ARGS__)
 
 // A message that is logged only while debug output is on.
-#define LOG_D(format, ...) LOG_D_AS(__func__, format, ##__VA_ARGS__)
+#define LOG_D(format, ...) LOG_D_AS(__FUNCTION__, format, ##__VA_ARGS__)
 #define LOG_D_AS(name, format, ...)                                                               \
     do {                                                                                          \
         if (debug_output_enabled) {                                                               \

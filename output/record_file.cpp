@@ -82,7 +82,7 @@ void find_recently_file() {
             LOG_D("create output dir success\n");
         }
     }
-    const off_t size = find_latest_record(__func__);
+    const off_t size = find_latest_record(__FUNCTION__);
     LOG_D("the recently file index %d, files size %d.\n", record.index, static_cast<int>(size));
     if (size >= RECORD_SIZE_LIMIT_BYTES) {
         advance_record();

@@ -142,7 +142,7 @@ int check_compress_file() {
             return -1;
         }
         while (const dirent* const entry = readdir(dir.get())) {
-            survey_entry(__func__, dirfd(dir.get()), entry->d_name, &survey);
+            survey_entry(__FUNCTION__, dirfd(dir.get()), entry->d_name, &survey);
         }
     }
     if (survey.total_bytes <= TOTAL_SIZE_LIMIT_BYTES) {

@@ -1,7 +1,10 @@
-// The phone's system properties, as far as the daemon uses them. On Android these come from libcutils; on a
-// desk from desk_properties.cpp.
+// The phone's system properties, as far as the daemon uses them. A phone's build (DMD_ANDROID) takes the
+// platform's own header and libcutils; on a desk they are in desk_properties.cpp.
 #pragma once
 
+#ifdef DMD_ANDROID
+#include <cutils/properties.h>
+#else
 extern "C" {
 
 // Size in bytes of a buffer for any property value, its terminator included.
@@ -14,3 +17,4 @@ int property_get(const char* key, char* value, const char* default_value);
 // Sets the property. Returns 0, or -1 on failure.
 int property_set(const char* key, const char* value);
 }
+#endif

@@ -107,7 +107,7 @@ int lclient_get_device_info(lclient* record, unsigned int request) {
     if (record == nullptr) {
         return -1;
     }
-    return get_device_info(__func__, "[D/%s] %s get client info failed %d\n", record->dclient, record->fd,
+    return get_device_info(__FUNCTION__, "[D/%s] %s get client info failed %d\n", record->dclient, record->fd,
                            request);
 }
 
@@ -132,7 +132,7 @@ void listen_client_init(fd_set* watched) {
             LOG_M("dclient is NULL pointer.\n");
             continue;
         }
-        watch_client(__func__, client, watched);
+        watch_client(__FUNCTION__, client, watched);
     }
 }
 
@@ -140,7 +140,7 @@ void* listen_server(void* /*argument*/) {
     fd_set watched;
     listen_client_init(&watched);
     for (;;) {
-        wait_for_client(__func__);
+        wait_for_client(__FUNCTION__);
         LOG_M("Enter select\n");
         fd_set ready = watched;
         if (select(FD_SETSIZE, &ready, nullptr, nullptr, nullptr) < 1) {
@@ -158,7 +158,7 @@ void* listen_server(void* /*argument*/) {
                 FD_CLR(fd, &watched);
                 continue;
             }
-            handle_error(__func__, *record);
+            handle_error(__FUNCTION__, *record);
         }
         // A dead driver, or a trigger whose actions do not read the client, leaves its descriptor ready. The
         // thread does not spin on it.

@@ -102,8 +102,8 @@ int pclient_get_device_info(pclient* record, unsigned int request) {
     if (record == nullptr) {
         return -1;
     }
-    return get_device_info(__func__, "[D/%s] %s get client error failed %d\n", record->dclient, record->fd,
-                           request);
+    return get_device_info(__FUNCTION__, "[D/%s] %s get client error failed %d\n", record->dclient,
+                           record->fd, request);
 }
 
 int poll_pclient_state(const pclient* record) {
@@ -126,7 +126,7 @@ void poll_client_init() {
             LOG_M("dclient is NULL pointer\n");
             continue;
         }
-        sample_client(__func__, client);
+        sample_client(__FUNCTION__, client);
     }
 }
 
@@ -134,12 +134,12 @@ void* poll_server(void* /*argument*/) {
     poll_client_init();
     uint32_t clock_tick = 0;
     for (;;) {
-        wait_for_client(__func__);
+        wait_for_client(__FUNCTION__);
         LOG_D("enter sleep, clock tick %u\n", clock_tick);
         ++clock_tick;
         sleep(TICK_SECONDS);
         LOG_D("exit sleep, clock tick %u\n", clock_tick);
-        sweep(__func__, clock_tick);
+        sweep(__FUNCTION__, clock_tick);
     }
 }
 

@@ -125,7 +125,7 @@ ssize_t dmd_recv_cmd_from_apk(int connection) {
     } else {
         message.client_name[sizeof message.client_name - 1] = '\0';
         LOG_M("Received msg - name:%s data:%d\n", message.client_name, message.data);
-        force_dump(__func__, message);
+        force_dump(__FUNCTION__, message);
     }
     return received;
 }
@@ -145,8 +145,8 @@ void* dmd_cmd_thread(void* /*argument*/) {
             if (!FD_ISSET(fd, &ready)) {
                 continue;
             }
-            got_on |= fd == listening_socket ? accept_connection(__func__, &watched)
-                                             : serve_connection(__func__, fd, &watched);
+            got_on |= fd == listening_socket ? accept_connection(__FUNCTION__, &watched)
+                                             : serve_connection(__FUNCTION__, fd, &watched);
         }
         // Where the process has no descriptor left, a connection stays in the queue and the queue ready.
         if (!got_on) {

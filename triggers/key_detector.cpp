@@ -273,7 +273,7 @@ int dmd_key_ev_get() {
         pollfd* const device = &key_device_fds[i];
         const short returned = std::exchange(device->revents, short{0});
         if ((returned & POLLIN) != 0) {
-            taken |= read_key(__func__, device, &candidate);
+            taken |= read_key(__FUNCTION__, device, &candidate);
         } else if (returned != 0) {
             // It has hung up or failed, and would be ready for ever.
             drop_device(i);
