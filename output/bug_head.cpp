@@ -20,6 +20,9 @@ constexpr unsigned int HEAD_OTHER_RECORD = 0x40000;
 
 constexpr char PROCESS_COMMAND[] = "top -m 5 -n 1";
 
+// The text that the driver has handed over already waits behind it.
+constexpr int PROCESS_LIMIT_SECONDS = 10;
+
 // Pieces of the command's output, of a line or HEAD_SIZE bytes, after which no more is read: one that never
 // ends must not fill the disk, nor keep the thread at work.
 constexpr int PROCESS_PIECES_MAX = 1024;
@@ -31,7 +34,7 @@ int bytes_written(ssize_t result) {
 }  // namespace
 
 void process_stat_write(int fd) {
-    RunningCommand command(PROCESS_COMMAND, RunningCommand::Output::PIPED);
+    RunningCommand command(PROCESS_COMMAND, RunningCommand::Output::PIPED, PROCESS_LIMIT_SECONDS);
     if (!command.started()) {
         LOG_M("process stat write failed, ignored...\n");
         return;

@@ -2,6 +2,8 @@
 #include "output/dump_archive.h"
 
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
@@ -60,6 +62,9 @@ int compress_dump(char (&path)[PATH_SIZE]) {
     format_text(command, sizeof command, "gzip %25s", path);
     const int status = secure_system(command);
     append_text(path, sizeof path, ".gz");
+    if (WIFSIGNALED(status)) {
+        unlink(path);  // where not even a signal made gzip take it away, a part must not pass for the dump
+    }
     return status;
 }
 

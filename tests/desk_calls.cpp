@@ -1,20 +1,22 @@
 #include "tests/desk_calls.h"
 
-#include <poll.h>
 #include <signal.h>
 #include <sys/select.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <condition_variable>
+#include <cstdint>
+#include <ctime>
 #include <mutex>
 
 namespace {
 
 std::atomic<unsigned int> slept{0};
 std::atomic<int> synced{0};
-std::atomic<int> command_limit_ms{0};
+std::atomic<int64_t> passed_ms{0};  // that the daemon's clock is ahead
 
 // Outlives every test, like the daemon's threads.
 struct Gate {
@@ -37,10 +39,6 @@ unsigned int seconds_slept() {
 
 int files_synced() {
     return synced.load();
-}
-
-void limit_commands(int milliseconds) {
-    command_limit_ms = milliseconds;
 }
 
 void hold_sleeps() {
@@ -68,28 +66,36 @@ extern "C" unsigned int sleep(unsigned int seconds) {
     return 0;
 }
 
-// A limit of seconds becomes one of milliseconds, and counts when it was reached.
+// A limit of seconds becomes one of milliseconds; it passes and counts when it was reached.
 extern "C" int select(int count, fd_set* reads, fd_set* writes, fd_set* exceptions, timeval* limit) {
-    timespec wait = {};
-    if (limit != nullptr) {
-        wait.tv_nsec = limit->tv_sec * 1000000L;
-    }
+    const int64_t limit_ms = limit != nullptr ? limit->tv_sec * 1000 + limit->tv_usec / 1000 : 0;
+    const timespec wait = {0, static_cast<long>(limit_ms * 1000)};
     std::unique_lock<std::mutex> lock(gate().mutex);
     const bool timed = limit != nullptr && !gate().closed;
     lock.unlock();
     const int ready = pselect(count, reads, writes, exceptions, timed ? &wait : nullptr, nullptr);
     if (limit != nullptr && ready == 0) {
-        slept += static_cast<unsigned int>(limit->tv_sec);
+        slept += static_cast<unsigned int>((limit_ms + 500) / 1000);
+        passed_ms += limit_ms;
     }
     return ready;
 }
 
-// The limit of a command is the one wait of minutes.
-extern "C" int poll(pollfd* events, nfds_t count, int limit_ms) {
-    const int shorter_ms = limit_ms > 60000 ? command_limit_ms.load() : 0;
-    const int used_ms = shorter_ms > 0 ? shorter_ms : limit_ms;
-    const timespec limit = {used_ms / 1000, used_ms % 1000 * 1000000L};
-    return ppoll(events, count, limit_ms < 0 ? nullptr : &limit, nullptr);
+// The linker gives this to the daemon's code in place of clock_gettime.
+extern "C" int __real_clock_gettime(clockid_t clock, timespec* now);
+extern "C" int __wrap_clock_gettime(clockid_t clock, timespec* now) {
+    const int reason = errno;
+    if (unlink(HANGS) == 0) {
+        passed_ms += 300000;
+    }
+    errno = reason;
+    const int result = __real_clock_gettime(clock, now);
+    if (clock == CLOCK_MONOTONIC) {
+        const int64_t ns = now->tv_nsec + passed_ms % 1000 * 1000000;
+        now->tv_sec += static_cast<time_t>(passed_ms / 1000 + ns / 1000000000);
+        now->tv_nsec = static_cast<long>(ns % 1000000000);
+    }
+    return result;
 }
 
 extern "C" int fsync(int fd) {

@@ -10,8 +10,8 @@ void hold_sleeps();
 // Lets one call of sleep return, also one that is still to come.
 void let_a_sleep_pass();
 
-// From now on commands of this process may take that long, in place of minutes; 0: as long as they may.
-void limit_commands(int milliseconds);
+// A command that makes this file hangs: five minutes pass at once on the clock of the daemon's code.
+constexpr char HANGS[] = "/data/hangs";
 
 // Files that this process has synced so far.
 int files_synced();
