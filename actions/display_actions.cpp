@@ -124,7 +124,8 @@ int lcd_force_dump_error(dmd_client* client, int error_no, const char* RT_switch
             LOG_M("get %s's information failed\n", path);
             return -1;
         }
-        if (status.st_mtime < start || status.st_mtime > end) {
+        const auto modified = static_cast<time_t>(status.st_mtime);  // unsigned on a phone
+        if (modified < start || modified > end) {
             continue;
         }
         LOG_M("dump graphic file:%s", path);

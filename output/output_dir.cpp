@@ -87,12 +87,6 @@ int open_output_file(const char* path, int flags) {
     return fd;
 }
 
-bool is_later(const timespec& time, const timespec& other) {
-    const auto seconds = static_cast<unsigned long>(time.tv_sec);
-    const auto other_seconds = static_cast<unsigned long>(other.tv_sec);
-    return seconds > other_seconds || (seconds == other_seconds && time.tv_nsec > other.tv_nsec);
-}
-
 int secure_system(const char* command) {
     LOG_M("system cmd_line:%s.\n", command);
     return run_command(command);

@@ -3,8 +3,6 @@
 
 #include <sys/types.h>
 
-#include <ctime>
-
 #define DMD_LOG_DIR "/data/kvdx_logs/dmd_log"
 
 // Buffer sizes in bytes: a path, and a command line.
@@ -28,10 +26,6 @@ int open_at_once(const char* path, int flags, mode_t mode);
 // Opens a file with mode 0644 whatever the umask is. The descriptor, which the caller owns, or -1 after a
 // message, errno telling why; -1 also for a null path.
 int open_output_file(const char* path, int flags);
-
-// Whether a file's time is later than another's; times before 1970 count as the latest. The seconds alone
-// would not tell which of two files of a busy second is the newer.
-bool is_later(const timespec& time, const timespec& other);
 
 // As run_command, after a message that shows the command.
 int secure_system(const char* command);

@@ -5,11 +5,13 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 
 #include "daemon/log.h"
 #include "daemon/product_version.h"
+#include "platform/file_time.h"
 #include "platform/text.h"
 
 Mutex output_lock;
@@ -17,7 +19,7 @@ record_state record;
 
 namespace {
 
-constexpr off_t RECORD_SIZE_LIMIT_BYTES = 512 * 1024;
+constexpr int64_t RECORD_SIZE_LIMIT_BYTES = 512 * 1024;
 constexpr int RECORD_FILES = 4;
 
 void format_record_path(char* path, size_t size, int index) {
@@ -36,14 +38,14 @@ void open_record(int flags) REQUIRES(output_lock) {
 
 // Finds the most recently modified record file: sets record.index to its number (0 when there is none) and
 // returns its size in bytes.
-off_t find_latest_record(const char* name) REQUIRES(output_lock) {
+int64_t find_latest_record(const char* name) REQUIRES(output_lock) {
     const UniqueDir dir(opendir(DMD_LOG_DIR));
     if (dir == nullptr) {
         LOG_M_AS(name, "unable to open %s -%s\n", DMD_LOG_DIR, strerror(errno));
         return 0;
     }
-    timespec latest = {};
-    off_t latest_size = 0;
+    file_time latest = {};
+    int64_t latest_size = 0;
     while (const dirent* const entry = readdir(dir.get())) {
         int index;
         if (sscanf(entry->d_name, "dmd_record_%1d.txt", &index) != 1) {
@@ -56,15 +58,15 @@ off_t find_latest_record(const char* name) REQUIRES(output_lock) {
             LOG_M_AS(name, "get %s's information failed\n", path);
             continue;
         }
-        const auto time = static_cast<unsigned long>(status.st_mtime);
-        if (is_later(status.st_mtim, latest)) {
-            LOG_D_AS(name, "the lastest file name %s, time %lu\n", entry->d_name, time);
+        const file_time time = modified_time(status);
+        if (is_later(time, latest)) {
+            LOG_D_AS(name, "the lastest file name %s, time %lu\n", entry->d_name, time.seconds);
             record.index = index;
-            latest = status.st_mtim;
+            latest = time;
             latest_size = status.st_size;
         } else {
             LOG_D_AS(name, "file %s time %lu not the lastest file, lastest file index %d time %lu\n",
-                     entry->d_name, time, record.index, static_cast<unsigned long>(latest.tv_sec));
+                     entry->d_name, time.seconds, record.index, latest.seconds);
         }
     }
     return latest_size;
@@ -82,7 +84,7 @@ void find_recently_file() {
             LOG_D("create output dir success\n");
         }
     }
-    const off_t size = find_latest_record(__FUNCTION__);
+    const int64_t size = find_latest_record(__FUNCTION__);
     LOG_D("the recently file index %d, files size %d.\n", record.index, static_cast<int>(size));
     if (size >= RECORD_SIZE_LIMIT_BYTES) {
         advance_record();

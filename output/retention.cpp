@@ -10,6 +10,7 @@
 #include "daemon/log.h"
 #include "output/output_dir.h"
 #include "output/shell_command.h"
+#include "platform/file_time.h"
 #include "platform/mutex.h"
 #include "platform/owned.h"
 #include "platform/text.h"
@@ -41,19 +42,42 @@ int remove_by_command(const char* path) {
 struct archive_survey {
     unsigned long long total_bytes = 0;
     char oldest_archive[ARCHIVE_NAME_SIZE] = "";
-    timespec oldest_time = {};
+    file_time oldest_time = {};
     bool oldest_known = false;
 };
 
-Mutex dumps_in_progress_lock;
-DumpInProgress* dumps_in_progress GUARDED_BY(dumps_in_progress_lock) = nullptr;
+// The dump that each of the two roads is making, or the leftover that it is removing: empty when it is at
+// neither.
+Mutex names_lock;
+Condition name_released;
+char names_in_use[2][PATH_SIZE] GUARDED_BY(names_lock) = {};
 
-bool is_in_progress(const char* path) REQUIRES(dumps_in_progress_lock) {
-    const DumpInProgress* dump = dumps_in_progress;
-    while (dump != nullptr && strcmp(dump->path, path) != 0) {
-        dump = dump->next;
+// Takes a name until release_name. When another road has it: waits until that has released it, or returns
+// null.
+char* take_name(const char* path, bool wait) {
+    const MutexLock lock(names_lock);
+    for (;;) {
+        char* place = nullptr;
+        bool in_use = false;
+        for (char(&name)[PATH_SIZE] : names_in_use) {
+            place = name[0] == '\0' ? name : place;
+            in_use |= strcmp(name, path) == 0;
+        }
+        if (place != nullptr && !in_use) {
+            copy_text(place, PATH_SIZE, path);
+            return place;
+        }
+        if (!wait) {
+            return nullptr;
+        }
+        name_released.wait(names_lock);
     }
-    return dump != nullptr;
+}
+
+void release_name(char* name) {
+    const MutexLock lock(names_lock);
+    name[0] = '\0';
+    name_released.broadcast();
 }
 
 const char* path_of(const char* entry, char (&path)[PATH_SIZE]) {
@@ -61,15 +85,17 @@ const char* path_of(const char* entry, char (&path)[PATH_SIZE]) {
     return path;
 }
 
-// Removes an entry that gzip left behind uncompressed.
+// Removes an entry that gzip left behind uncompressed, unless it is a dump that is being made.
 void remove_leftover(const char* entry) {
     char path[PATH_SIZE];
-    path_of(entry, path);
-    // Held until the file is gone: a dump of the same name may be about to begin.
-    const MutexLock lock(dumps_in_progress_lock);
-    if (!is_in_progress(path) && access(path, F_OK) == 0) {
+    char* const name = take_name(path_of(entry, path), false);
+    if (name == nullptr) {
+        return;
+    }
+    if (access(path, F_OK) == 0) {
         remove_by_command(path);
     }
+    release_name(name);
 }
 
 // Deals with one entry of the output directory, which is open as `dir`: there may be thousands. Messages
@@ -100,37 +126,27 @@ void survey_entry(const char* name, int dir, const char* entry, archive_survey* 
         LOG_M_AS(name, "stat %s error\n", path_of(archive, path));
         return;
     }
-    const auto time = static_cast<unsigned long>(status.st_mtime);
+    const file_time time = modified_time(status);
     survey->total_bytes += static_cast<unsigned long long>(status.st_size);
     LOG_D_AS(name, "dump file - %s, file size %d, time %lu, del time %lu\n", path_of(archive, path),
-             static_cast<int>(status.st_size), time, static_cast<unsigned long>(survey->oldest_time.tv_sec));
-    if (survey->oldest_known && !is_later(survey->oldest_time, status.st_mtim)) {
+             static_cast<int>(status.st_size), time.seconds, survey->oldest_time.seconds);
+    if (survey->oldest_known && !is_later(survey->oldest_time, time)) {
         return;
     }
     if (survey->oldest_known) {
-        LOG_D_AS(name, "the older dump %s, time %lu\n", entry, time);
+        LOG_D_AS(name, "the older dump %s, time %lu\n", entry, time.seconds);
     }
     copy_text(survey->oldest_archive, archive);
-    survey->oldest_time = status.st_mtim;
+    survey->oldest_time = time;
     survey->oldest_known = true;
 }
 
 }  // namespace
 
-DumpInProgress::DumpInProgress(const char* dump_path) {
-    copy_text(path, dump_path);
-    const MutexLock lock(dumps_in_progress_lock);
-    next = dumps_in_progress;
-    dumps_in_progress = this;
-}
+DumpInProgress::DumpInProgress(const char* path) : name_(take_name(path, true)) {}
 
 DumpInProgress::~DumpInProgress() {
-    const MutexLock lock(dumps_in_progress_lock);
-    DumpInProgress** link = &dumps_in_progress;
-    while (*link != this) {
-        link = &(*link)->next;
-    }
-    *link = next;
+    release_name(name_);
 }
 
 int check_compress_file() {

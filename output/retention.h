@@ -10,15 +10,15 @@
 int check_compress_file();
 
 // Keeps a dump that is still being made from the retention passes of other threads, which would take it for a
-// leftover, until the end of its scope.
+// leftover, until the end of its scope. Waits where one of them is removing a leftover of that very name. For
+// use under the output lock or the compress lock, one at a time under each.
 class DumpInProgress {
   public:
-    explicit DumpInProgress(const char* dump_path);
+    explicit DumpInProgress(const char* path);
     ~DumpInProgress();
     DumpInProgress(const DumpInProgress&) = delete;
     DumpInProgress& operator=(const DumpInProgress&) = delete;
 
-    // Of the list of all such dumps, which the retention pass keeps under a lock of its own.
-    char path[PATH_SIZE];
-    DumpInProgress* next;
+  private:
+    char* const name_;
 };

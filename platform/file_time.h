@@ -1,0 +1,30 @@
+// When a file was modified, to the nanosecond: the seconds alone would not tell which of two files of a busy
+// second is the newer.
+#pragma once
+
+#include <sys/stat.h>
+
+struct file_time {
+    unsigned long seconds;  // times before 1970 count as the latest
+    unsigned long nanoseconds;
+};
+
+// The nanoseconds have another name in the C libraries of old releases.
+template <typename Status>
+auto modified_nanoseconds(const Status& status) -> decltype(status.st_mtim.tv_nsec) {
+    return status.st_mtim.tv_nsec;
+}
+template <typename Status>
+auto modified_nanoseconds(const Status& status) -> decltype(status.st_mtime_nsec) {
+    return status.st_mtime_nsec;
+}
+
+inline file_time modified_time(const struct stat& status) {
+    return {static_cast<unsigned long>(status.st_mtime),
+            static_cast<unsigned long>(modified_nanoseconds(status))};
+}
+
+inline bool is_later(const file_time& time, const file_time& other) {
+    return time.seconds != other.seconds ? time.seconds > other.seconds
+                                         : time.nanoseconds > other.nanoseconds;
+}
