@@ -116,13 +116,13 @@ int parse_config_file(const char* path) {
     if (path == nullptr) {
         path = DEFAULT_CONFIG_FILE;
     }
-    // Non-blocking, so that a pipe in the file's place cannot hold up start-up for ever. It is refused, for
-    // what somebody may still write into it would go unread.
+    // Non-blocking, and no pipe: start-up would wait for whoever holds its other end.
     const UniqueFd file(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     struct stat status = {};
     const bool is_pipe = file.valid() && fstat(file.get(), &status) == 0 && S_ISFIFO(status.st_mode);
     if (!file.valid() || is_pipe) {
-        LOG_M("Unable to open config file %s, err_info:%s\n", path, strerror(is_pipe ? ESPIPE : errno));
+        LOG_M("Unable to open config file %s, err_info:%s\n", path,
+              is_pipe ? "it is a pipe, only files are read" : strerror(errno));
         return -1;
     }
     if (parse_config(&setting_list, file.get()) != 0) {

@@ -11,21 +11,20 @@
 #include "daemon/command_line.h"
 #include "daemon/log.h"
 #include "daemon/start_sequence.h"
-#include "platform/owned.h"
 #include "platform/properties.h"
 
 namespace {
 
 constexpr int PRIORITY = -20;
 
-// Gives the daemon, and so the commands that it runs, an input that never keeps them waiting for a person.
-void drop_standard_input() {
-    UniqueFd nothing(open("/dev/null", O_RDONLY | O_CLOEXEC));
-    if (nothing.get() == STDIN_FILENO) {
-        fcntl(nothing.release(), F_SETFD, 0);  // the daemon was started without one
-    } else if (nothing.valid()) {
-        dup2(nothing.get(), STDIN_FILENO);
-    }
+// Fills the standard descriptors that the daemon was started without: a file that got such a number would
+// take the log or what a command prints.
+void fill_standard_descriptors() {
+    int fd;
+    do {
+        fd = open("/dev/null", O_RDWR);
+    } while (fd >= 0 && fd <= STDERR_FILENO);
+    close(fd);
 }
 
 // Keeps what the daemon was started with, but for the standard descriptors, from the commands that it runs.
@@ -56,6 +55,7 @@ bool is_disabled() {
 
 int main(int argc, char** argv) {
     keep_memory_small();
+    fill_standard_descriptors();
     keep_descriptors();
     LOG_M("Qelvan Device monitor daemon started\n");
     if (setpriority(PRIO_PROCESS, getpid(), PRIORITY) != 0) {
@@ -65,7 +65,6 @@ int main(int argc, char** argv) {
         print_usage();
         return 0;
     }
-    drop_standard_input();
     if (!is_disabled()) {
         LOG_M("Enter daemon main loop, %ds has passed\n", wait_for_boot_completion());
         run_start_steps();

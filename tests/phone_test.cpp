@@ -152,16 +152,14 @@ dmd_error_info make_error_info(int error_no, int32_t time) {
     return info;
 }
 
-DaemonProcess::DaemonProcess(const std::vector<std::string>& arguments) {
+DaemonProcess::DaemonProcess(const std::vector<std::string>& arguments, const std::string& redirections) {
     char self[4096] = {};
     EXPECT_GT(readlink("/proc/self/exe", self, sizeof self - 1), 0);
     std::string path = self;
     path.replace(path.rfind('/'), std::string::npos, "/dmd");
-    std::vector<char*> argv = {path.data()};
-    for (const std::string& argument : arguments) {
-        argv.push_back(const_cast<char*>(argument.c_str()));
-    }
-    argv.push_back(nullptr);
+    std::vector<std::string> words = {"sh", "-c", "exec \"$0\" \"$@\" " + redirections, path};
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    const std::vector<char*> argv = pointers_to(&words);
     write_file(DAEMON_LOG, "");  // nobody may take an earlier daemon's messages for this one's
     pid_ = fork();
     if (pid_ == 0) {
@@ -175,7 +173,7 @@ DaemonProcess::DaemonProcess(const std::vector<std::string>& arguments) {
         // A leak check at the daemon's exit looks its threads up there.
         const std::string number = std::to_string(getpid());
         (void)!symlink(("/.phone/proc/" + number).c_str(), ("/proc/" + number).c_str());
-        execv(path.c_str(), argv.data());
+        execv("/bin/sh", argv.data());
         _exit(127);
     }
 }

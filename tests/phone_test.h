@@ -69,8 +69,8 @@ dmd_error_info make_error_info(int error_no, int32_t time);
 // A command of the phone, running in the background with its log in a file.
 class DaemonProcess {
   public:
-    // Starts build/dmd with the arguments.
-    explicit DaemonProcess(const std::vector<std::string>& arguments);
+    // Starts build/dmd with the arguments and the shell's redirections.
+    explicit DaemonProcess(const std::vector<std::string>& arguments, const std::string& redirections = "");
     ~DaemonProcess();
     DaemonProcess(const DaemonProcess&) = delete;
     DaemonProcess& operator=(const DaemonProcess&) = delete;

@@ -1,5 +1,6 @@
 // Start-up: the wait for the boot, the command line, and the daemon's own messages in their order.
 #include <pthread.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -10,9 +11,8 @@
 #include "daemon/start_sequence.h"
 #include "platform/properties.h"
 #include "servers/poll_server.h"
+#include "tests/bring_up.h"
 #include "tests/desk_calls.h"
-#include "tests/log_capture.h"
-#include "tests/phone_test.h"
 #include "triggers/command_server.h"
 #include "triggers/key_detector.h"
 
@@ -115,8 +115,36 @@ TEST(Start, RunsItsStepsInOrder) {
         at = found + 1;
     }
     EXPECT_EQ(std::string::npos, log.find("failed")) << log;
-    EXPECT_EQ("/dev/null\n", output_of("readlink /.phone/proc/" + std::to_string(dmd.pid()) + "/fd/0"))
-        << "a command that asks back must find nobody to ask";
+    EXPECT_EQ("/dev/zero\n", output_of("readlink /.phone/proc/" + std::to_string(dmd.pid()) + "/fd/0"))
+        << "what it was given is left alone";
+    EXPECT_EQ(log.size() == dmd.log().size() ? -20 : 0,
+              getpriority(PRIO_PROCESS, static_cast<id_t>(dmd.pid())));
+}
+
+TEST(Start, TheLastConfigurationFileIsRead) {
+    write_file("/data/first", section_text("listen", "dsm_tp", ""));
+    write_file("/data/last", section_text("listen", "dsm_lcd", ""));
+    const struct {
+        const char* what;
+        std::vector<std::string> arguments;
+        const char* redirections;
+    } cases[] = {
+        {"the second of two options", {"-c", "/data/first", "-c", "/data/last"}, ""},
+        {"standard input", {"-c", "/dev/stdin"}, "</data/last"},
+    };
+    for (const auto& c : cases) {
+        const DaemonProcess dmd(c.arguments, c.redirections);
+        EXPECT_TRUE(dmd.wait_for_log("Enter select")) << c.what;
+        EXPECT_EQ(1, count_of(dmd.log(), "lclient dsm_lcd init success")) << c.what;
+        EXPECT_EQ(1, count_of(dmd.log(), "init success, fd-")) << c.what;
+    }
+}
+
+TEST(Start, MissingStandardDescriptorsAreFilled) {
+    const DaemonProcess dmd({}, "<&- >&- 2>&-");
+    const std::string descriptors = "/.phone/proc/" + std::to_string(dmd.pid()) + "/fd";
+    ASSERT_TRUE(wait_until([&] { return names_in(descriptors).size() > 46; }));
+    EXPECT_EQ("/dev/null\n/dev/null\n/dev/null\n", output_of("cd " + descriptors + "; readlink 0 1 2"));
 }
 
 TEST(Start, AFailedStepEndsTheSequenceButNotTheDaemon) {
