@@ -1,6 +1,7 @@
 // The rows of the built-in client table and the runtime records of bound clients.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 
 #include "platform/mutex.h"
@@ -52,4 +53,5 @@ struct dmd_client {
     client_clear_operation clear;
     client_dump_operation dump[SLOT_COUNT];
     client_dump_operation force_dump[SLOT_COUNT];
+    std::atomic<unsigned int> texts_read{0};  // that the driver has handed over, modulo the type
 };

@@ -4,15 +4,11 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <atomic>
-
 #include "daemon/log.h"
 #include "platform/owned.h"
 #include "platform/text.h"
 
 namespace {
-
-std::atomic<unsigned int> texts_handed_over{0};
 
 // Opens the driver and binds the descriptor to the client. Returns what the request returned, or -1 when the
 // driver could not be opened, after a message under the caller's name.
@@ -76,13 +72,9 @@ int dsm_client_release(dmd_client* client) {
 ssize_t dsm_read_pending(dmd_client* client, char* buffer) {
     const ssize_t got = read(client->fd, buffer, client->buffer_size);
     if (got > 0) {
-        texts_handed_over.fetch_add(1, std::memory_order_relaxed);
+        ++client->texts_read;
     }
     return got;
-}
-
-unsigned int dsm_texts_handed_over() {
-    return texts_handed_over.load(std::memory_order_relaxed);
 }
 
 int dsm_clear_error(dmd_client* client, int /*argument*/) {

@@ -4,6 +4,8 @@
 #include <sys/ioctl.h>
 #include <sys/types.h>
 
+#include <atomic>
+
 #include "clients/client.h"
 
 constexpr char DSM_DEVICE[] = "/dev/dsm";
@@ -39,8 +41,8 @@ int bind_client_fd(const char* name);
 // hands over. Returns the bytes read; 0 or less when nothing was read, with errno as read left it.
 ssize_t dsm_read_pending(dmd_client* client, char* buffer) REQUIRES(client->mutex);
 
-// How many texts the driver has handed over to this process so far, modulo the type. Any thread.
-unsigned int dsm_texts_handed_over();
+// Descriptors that the servers have still to bind. Whoever hands out others leaves so many free.
+inline std::atomic<int> descriptors_to_bind{0};
 
 // The init operation of every row: binds the client's own descriptor. 0, or a result that is not 0 when the
 // client could not be bound; no descriptor is kept then.

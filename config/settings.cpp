@@ -14,6 +14,14 @@ setting_info* find_setting(const char* client_name, int32_t algo_type) {
     return nullptr;
 }
 
+int count_settings(int32_t algo_type) {
+    int count = 0;
+    for (const setting_info* setting = setting_list; setting != nullptr; setting = setting->next) {
+        count += setting->algo_type == algo_type ? 1 : 0;
+    }
+    return count;
+}
+
 setting_info* find_section(setting_info* head, const char* name) {
     for (setting_info* setting = head; setting != nullptr; setting = setting->next) {
         if (strncasecmp(setting->section_name, name, sizeof setting->section_name) == 0) {

@@ -67,5 +67,8 @@ extern setting_info* setting_list;
 // The first section of setting_list for the client (whole name, any case) and the server, or null.
 setting_info* find_setting(const char* client_name, int32_t algo_type);
 
+// The number of sections for the server.
+int count_settings(int32_t algo_type);
+
 // The first section of `head` whose name equals `name` in any case over at most 32 characters, or null.
 setting_info* find_section(setting_info* head, const char* name);

@@ -4,7 +4,9 @@
 #include <pthread.h>
 #include <sys/select.h>
 
+#include <algorithm>
 #include <cstdlib>
+#include <ctime>
 #include <memory>
 #include <new>
 
@@ -12,7 +14,6 @@
 #include "clients/dsm_device.h"
 #include "clients/registry.h"
 #include "daemon/log.h"
-#include "platform/descriptor_set.h"
 #include "platform/owned.h"
 #include "servers/monitor.h"
 
@@ -24,6 +25,19 @@ lclient* lclient_list GUARDED_BY(lclient_lock) = nullptr;
 int32_t lclient_count GUARDED_BY(lclient_lock) = 0;
 
 pthread_t listen_thread;
+
+// Passes in a row without a text after which a client rests: one alone may be an error whose text is empty.
+constexpr int FRUITLESS_PASSES = 2;
+
+// The first rest; each further one in a row is twice as long, up to the longest.
+constexpr int64_t REST_MIN_MS = 1000;
+constexpr int64_t REST_MAX_MS = 60000;
+
+int64_t now_ms() {
+    timespec now = {};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000;
+}
 
 const char* client_name(const lclient& record) {
     return record.dclient->info->name;
@@ -92,6 +106,40 @@ void handle_error(const char* name, const lclient& record) {
     run_actions(name, *trigger, dmd_dump_error, "[M/%s] can not get specific client\n");
 }
 
+// Takes the clients that rest out of the set. Returns the milliseconds until the first of them has rested, or
+// -1 when none rests.
+int64_t leave_out_resting(fd_set* set) {
+    const int64_t now = now_ms();
+    int64_t shortest_ms = -1;
+    const MutexLock lock(lclient_lock);
+    for (const lclient* record = lclient_list; record != nullptr; record = record->next) {
+        const int64_t left_ms = record->rest_end_ms - now;
+        if (left_ms > 0) {
+            FD_CLR(record->fd, set);
+            shortest_ms = shortest_ms < 0 ? left_ms : std::min(shortest_ms, left_ms);
+        }
+    }
+    return shortest_ms;
+}
+
+// Notes what became of the clients in a pass, and lets those rest that hand nothing over.
+void note_pass(fd_set watched, fd_set ready) {
+    const MutexLock lock(lclient_lock);
+    for (lclient* record = lclient_list; record != nullptr; record = record->next) {
+        if (!FD_ISSET(record->fd, &watched)) {
+            continue;
+        }
+        const unsigned int texts_read = record->dclient->texts_read;
+        const bool fruitless = FD_ISSET(record->fd, &ready) && texts_read == record->texts_read;
+        record->texts_read = texts_read;
+        record->fruitless = fruitless ? record->fruitless + 1 : 0;
+        if (record->fruitless >= FRUITLESS_PASSES) {
+            const int doublings = std::min(record->fruitless - FRUITLESS_PASSES, 6);
+            record->rest_end_ms = now_ms() + std::min(REST_MIN_MS << doublings, REST_MAX_MS);
+        }
+    }
+}
+
 void wait_for_client(const char* name) {
     const MutexLock lock(lclient_lock);
     while (lclient_count == 0) {
@@ -139,15 +187,20 @@ void listen_client_init(fd_set* watched) {
 void* listen_server(void* /*argument*/) {
     fd_set watched;
     listen_client_init(&watched);
+    descriptors_to_bind -= count_settings(ALGO_LISTEN);
     for (;;) {
         wait_for_client(__FUNCTION__);
         LOG_M("Enter select\n");
-        fd_set ready = watched;
-        if (select(FD_SETSIZE, &ready, nullptr, nullptr, nullptr) < 1) {
+        fd_set waited_for = watched;
+        const int64_t rest_ms = leave_out_resting(&waited_for);
+        timeval limit = {static_cast<time_t>(rest_ms / 1000),
+                         static_cast<suseconds_t>(rest_ms % 1000 * 1000)};
+        fd_set ready = waited_for;
+        const int count = select(FD_SETSIZE, &ready, nullptr, nullptr, rest_ms < 0 ? nullptr : &limit);
+        if (count < 0 || (count == 0 && rest_ms < 0)) {
             LOG_M("Dmd listen server select error");
             return nullptr;
         }
-        const unsigned int handed_over = dsm_texts_handed_over();
         for (int fd = 0; fd < FD_SETSIZE; ++fd) {
             if (!FD_ISSET(fd, &ready)) {
                 continue;
@@ -160,15 +213,12 @@ void* listen_server(void* /*argument*/) {
             }
             handle_error(__FUNCTION__, *record);
         }
-        // A dead driver, or a trigger whose actions do not read the client, leaves its descriptor ready. The
-        // thread does not spin on it.
-        if (dsm_texts_handed_over() == handed_over) {
-            rest_descriptors(watched, ready);
-        }
+        note_pass(waited_for, ready);
     }
 }
 
 int dmd_listen_server_init() {
+    descriptors_to_bind += count_settings(ALGO_LISTEN);
     const int result = pthread_create(&listen_thread, nullptr, listen_server, nullptr);
     if (result != 0) {
         LOG_M("Error initializing dmd listen server\n");

@@ -15,6 +15,12 @@ struct lclient {
     int32_t fd;  // bound to the client, watched by select
     int32_t num_triggers;
     trigger_info* triggers;  // the section's own array
+
+    // A client that is ready again and again without handing anything over (a dead driver, or a trigger whose
+    // actions do not read it) rests, for ever longer, so that the thread does not spin on it.
+    unsigned int texts_read;  // of the client, when it was last ready
+    int fruitless;            // passes in a row in which it was ready and handed nothing over
+    int64_t rest_end_ms;      // of the clock that counts on; it is not watched until then
 };
 
 // Starts the listen thread, which then sets its clients up and serves them for the life of the process.
@@ -29,8 +35,8 @@ void* listen_server(void* argument);
 void listen_client_init(fd_set* watched);
 
 // Asks the driver for one of the client's names (a request of the DSM_IOCTL_GET_..._NAME kind) and stores it
-// in the registry's record, whose lock it takes. 0, what the driver answered when that is not 0, -22 for
-// another request, or -1 for a null record.
+// in the registry's record, under the lock of the clients' names. 0, what the driver answered when that is
+// not 0, -22 for another request, or -1 for a null record.
 int lclient_get_device_info(lclient* record, unsigned int request);
 
 // The client's pending error number; 0, after a message, when the driver did not give it.

@@ -132,6 +132,7 @@ void poll_client_init() {
 
 void* poll_server(void* /*argument*/) {
     poll_client_init();
+    descriptors_to_bind -= count_settings(ALGO_POLL);
     uint32_t clock_tick = 0;
     for (;;) {
         wait_for_client(__FUNCTION__);
@@ -144,6 +145,7 @@ void* poll_server(void* /*argument*/) {
 }
 
 int dmd_poll_server_init() {
+    descriptors_to_bind += count_settings(ALGO_POLL);
     const int result = pthread_create(&poll_thread, nullptr, poll_server, nullptr);
     if (result != 0) {
         LOG_M("Error initializing dmd poll server\n");

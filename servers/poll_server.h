@@ -28,8 +28,8 @@ void* poll_server(void* argument);
 void poll_client_init();
 
 // Asks the driver for one of the client's names (a request of the DSM_IOCTL_GET_..._NAME kind) and stores it
-// in the registry's record, whose lock it takes. 0, what the driver answered when that is not 0, -22 for
-// another request, or -1 for a null record.
+// in the registry's record, under the lock of the clients' names. 0, what the driver answered when that is
+// not 0, -22 for another request, or -1 for a null record.
 int pclient_get_device_info(pclient* record, unsigned int request);
 
 // The client's current state; 0, after a message, when the driver did not give it.

@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <thread>
 
+#include "clients/client_table.h"
 #include "tests/bring_up.h"
 #include "tests/desk_calls.h"
 #include "tests/sanitized.h"
@@ -208,41 +209,59 @@ TEST(CommandServer, ManyConnectionsAndMessagesLeaveNothingOpen) {
     EXPECT_TRUE(is_served(log, connect_to_commands(), 1));
 }
 
-TEST(CommandServer, ConnectionsLeaveTheReportsTheirDescriptors) {
-    struct {
-        rlim_t limit;
-        int first_free;  // all descriptors below are taken
-    } const cases[] = {{300, 140}, {4096, FD_SETSIZE - 3}};
-    LogCapture log;
-    start_serving();
+TEST(CommandServer, ConnectionsLeaveServersAndReportsTheirDescriptors) {
+    const struct {
+        const char* what;
+        rlim_t limit;      // of the daemon's descriptors
+        int listened;      // clients with a section
+        int served_least;  // connections
+    } cases[] = {
+        {"few", 200, 3, 40},
+        {"as many as usual", 1024, 3, 800},
+        {"more than select can watch", 4096, 3, 800},
+        {"few, while the listen server binds every client", 180, CLIENT_TABLE_ROWS, 0},
+    };
+    rlimit own = {4096, 4096};
+    if (setrlimit(RLIMIT_NOFILE, &own) != 0) {
+        GTEST_SKIP() << "this user may not open as many descriptors";
+    }
+    set_commercial(true);
     for (const auto& c : cases) {
-        const rlimit limit = {c.limit, 4096};
-        if (setrlimit(RLIMIT_NOFILE, &limit) != 0) {
-            GTEST_SKIP() << "this user may not open as many descriptors";
+        SCOPED_TRACE(c.what);
+        std::string configuration;
+        for (int i = 0; i < c.listened; ++i) {
+            configuration += section_text("listen", default_clients[i].name,
+                                          i == 0 ? "num_triggers 1\n" + trigger(7, "dsm_tp+0") : "");
         }
-        std::vector<UniqueFd> taken;
-        while (taken.empty() || taken.back().get() + 1 < c.first_free) {
-            taken.emplace_back(open("/dev/null", O_RDONLY | O_CLOEXEC));
-            ASSERT_TRUE(taken.back().valid());
-        }
-        log.clear();
-        std::vector<UniqueFd> connections;
-        do {
-            connections.push_back(connect_to_commands());
-            const int number = connections.back().get();
-            send_bytes(connections.back(), command_message("dsm_recovery", 0, number));
+        write_file("/data/conf", configuration);
+        own.rlim_cur = c.limit;
+        ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &own));
+        const DaemonProcess dmd({"-c", "/data/conf"});
+        own.rlim_cur = own.rlim_max;
+        ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &own));
+        ASSERT_TRUE(dmd.wait_for_log("command server init success"));
+        std::vector<UniqueFd> served;
+        for (bool room = true; room;) {
+            served.push_back(connect_to_commands());
+            send_bytes(served.back(), command_message("dsm_recovery", 0, 0));
             ASSERT_TRUE(wait_until([&] {
-                return log.has("Received msg - name:dsm_recovery data:" + std::to_string(number)) ||
-                       log.has("[M/dmd_cmd_thread] no room for a client on fd ");
+                room = count_of(dmd.log(), "no room for a client") == 0;
+                return !room || count_of(dmd.log(), "Received msg") == static_cast<int>(served.size());
             }));
-        } while (!log.has("no room for a client"));
-        EXPECT_TRUE(is_closed(connections.back()));
-        EXPECT_GT(connections.size(), 1U) << "those that fit are served";
-        EXPECT_LE(connections.back().get(), static_cast<int>(c.limit) - 150)
-            << "two servers' clients, and reports";
-        taken.clear();
-        const UniqueFd later = connect_to_commands();
-        EXPECT_TRUE(is_served(log, later, static_cast<int>(c.limit)));
+        }
+        EXPECT_TRUE(is_closed(served.back()));
+        EXPECT_GT(static_cast<int>(served.size()), c.served_least);
+        EXPECT_TRUE(dmd.wait_for_log("init success, fd-", c.listened)) << dmd.log();
+        report_error("dsm_tp", 7, std::string(c.what) + "\n");
+        EXPECT_TRUE(dmd.wait_for_log("cmd_line:archive -i ")) << dmd.log();
+        EXPECT_EQ(1, count_of(read_file(RECORD), std::string("[Content]:\n") + c.what));
+        served.pop_back();
+        served.pop_back();
+        EXPECT_TRUE(dmd.wait_for_log("Removing client on fd "));
+        served.push_back(connect_to_commands());
+        const int before = count_of(dmd.log(), "Received msg");
+        send_bytes(served.back(), command_message("dsm_recovery", 0, 0));
+        EXPECT_TRUE(dmd.wait_for_log("Received msg", before + 1)) << "there is room again";
     }
 }
 

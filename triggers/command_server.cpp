@@ -10,15 +10,15 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <iterator>
 
-#include "clients/client_table.h"
 #include "clients/dispatch.h"
+#include "clients/dsm_device.h"
 #include "clients/registry.h"
 #include "daemon/log.h"
-#include "platform/descriptor_set.h"
 #include "platform/owned.h"
 #include "platform/text.h"
 #include "triggers/command_message.h"
@@ -28,9 +28,10 @@ namespace {
 constexpr int SETUP_FAILED = -22;
 constexpr mode_t SOCKET_MODE = 0660;
 constexpr int BACKLOG = 10;
-// Descriptors that the two servers may still have to bind to all clients, and those that the reports of all
-// threads may need at a time.
-constexpr rlim_t RESERVED_DESCRIPTORS = 2 * CLIENT_TABLE_ROWS + 64;
+// Descriptors that the reports of all threads may need at a time.
+constexpr int REPORT_DESCRIPTORS = 64;
+// How long connections that cannot be accepted stay in the queue before the next try.
+constexpr time_t QUEUE_REST_SECONDS = 1;
 constexpr int FORCE_DUMP_SLOT = 0;
 
 #ifndef SO_PASSRIGHTS
@@ -51,13 +52,24 @@ sockaddr_un socket_address() {
     return address;
 }
 
-// Whether a connection can be served: select must be able to watch it, and connections must not use up the
-// descriptors that reports are written with. Descriptors are given out from below.
+// Whether a connection can be served: those numbers that select can watch, and descriptors at all, must last
+// for the servers that are still binding, and descriptors for the reports. They are given out from below.
 bool has_room_for(int connection) {
     rlimit limit = {};
-    const bool limited = getrlimit(RLIMIT_NOFILE, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY;
-    return connection < FD_SETSIZE &&
-           (!limited || static_cast<rlim_t>(connection) + RESERVED_DESCRIPTORS < limit.rlim_cur);
+    const rlim_t allowed = getrlimit(RLIMIT_NOFILE, &limit) == 0 ? limit.rlim_cur : RLIM_INFINITY;
+    const int reserved = descriptors_to_bind + REPORT_DESCRIPTORS;
+    return static_cast<rlim_t>(connection + reserved) < std::min<rlim_t>(allowed, FD_SETSIZE);
+}
+
+// Waits until a connection other than the ready ones can be read, or a moment has passed.
+void rest(fd_set watched, fd_set ready) {
+    for (int fd = 0; fd < FD_SETSIZE; ++fd) {
+        if (FD_ISSET(fd, &ready)) {
+            FD_CLR(fd, &watched);
+        }
+    }
+    timeval limit = {QUEUE_REST_SECONDS, 0};
+    select(FD_SETSIZE, &watched, nullptr, nullptr, &limit);
 }
 
 // Returns whether a connection was taken from the queue.
@@ -148,9 +160,10 @@ void* dmd_cmd_thread(void* /*argument*/) {
             got_on |= fd == listening_socket ? accept_connection(__FUNCTION__, &watched)
                                              : serve_connection(__FUNCTION__, fd, &watched);
         }
-        // Where the process has no descriptor left, a connection stays in the queue and the queue ready.
+        // Where the process has no descriptor left, a connection stays in the queue and the queue ready. The
+        // thread does not spin on it, nor on out-of-band data.
         if (!got_on) {
-            rest_descriptors(watched, ready);
+            rest(watched, ready);
         }
     }
 }
