@@ -33,8 +33,8 @@ constexpr int KEY_DEVICES_MAX = 8;
 constexpr size_t BITS_SIZE = 124;
 // Longest pause between two events of one sequence.
 constexpr int32_t MAX_PAUSE_MS = 280;
-// How long a device rests whose read has failed; one that fails meanwhile prolongs it for all.
-constexpr uint64_t REST_MS = 1000;
+// Reads in a row that may fail before a device is given up: it would stay ready and keep the thread busy.
+constexpr int FAILED_READS_MAX = 16;
 
 static_assert(sizeof(input_event) == 2 * sizeof(long) + 8,
               "events are as wide as the kernel's: 16 bytes on a phone");
@@ -78,9 +78,9 @@ constexpr command_dump command_dumps[] = {{1, "dsm_tp", 1}, {2, "dsm_lcd", 1}, {
 constexpr int KEY_ERROR_NO = 20005;
 
 // The watched devices; used by the start operation and then by the key thread alone.
-pollfd* key_device_fds = nullptr;  // room for KEY_DEVICES_MAX; one that rests has no requested events
+pollfd* key_device_fds = nullptr;  // room for KEY_DEVICES_MAX
 int key_device_count = 0;
-uint64_t rest_end = 0;  // in milliseconds of dmd_key_time_ms, for all devices that rest
+int failed_reads[KEY_DEVICES_MAX] = {};  // of each device, in a row
 
 pthread_t key_thread;
 
@@ -90,15 +90,14 @@ bool has_bit(const unsigned long* bits, unsigned int bit) {
 }
 
 // Takes one event from a device. False when there was none to take, after a message, or one of no interest.
-bool read_key(const char* name, pollfd* device, key_entry* key) {
+bool read_key(const char* name, int index, key_entry* key) {
     input_event event = {};
-    if (read(device->fd, &event, sizeof event) != static_cast<ssize_t>(sizeof event)) {
+    if (read(key_device_fds[index].fd, &event, sizeof event) != static_cast<ssize_t>(sizeof event)) {
         LOG_M_AS(name, "read event error!\n");
-        // Whatever keeps failing does not keep the thread busy.
-        device->events = 0;
-        rest_end = dmd_key_time_ms() + REST_MS;
+        ++failed_reads[index];
         return false;
     }
+    failed_reads[index] = 0;
     if (event.type != EV_KEY || event.code < KEY_VOLUMEDOWN || event.code > KEY_POWER) {
         return false;
     }
@@ -109,25 +108,10 @@ bool read_key(const char* name, pollfd* device, key_entry* key) {
     return true;
 }
 
-// Ends the rest of the devices when it is over. Returns the milliseconds that it still takes, -1 when no
-// device rests.
-int end_rest() {
-    pollfd* const end = key_device_fds + key_device_count;
-    const auto rests = [](const pollfd& device) { return device.events == 0; };
-    if (std::none_of(key_device_fds, end, rests)) {
-        return -1;
-    }
-    const uint64_t now = dmd_key_time_ms();
-    if (now < rest_end) {
-        return static_cast<int>(rest_end - now);
-    }
-    std::for_each(key_device_fds, end, [](pollfd& device) { device.events = POLLIN; });
-    return -1;
-}
-
 void drop_device(int index) {
     close(key_device_fds[index].fd);
     std::copy(key_device_fds + index + 1, key_device_fds + key_device_count, key_device_fds + index);
+    std::copy(failed_reads + index + 1, failed_reads + key_device_count, failed_reads + index);
     --key_device_count;
 }
 
@@ -218,6 +202,7 @@ int dmd_get_key_device() {
             continue;
         }
         LOG_M("it's a key device, the input device is:%s\n", name);
+        failed_reads[key_device_count] = 0;
         key_device_fds[key_device_count++] = {fd.release(), POLLIN, 0};
     }
     return key_device_count;
@@ -262,25 +247,23 @@ void dmd_key_dispatch() {
 }
 
 int dmd_key_ev_get() {
-    const int limit = end_rest();
-    if (poll(key_device_fds, static_cast<nfds_t>(key_device_count), limit) < 0) {
+    if (poll(key_device_fds, static_cast<nfds_t>(key_device_count), -1) < 0) {
         LOG_M("poll err !\n");
         return 0;
     }
     key_entry candidate = {};
     bool taken = false;
-    for (int i = 0; i < key_device_count;) {
-        pollfd* const device = &key_device_fds[i];
-        const short returned = std::exchange(device->revents, short{0});
-        if ((returned & POLLIN) != 0) {
-            taken |= read_key(__FUNCTION__, device, &candidate);
-        } else if (returned != 0) {
-            // It has hung up or failed, and would be ready for ever.
-            drop_device(i);
-            LOG_M("a key device is gone, %d left\n", key_device_count);
-            continue;
+    for (int i = 0; i < key_device_count; ++i) {
+        const short returned = std::exchange(key_device_fds[i].revents, short{0});
+        const bool readable = (returned & POLLIN) != 0;
+        if (readable) {
+            taken |= read_key(__FUNCTION__, i, &candidate);
         }
-        ++i;
+        // One that has hung up or failed would be ready for ever, too.
+        if ((!readable && returned != 0) || failed_reads[i] == FAILED_READS_MAX) {
+            drop_device(i--);
+            LOG_M("a key device is gone, %d left\n", key_device_count);
+        }
     }
     if (!taken) {
         return 0;
