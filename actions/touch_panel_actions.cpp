@@ -120,7 +120,8 @@ enum class outcome { absent, added, empty };
 // Appends what one read of the file brings. Absent: the file did not open, or no room was left for it; empty:
 // it opened but brought nothing.
 outcome append_file(dump_text* text, const tp_source& source) {
-    const UniqueFd file(open(source.path, O_RDONLY | O_CLOEXEC));
+    // What is no plain file must not keep the daemon waiting.
+    const UniqueFd file(open(source.path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     if (!file.valid()) {
         LOG_M_AS(COLLECT, "Unable to open %s - %s\n", source.path, strerror(errno));
         return outcome::absent;

@@ -3,13 +3,14 @@
 
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <ctime>
-#include <iterator>
 
 #include "clients/dsm_device.h"
 #include "daemon/log.h"
+#include "output/dump_archive.h"
 #include "platform/text.h"
 
 namespace {
@@ -17,25 +18,25 @@ namespace {
 // The decimal text of an error number in a force request: sign, ten digits and the terminator.
 constexpr size_t ERROR_NUMBER_SIZE = 12;
 
-// The names of the latest standalone dumps, the oldest overwritten first: more than can be made in a second.
-struct dump_name {
-    int32_t error_no;
-    int32_t time;
-};
-Mutex dump_names_lock;
-dump_name dump_names[32] GUARDED_BY(dump_names_lock) = {};
-size_t next_dump_name GUARDED_BY(dump_names_lock) = 0;
+// Number and second of the standalone dump that was described last. Two threads make such dumps, so this is the
+// one that the other may have in hand.
+std::atomic<uint64_t> latest_dump{0};
 
-// Takes the name that the description gives. False when another dump has it.
-bool take_dump_name(const dmd_error_info& info) {
-    const MutexLock lock(dump_names_lock);
-    for (const dump_name& taken : dump_names) {
-        if (taken.error_no == info.error_no && taken.time == info.time) {
+// Whether the dump's name is free: no dump in hand has it, and no file on disk, of this day or another.
+bool is_name_free(const dmd_error_info& info) {
+    const uint64_t dump =
+        uint64_t{static_cast<uint32_t>(info.error_no)} << 32 | static_cast<uint32_t>(info.time);
+    if (latest_dump.exchange(dump) == dump) {
+        return false;
+    }
+    char path[PATH_SIZE];
+    for (const char* const ending : {".txt", ".txt.gz"}) {
+        format_dump_stem(path, sizeof path, info);
+        append_text(path, sizeof path, "%s", ending);
+        if (access(path, F_OK) == 0) {
             return false;
         }
     }
-    dump_names[next_dump_name] = {info.error_no, info.time};
-    next_dump_name = (next_dump_name + 1) % std::size(dump_names);
     return true;
 }
 
@@ -58,7 +59,7 @@ void describe_client(dmd_error_info* info, const dmd_client* client, const char*
 
 dmd_error_info describe_standalone_dump(const dmd_client* client, int error_no, const char* RT_switch) {
     dmd_error_info info = start_description(error_no);
-    while (!take_dump_name(info)) {
+    while (!is_name_free(info)) {
         sleep(1);
         info = start_description(error_no);
     }

@@ -12,8 +12,8 @@ dmd_error_info start_description(int error_no);
 void describe_client(dmd_error_info* info, const dmd_client* client, const char* RT_switch)
     EXCLUDES(client_names_lock);
 
-// Describes a standalone dump that is made now. Such dumps are named by number and second: it waits for a
-// second in which no other has taken the name, usually not longer than that.
+// Describes a standalone dump of bytes that is made now. Such dumps are named by number and time of day: it
+// waits for a second whose name no other dump and no file has, usually not longer than that.
 dmd_error_info describe_standalone_dump(const dmd_client* client, int error_no, const char* RT_switch)
     EXCLUDES(client_names_lock);
 

@@ -11,6 +11,7 @@
 #include "daemon/log.h"
 #include "output/output_dir.h"
 #include "output/shell_command.h"
+#include "platform/mutex.h"
 #include "platform/owned.h"
 #include "platform/text.h"
 
@@ -23,9 +24,13 @@ constexpr size_t DESCRIPTION_SIZE = 256;  // bytes; what does not fit is cut off
 // The platform's exception log takes a tag of at most 15 characters.
 constexpr size_t TAG_SIZE = 16;
 
+// So that apr_info.txt describes one upload whole: uploads come under two locks, and so at the same time.
+Mutex description_lock;
+
 }  // namespace
 
 bool write_apr_upload_info(const dmd_error_info* info) {
+    const MutexLock lock(description_lock);
     umask(0);  // for the rest of the daemon's life: its files get exactly the modes given at creation
     const UniqueFd file(open_at_once(DESCRIPTION_PATH, O_WRONLY | O_CREAT | O_TRUNC, DESCRIPTION_MODE));
     if (!file.valid()) {
