@@ -1,0 +1,66 @@
+# Builds dmd in the platform tree of a release that Android.bp is too new for: Android 5.1 to 8.1. From 9 on it builds
+# nothing. On 7, 7.1, 8.0 and 8.1, which read both files, take Android.bp away. See docs/porting.md.
+#
+# The compilers and the C++ library of Android 5.1 to 7.1 are too old for C++17. The product names others (in its
+# BoardConfig.mk, with absolute paths):
+#     DMD_CXX          a clang++, release 5 or later, that compiles for the phone's processor
+#     DMD_CXX_INCLUDE  the folder with the headers of its libc++
+#     DMD_CXX_LIBRARY  its libc++ for the phone's processor, a static library: dmd takes next to nothing out of it, and
+#                      must not take it from the phone, whose own is older
+# An NDK that still builds for API level 21 has all three, below toolchains/llvm/prebuilt/linux-x86_64:
+#     bin/clang++
+#     sysroot/usr/include/c++/v1
+#     sysroot/usr/lib/arm-linux-androideabi/libc++_static.a
+# The headers of the C library, liblog and libcutils stay those of the tree. The sources compile so with clang 14 and its
+# libc++; no tree has linked them yet. Where linking with the tree's own tools fails, build dmd with CMake and the whole
+# NDK instead.
+#
+# Where the tree's liblog has no exception log, the product sets DMD_NO_EXCEPTION_LOG := true.
+
+ifneq ($(filter 21 22 23 24 25 26 27,$(PLATFORM_SDK_VERSION)),)
+
+LOCAL_PATH := $(call my-dir)
+
+include $(CLEAR_VARS)
+LOCAL_MODULE := dmd
+LOCAL_MODULE_TAGS := optional
+# The folders of CMakeLists.txt, without the desk stand-ins of platform/.
+dmd_folders := daemon clients config servers triggers output actions tar
+LOCAL_SRC_FILES := $(patsubst $(LOCAL_PATH)/%,%,$(wildcard $(dmd_folders:%=$(LOCAL_PATH)/%/*.cpp)))
+ifeq ($(DMD_NO_EXCEPTION_LOG),true)
+LOCAL_SRC_FILES += platform/android/exception_log.cpp
+endif
+LOCAL_C_INCLUDES := $(LOCAL_PATH)
+LOCAL_CFLAGS := -DDMD_ANDROID -Wall -Wextra -Wshadow -Wthread-safety -Werror
+LOCAL_CPPFLAGS := -std=gnu++17 -fno-exceptions -fno-rtti
+LOCAL_SHARED_LIBRARIES := libcutils liblog
+LOCAL_CLANG := true
+ifneq ($(DMD_CXX),)
+LOCAL_CXX := $(DMD_CXX)
+LOCAL_CXX_STL := none
+LOCAL_CPPFLAGS += -nostdinc++ -isystem $(DMD_CXX_INCLUDE)
+LOCAL_LDFLAGS := $(DMD_CXX_LIBRARY)
+endif
+# As wide as the kernel, so that the driver needs no second entry for the requests of narrower programs.
+LOCAL_MULTILIB := first
+LOCAL_REQUIRED_MODULES := device_state_monitor.conf init.dmd.rc
+include $(BUILD_EXECUTABLE)
+
+# /system/etc/device_state_monitor.conf: name the file whose error numbers are those of the phone's own drivers.
+include $(CLEAR_VARS)
+LOCAL_MODULE := device_state_monitor.conf
+LOCAL_MODULE_TAGS := optional
+LOCAL_MODULE_CLASS := ETC
+LOCAL_SRC_FILES := config/device_state_monitor.conf
+include $(BUILD_PREBUILT)
+
+# /init.dmd.rc, which the device's own init.*.rc imports.
+include $(CLEAR_VARS)
+LOCAL_MODULE := init.dmd.rc
+LOCAL_MODULE_TAGS := optional
+LOCAL_MODULE_CLASS := ETC
+LOCAL_MODULE_PATH := $(TARGET_ROOT_OUT)
+LOCAL_SRC_FILES := platform/android/5.1/init.dmd.rc
+include $(BUILD_PREBUILT)
+
+endif
