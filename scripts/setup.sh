@@ -49,6 +49,12 @@ find_missing() {
     need python3 have python3
     need chromium have chromium
     need chromium-driver have chromedriver
+    need make have make
+    need m4 have m4
+    need checkpolicy have checkpolicy
+    need mini-soong have mini-soong
+    need android-liblog-dev test -f /usr/include/android/android/log.h
+    need android-libcutils-dev test -f /usr/include/android/cutils/properties.h
   fi
   if [ "$purpose" = arm ]; then
     need g++-arm-linux-gnueabihf have arm-linux-gnueabihf-g++

@@ -1,0 +1,80 @@
+#!/usr/bin/python3
+"""Holds Android.bp and Android.mk against each other, CMakeLists.txt and the folders: build_files.py, in the root.
+
+Android.bp is read with mini-soong's parser, Android.mk by GNU make with the stand-ins of make/.
+"""
+import glob
+import re
+import subprocess
+import sys
+
+from mini_soong.parser import soong
+
+EXCEPTION_LOG = 'platform/android/exception_log.cpp'
+OPTIONAL = '        // "%s",' % EXCEPTION_LOG
+failures = 0
+
+
+def same(what, found, expected):
+    global failures
+    if found != expected:
+        failures += 1
+        print('build_files: %s: %r instead of %r' % (what, found, expected))
+
+
+def read_soong(text):
+    return {module.arguments['name']: module.arguments for module in soong.parseString(text, parseAll=True)}
+
+
+def read_make(release, *settings):
+    done = subprocess.run(['make', '-s', '-f', 'tests/platform/make/platform.mk', 'FILE=Android.mk',
+                           'PLATFORM_SDK_VERSION=%d' % release, *settings], capture_output=True, text=True)
+    if done.returncode != 0 or done.stderr:
+        sys.exit('build_files: Android.mk: ' + done.stderr)
+    modules, module = {}, {}
+    for line in done.stdout.splitlines():
+        name, *values = line.split()
+        module[name[len('LOCAL_'):]] = values
+        if name == 'LOCAL_END':
+            modules[module['MODULE'][0]] = module
+            module = {}
+    return modules
+
+
+def files(patterns):
+    found = [sorted(glob.glob(pattern)) for pattern in patterns]
+    same('patterns that name no file', [p for p, names in zip(patterns, found) if not names], [])
+    return sorted(sum(found, []))
+
+
+bp_text = open('Android.bp').read()
+bp = read_soong(bp_text)
+mk = read_make(22)
+program, made = bp['dmd'], mk['dmd']
+
+# A platform tree builds what CMake builds.
+folders = re.search(r'^set\(folders (.*)\)', open('CMakeLists.txt').read(), re.M).group(1).split()
+sources = files(program['srcs'])
+same('folders of Android.bp', program['srcs'], [folder + '/*.cpp' for folder in folders])
+same('sources of Android.mk', sorted(made['SRC_FILES']), sources)
+same('flags of Android.mk', sorted(made['CFLAGS'] + made['CPPFLAGS']),
+     sorted(program['cflags'] + ['-std=' + program['cpp_std'], '-fno-exceptions', '-fno-rtti']))
+same('folders of headers of Android.mk', made['C_INCLUDES'], program['local_include_dirs'])
+same('libraries of Android.mk', sorted(made['SHARED_LIBRARIES']), sorted(program['shared_libs']))
+same('width of Android.mk', made['MULTILIB'], [program['compile_multilib']])
+
+same('configuration of Android.mk', mk['device_state_monitor.conf']['SRC_FILES'], [bp['device_state_monitor.conf']['src']])
+files(program['init_rc'] + [bp['device_state_monitor.conf']['src']] + mk['init.dmd.rc']['SRC_FILES'])
+same('modules that dmd requires', program['required'], [name for name in bp if name != 'dmd'])
+same('modules that dmd requires in Android.mk', made['REQUIRED_MODULES'], [name for name in mk if name != 'dmd'])
+
+# What a tree may choose.
+same('the exception log in Android.bp', files(read_soong(bp_text.replace(OPTIONAL, OPTIONAL.replace('// ', '')))
+                                              ['dmd']['srcs']), sorted(sources + [EXCEPTION_LOG]))
+chosen = read_make(22, 'DMD_NO_EXCEPTION_LOG=true', 'DMD_CXX=CXX', 'DMD_CXX_INCLUDE=INCLUDE', 'DMD_CXX_LIBRARY=LIB')
+same('the exception log in Android.mk', sorted(chosen['dmd']['SRC_FILES']), sorted(sources + [EXCEPTION_LOG]))
+same("the product's own compiler", [chosen['dmd'][name] for name in ('CXX', 'CXX_STL', 'LDFLAGS')] +
+     [chosen['dmd']['CPPFLAGS'][-3:]], [['CXX'], ['none'], ['LIB'], ['-nostdinc++', '-isystem', 'INCLUDE']])
+same('modules of Android.mk from Android 9 on', read_make(28), {})
+
+sys.exit(failures != 0)

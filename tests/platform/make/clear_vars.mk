@@ -1,0 +1,1 @@
+$(foreach name,$(names),$(eval $(name) :=))
