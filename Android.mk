@@ -3,17 +3,16 @@
 #
 # The compilers and the C++ library of Android 5.1 to 7.1 are too old for C++17. The product names others (in its
 # BoardConfig.mk, with absolute paths):
-#     DMD_CXX          a clang++, release 5 or later, that compiles for the phone's processor
-#     DMD_CXX_INCLUDE  the folder with the headers of its libc++
-#     DMD_CXX_LIBRARY  its libc++ for the phone's processor, a static library: dmd takes next to nothing out of it, and
-#                      must not take it from the phone, whose own is older
+#     DMD_CXX            a clang++, release 5 or later, that compiles for the phone's processor
+#     DMD_CXX_INCLUDE    the folder with the headers of its libc++
+#     DMD_CXX_LIBRARIES  its libc++ for the phone's processor, static libraries: dmd takes next to nothing out of them,
+#                        and must not take it from the phone, whose own is older
 # An NDK that still builds for API level 21 has all three, below toolchains/llvm/prebuilt/linux-x86_64:
 #     bin/clang++
 #     sysroot/usr/include/c++/v1
-#     sysroot/usr/lib/arm-linux-androideabi/libc++_static.a
-# The headers of the C library, liblog and libcutils stay those of the tree. The sources compile so with clang 14 and its
-# libc++; no tree has linked them yet. Where linking with the tree's own tools fails, build dmd with CMake and the whole
-# NDK instead.
+#     sysroot/usr/lib/arm-linux-androideabi/ with libc++_static.a and libc++abi.a, in this order
+# The headers of the C library, liblog and libcutils stay those of the tree. No tree has built dmd so yet: where linking
+# by the tree's own tools fails, build it with CMake and the whole NDK instead.
 #
 # Where the tree's liblog has no exception log, the product sets DMD_NO_EXCEPTION_LOG := true.
 
@@ -39,7 +38,9 @@ ifneq ($(DMD_CXX),)
 LOCAL_CXX := $(DMD_CXX)
 LOCAL_CXX_STL := none
 LOCAL_CPPFLAGS += -nostdinc++ -isystem $(DMD_CXX_INCLUDE)
-LOCAL_LDFLAGS := $(DMD_CXX_LIBRARY)
+# Behind the libraries what they need for throwing, which dmd does not do.
+LOCAL_LDFLAGS := $(DMD_CXX_LIBRARIES) $(TARGET_LIBGCC)
+LOCAL_SHARED_LIBRARIES += libdl
 endif
 # As wide as the kernel, so that the driver needs no second entry for the requests of narrower programs.
 LOCAL_MULTILIB := first

@@ -71,10 +71,10 @@ same('modules that dmd requires in Android.mk', made['REQUIRED_MODULES'], [name 
 # What a tree may choose.
 same('the exception log in Android.bp', files(read_soong(bp_text.replace(OPTIONAL, OPTIONAL.replace('// ', '')))
                                               ['dmd']['srcs']), sorted(sources + [EXCEPTION_LOG]))
-chosen = read_make(22, 'DMD_NO_EXCEPTION_LOG=true', 'DMD_CXX=CXX', 'DMD_CXX_INCLUDE=INCLUDE', 'DMD_CXX_LIBRARY=LIB')
+chosen = read_make(22, 'DMD_NO_EXCEPTION_LOG=true', 'DMD_CXX=CXX', 'DMD_CXX_INCLUDE=INCLUDE', 'DMD_CXX_LIBRARIES=A B')
 same('the exception log in Android.mk', sorted(chosen['dmd']['SRC_FILES']), sorted(sources + [EXCEPTION_LOG]))
 same("the product's own compiler", [chosen['dmd'][name] for name in ('CXX', 'CXX_STL', 'LDFLAGS')] +
-     [chosen['dmd']['CPPFLAGS'][-3:]], [['CXX'], ['none'], ['LIB'], ['-nostdinc++', '-isystem', 'INCLUDE']])
+     [chosen['dmd']['CPPFLAGS'][-3:]], [['CXX'], ['none'], ['A', 'B', 'LIBGCC'], ['-nostdinc++', '-isystem', 'INCLUDE']])
 same('modules of Android.mk from Android 9 on', read_make(28), {})
 
 sys.exit(failures != 0)

@@ -3,6 +3,7 @@
 
 here := $(patsubst %/,%,$(dir $(lastword $(MAKEFILE_LIST))))
 TARGET_ROOT_OUT := ROOT
+TARGET_LIBGCC := LIBGCC
 CLEAR_VARS := $(here)/clear_vars.mk
 BUILD_EXECUTABLE := $(here)/module.mk
 BUILD_PREBUILT := $(here)/module.mk
