@@ -43,6 +43,24 @@ Mutex child_signal_mutex;
 int commands_running GUARDED_BY(child_signal_mutex) = 0;
 struct sigaction previous_disposition GUARDED_BY(child_signal_mutex) = {};
 
+// While any thread runs a command, SIGCHLD has its default disposition; what it was comes back after the
+// last.
+void hold_child_signal() {
+    const MutexLock lock(child_signal_mutex);
+    if (commands_running++ == 0) {
+        struct sigaction by_default = {};
+        by_default.sa_handler = SIG_DFL;
+        sigaction(SIGCHLD, &by_default, &previous_disposition);
+    }
+}
+
+void release_child_signal() {
+    const MutexLock lock(child_signal_mutex);
+    if (--commands_running == 0) {
+        sigaction(SIGCHLD, &previous_disposition, nullptr);
+    }
+}
+
 int64_t now_us() {
     timespec now = {};
     clock_gettime(CLOCK_MONOTONIC, &now);
@@ -64,22 +82,6 @@ int64_t now_us() {
 
 }  // namespace
 
-DefaultChildSignal::DefaultChildSignal() {
-    const MutexLock lock(child_signal_mutex);
-    if (commands_running++ == 0) {
-        struct sigaction by_default = {};
-        by_default.sa_handler = SIG_DFL;
-        sigaction(SIGCHLD, &by_default, &previous_disposition);
-    }
-}
-
-DefaultChildSignal::~DefaultChildSignal() {
-    const MutexLock lock(child_signal_mutex);
-    if (--commands_running == 0) {
-        sigaction(SIGCHLD, &previous_disposition, nullptr);
-    }
-}
-
 int run_command(const char* command) {
     return RunningCommand(command, RunningCommand::Output::SHARED).finish();
 }
@@ -95,6 +97,7 @@ void make_plain_name(char* name) {
 
 RunningCommand::RunningCommand(const char* command, Output output, int limit_seconds)
     : command_(command), limit_seconds_(limit_seconds) {
+    hold_child_signal();
     UniqueFd write_end;
     if (output == Output::PIPED) {
         int ends[2];
@@ -110,6 +113,11 @@ RunningCommand::RunningCommand(const char* command, Output output, int limit_sec
     if (shell_ == 0) {
         become_shell(command, write_end.get());
     }
+}
+
+RunningCommand::~RunningCommand() {
+    finish();
+    release_child_signal();
 }
 
 bool RunningCommand::read_line(char* line, size_t size) {
@@ -139,7 +147,8 @@ void RunningCommand::look_after() {
     // Its status stays for now, and its number its own. Where SIGCHLD is ignored meanwhile it may be lost.
     if (waitid(P_PID, static_cast<id_t>(shell_), &ended, WEXITED | WNOWAIT | WNOHANG) != 0) {
         shell_ = errno == EINTR ? shell_ : -1;
-    } else if (ended.si_pid == shell_) {
+    } else if (ended.si_pid == shell_ && (signals_sent_ != 1 || now_us() >= deadline_us_)) {
+        // After SIGTERM the programs have their second to clean up, though the shell ends at once.
         kill(-shell_, SIGKILL);
         waitpid(shell_, &status_, 0);
         shell_ = -1;

@@ -25,25 +25,15 @@ bool is_plain_name(const char* name);
 // Puts '_' in place of every other character of a name.
 void make_plain_name(char* name);
 
-// Gives SIGCHLD its default disposition while any thread runs a command; what it was comes back after the
-// last.
-class DefaultChildSignal {
-  public:
-    DefaultChildSignal();
-    ~DefaultChildSignal();
-    DefaultChildSignal(const DefaultChildSignal&) = delete;
-    DefaultChildSignal& operator=(const DefaultChildSignal&) = delete;
-};
-
 // A command at work, in a process group of its own. At its limit the group gets SIGTERM, with a message, and
-// SIGKILL a second later. What is left of the group when the shell ends is killed.
+// SIGKILL a second later. What is left of the group when the shell ends by itself is killed.
 class RunningCommand {
   public:
     enum class Output { SHARED, PIPED };  // with the daemon's standard output, or to read_line
 
     // Starts it. The text is the caller's and stays until this is destroyed.
     RunningCommand(const char* command, Output output, int limit_seconds = COMMAND_LIMIT_SECONDS);
-    ~RunningCommand() { finish(); }
+    ~RunningCommand();
     RunningCommand(const RunningCommand&) = delete;
     RunningCommand& operator=(const RunningCommand&) = delete;
 
@@ -54,15 +44,14 @@ class RunningCommand {
     // take, as `fgets` does. False when there is no more.
     bool read_line(char* line, size_t size);
 
-    // Waits until it has ended. Returns as run_command does. A shell that not even SIGKILL ended within a second
-    // is stuck in a driver: it is left to itself, and counts as ended.
+    // Waits until it has ended. Returns as run_command does. A shell that not even SIGKILL ended within a
+    // second is stuck in a driver: it is left to itself, and counts as ended.
     int finish();
 
   private:
     void look_after();
     bool fill_buffer();
 
-    const DefaultChildSignal signal_;
     const char* const command_;
     const int limit_seconds_;
     pid_t shell_ = -1;         // its group has the same number; negative once nothing is waited for

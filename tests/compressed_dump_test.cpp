@@ -56,6 +56,25 @@ TEST(CompressedDump, KeepsWhatItIsGiven) {
     EXPECT_EQ(-1, dmd_compress_output("x", 1, nullptr, DUMP_BYTES));
 }
 
+TEST(CompressedDump, APartOfACompressedDumpDoesNotStay) {
+    const char* const programs[] = {
+        "#!/bin/sh\ntrap '' TERM; echo part >$1.gz; touch /data/hangs; sleep 1000; sleep 1000\n",
+        "#!/bin/sh\ntrap 'sleep 0.1; rm $1.gz; echo >/data/clean' TERM; echo part >$1.gz; touch /data/hangs; "
+        "sleep 1000 & wait\n",
+    };
+    const LogCapture log;
+    for (const char* const program : programs) {
+        write_file("/system/bin/gzip", program);
+        ASSERT_EQ(0, chmod("/system/bin/gzip", 0755));
+        dmd_error_info info = make_error_info(20834, 0);
+        dmd_compress_output("x", 1, &info, DUMP_BYTES);
+        EXPECT_EQ(1U, names_in(LOG_DIR).size() - (exists(std::string(LOG_DIR) + "/apr_info.txt") ? 1 : 0));
+        EXPECT_EQ("x", output_of(std::string("cat ") + LOG_DIR + "/dmd_dump_20834_*.txt"));
+    }
+    EXPECT_TRUE(exists("/data/clean")) << "it has a second for that, though the shell ends before";
+    EXPECT_EQ(2, log.count("[M/run_command] ended after 300 seconds: gzip "));
+}
+
 // Standalone dumps come one after the other. No retention pass takes one, or a record file's archive, for a
 // leftover while it is made.
 TEST(CompressedDump, OverlappingDumpsLoseNothing) {

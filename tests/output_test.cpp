@@ -209,6 +209,26 @@ TEST(Retention, KeepsArchivesWithinTheirBound) {
     }
 }
 
+// The other road's dump waits only where it has that very name.
+TEST(Retention, RemovingALeftoverHoldsNoOtherDumpUp) {
+    ASSERT_EQ(0, mkdir_parent());
+    make_output_files({{"dmd_dump_20001_000000.tar", 1, 100}});
+    write_file("/system/bin/rm",
+               "#!/bin/sh\ntouch /data/removing; until test -e /data/go; do sleep 0.01; done\n"
+               "exec /bin/rm \"$@\"\n");
+    ASSERT_EQ(0, chmod("/system/bin/rm", 0755));
+    std::thread pass([] { EXPECT_EQ(0, check_compress_file()); });
+    ASSERT_TRUE(wait_until([] { return exists("/data/removing"); }));
+    { const DumpInProgress other(in_log_dir("dmd_dump_20002_000000.tar").c_str()); }
+    std::thread same([] {
+        const DumpInProgress dump(in_log_dir("dmd_dump_20001_000000.tar").c_str());
+        EXPECT_FALSE(exists(in_log_dir("dmd_dump_20001_000000.tar"))) << "it would go with the leftover";
+    });
+    write_file("/data/go", "");
+    pass.join();
+    same.join();
+}
+
 TEST(Retention, NoNameReachesTheShellUninspected) {
     ASSERT_EQ(0, mkdir_parent());
     ASSERT_EQ(0, chdir("/data"));
@@ -267,6 +287,24 @@ TEST(Upload, DescribesTheErrorAndFilesTheRequest) {
     EXPECT_EQ(expected_log, read_file("/dev/log/exception"));
     EXPECT_EQ(0660U, status_of(in_log_dir("apr_info.txt")).st_mode & 07777U);
     EXPECT_EQ(0U, umask(022)) << "files made after the first upload get exactly the modes given";
+}
+
+TEST(Upload, TwoAtATimeDoNotMixTheirLines) {
+    ASSERT_EQ(0, mkdir_parent());
+    const auto upload = [](int error_no, const char* device) {
+        dmd_error_info info = make_error_info(error_no, 0);
+        snprintf(info.device_name, sizeof info.device_name, "%s", device);
+        EXPECT_TRUE(write_apr_upload_info(&info));
+        return read_file(in_log_dir("apr_info.txt"));
+    };
+    const std::string one = upload(1, "a"), other = upload(200000, "a_long_name_of_a_device");
+    for (int i = 0; i < 300; ++i) {
+        std::thread thread(upload, 1, "a");
+        upload(200000, "a_long_name_of_a_device");
+        thread.join();
+        const std::string left = read_file(in_log_dir("apr_info.txt"));
+        ASSERT_TRUE(left == one || left == other) << left;
+    }
 }
 
 TEST(Upload, StopsWithoutTheDirectory) {

@@ -1,10 +1,15 @@
 // The touch panel's debug cycle: its steps, the text that it saves, and threads that want the same step.
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <atomic>
+#include <ctime>
 #include <thread>
 #include <tuple>
 
 #include "clients/dispatch.h"
 #include "clients/registry.h"
+#include "output/dump_archive.h"
 #include "platform/text.h"
 #include "tests/bring_up.h"
 
@@ -60,6 +65,40 @@ TEST(TouchPanel, StepsFormACycle) {
         EXPECT_EQ(0, step(1));
         other.join();
         EXPECT_EQ(0, step(2));
+    }
+}
+
+TEST(TouchPanel, ADumpOfAnotherDayKeepsItsName) {
+    bring_up("", false);
+    dmd_error_info info = make_error_info(20001 + 100, static_cast<int32_t>(time(nullptr)));
+    ASSERT_EQ(0, mkdir_parent());
+    for (int second = 0; second < 3; ++second, ++info.time) {
+        char stem[PATH_SIZE];
+        format_dump_stem(stem, sizeof stem, info);
+        write_file(std::string(stem) + ".txt.gz", "old");
+    }
+    dmd_client* const panel = get_client_by_name("dsm_tp");
+    EXPECT_EQ(0, dmd_force_dump_error(panel, info.error_no, 1, "on"));
+    EXPECT_EQ(0, dmd_force_dump_error(panel, info.error_no, 1, "on"));
+    EXPECT_EQ(
+        "4 3\n",
+        output_of("cd /data/kvdx_logs/dmd_log; echo $(ls *.txt.gz | wc -l) $(grep -lx old *.gz | wc -l)"));
+}
+
+TEST(TouchPanel, NoFileIsWaitedFor) {
+    bring_up("", false);
+    const LogCapture log;
+    for (const char* const path : {"/proc/touchscreen/rawdata", "/sys/touch_screen/synaptics_debug_test",
+                                   "/sys/class/power_supply/USB/online"}) {
+        unlink(path);
+        ASSERT_EQ(0, mkfifo(path, 0600)) << path;
+    }
+    write_file("/system/bin/dumpsys", "#!/bin/sh\nrm /data/dmd_temp.txt; mkfifo /data/dmd_temp.txt\n");
+    EXPECT_EQ(0, step(1));
+    EXPECT_EQ(0, step(1));
+    for (const char* const message : {"read tp raw capacity failed!", "read tp diff capacity failed!",
+                                      "read dmd_temp.txt failed!", "read USB state failed!"}) {
+        EXPECT_TRUE(log.has(message)) << message;
     }
 }
 
