@@ -119,6 +119,14 @@ bool split_fields(char* line, char* (&fields)[N]) {
     return true;
 }
 
+// Sets the field where this C library's record has it: that of old 32-bit phones does not.
+template <typename User>
+auto set_gecos(User* user, char* text) -> decltype(user->pw_gecos = text) {
+    return user->pw_gecos = text;
+}
+template <typename User>
+void set_gecos(User* /*user*/, ...) {}
+
 // Reads an id: decimal digits and nothing else, in 32 bits. (strtoul would take blanks, signs and an empty
 // field, which would name root.)
 bool parse_id(const char* text, uint32_t* id) {
@@ -162,7 +170,7 @@ struct passwd* __getpwent(int fd) {
         user_entry.pw_name = fields[0];
         user_entry.pw_uid = uid;
         user_entry.pw_gid = gid;
-        user_entry.pw_gecos = fields[4];  // before pw_passwd: on a 32-bit phone both are one
+        set_gecos(&user_entry, fields[4]);  // before pw_passwd: on newer 32-bit phones both are one
         user_entry.pw_passwd = fields[1];
         user_entry.pw_dir = fields[5];
         user_entry.pw_shell = fields[6];

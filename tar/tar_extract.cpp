@@ -52,7 +52,7 @@ UniqueFd create_file(const TarMember& member) {
     if (!make_parent(member)) {
         return UniqueFd();
     }
-    constexpr int FLAGS = O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC;
+    constexpr int FLAGS = O_WRONLY | O_CREAT | O_EXCL | O_LARGEFILE | O_CLOEXEC;
     const mode_t mode = member.mode & PERMISSIONS & ~SET_ID_BITS;
     UniqueFd file(open(member.name, FLAGS, mode));
     if (!file.valid() && errno == EEXIST && unlink(member.name) == 0) {

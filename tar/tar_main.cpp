@@ -25,7 +25,7 @@ UniqueFd open_archive(const char* name) {
     if (strcmp(name, "-") == 0) {
         return UniqueFd(fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0));
     }
-    UniqueFd archive(open(name, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    UniqueFd archive(open(name, O_RDONLY | O_LARGEFILE | O_NONBLOCK | O_CLOEXEC));
     if (archive.valid() && fcntl(archive.get(), F_SETFL, 0) != 0) {
         archive.reset();
     }

@@ -165,7 +165,7 @@ class MemberData {
     // neither blocks the daemon nor leads it elsewhere. False on failure, with errno set.
     bool open_file(const char* path, const struct stat* status) {
         size_ = static_cast<uint64_t>(status->st_size);
-        file_.reset(open(path, O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
+        file_.reset(open(path, O_RDONLY | O_LARGEFILE | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
         if (!file_.valid()) {
             return false;
         }
@@ -235,12 +235,12 @@ class MemberData {
 
 // Takes away what a write error left half written, so that what follows stands on its block. Behind what
 // cannot be taken away nothing more is written: readers would lose their place there.
-void cut_archive(tb_info* info, off_t start) {
+void cut_archive(tb_info* info, int64_t start) {
     info->size = start;
-    if (lseek(info->tar_fd, 0, SEEK_CUR) == start) {
+    if (lseek64(info->tar_fd, 0, SEEK_CUR) == start) {
         return;  // nothing of the member was written
     }
-    info->broken = ftruncate(info->tar_fd, start) != 0 || lseek(info->tar_fd, start, SEEK_SET) != start;
+    info->broken = ftruncate64(info->tar_fd, start) != 0 || lseek64(info->tar_fd, start, SEEK_SET) != start;
 }
 
 // write_file_to_tarball as an action of the walker.
@@ -286,7 +286,7 @@ int write_file_to_tarball(const char* path, const struct stat* status, tb_info* 
         info->hard_links.drop_down_to(earlier_links);
         return 0;
     }
-    const off_t start = info->size;
+    const int64_t start = info->size;
     bool intact = true;
     const bool written = has_data ? data.write_with_header(info, header, &intact)
                                   : write_archive(info, &header, sizeof header);
@@ -304,7 +304,8 @@ int write_tar_file(const char* archive_path, char** operands) {
         return ERROR_NO_OPERANDS;
     }
     // O_NONBLOCK: a FIFO in the archive's place must not hang the daemon.
-    UniqueFd archive(open(archive_path, O_WRONLY | O_CREAT | O_TRUNC | O_NONBLOCK | O_CLOEXEC, 0644));
+    constexpr int FLAGS = O_WRONLY | O_CREAT | O_TRUNC | O_LARGEFILE | O_NONBLOCK | O_CLOEXEC;
+    UniqueFd archive(open(archive_path, FLAGS, 0644));
     if (!archive.valid()) {
         LOG_M("Error opening '%s'stderr:%s.\n", archive_path, strerror(errno));
         return ERROR_OPEN;
@@ -327,7 +328,7 @@ int write_tar_file(const char* archive_path, char** operands) {
         }
     }
     // An archive without its end, or that the file system did not take, is not complete either.
-    const off_t end = info.size;
+    const int64_t end = info.size;
     if (info.broken) {
         complete = false;
     } else if (!write_zeros(&info, TAR_END_SIZE)) {

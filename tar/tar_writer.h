@@ -22,7 +22,7 @@ struct tb_info {
     struct stat archive_status;  // the archive's own status, right after it was opened
     HardLinkList hard_links;
     const hl_info* current_hard_link;  // the record that matched the member being written, or null
-    off_t size;                        // bytes written so far
+    int64_t size;                      // bytes written so far
     owner_name user;    // of the last member: few archives have more than one, and each lookup reads a file
     owner_name group;   // the same
     bool broken;        // something half written stands at its end and cannot be taken away
