@@ -233,14 +233,12 @@ class MemberData {
     char block_[sizeof(ustar_header) + COPY_SIZE];
 };
 
-// Takes away what a write error left half written, so that what follows stands on its block. Behind what
-// cannot be taken away nothing more is written: readers would lose their place there.
+// Takes away what a write error left half written, so that what follows stands on its block.
 void cut_archive(tb_info* info, int64_t start) {
-    info->size = start;
-    if (lseek64(info->tar_fd, 0, SEEK_CUR) == start) {
-        return;  // nothing of the member was written
+    if (ftruncate64(info->tar_fd, start) == 0) {
+        lseek64(info->tar_fd, start, SEEK_SET);
     }
-    info->broken = ftruncate64(info->tar_fd, start) != 0 || lseek64(info->tar_fd, start, SEEK_SET) != start;
+    info->size = start;
 }
 
 // write_file_to_tarball as an action of the walker.
@@ -269,9 +267,6 @@ int write_file_to_tarball(const char* path, const struct stat* status, tb_info* 
         LOG_M("%s: no name for a member; skipping", path);
         info->hard_links.drop_down_to(earlier_links);  // other names of it have no member to point at
         return 1;
-    }
-    if (info->broken) {
-        return 0;
     }
 
     MemberData data;
@@ -317,7 +312,7 @@ int write_tar_file(const char* archive_path, char** operands) {
         return -1;
     }
     if (S_ISFIFO(info.archive_status.st_mode)) {
-        // Its reader might stop, and an archive cannot be mended there.
+        // Its reader might stop, or go, which would end the daemon.
         LOG_M("Error opening '%s'stderr:%s.\n", archive_path, strerror(ESPIPE));
         return ERROR_OPEN;
     }
@@ -329,9 +324,7 @@ int write_tar_file(const char* archive_path, char** operands) {
     }
     // An archive without its end, or that the file system did not take, is not complete either.
     const int64_t end = info.size;
-    if (info.broken) {
-        complete = false;
-    } else if (!write_zeros(&info, TAR_END_SIZE)) {
+    if (!write_zeros(&info, TAR_END_SIZE)) {
         cut_archive(&info, end);
         complete = false;
     }

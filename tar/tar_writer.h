@@ -25,7 +25,6 @@ struct tb_info {
     int64_t size;                      // bytes written so far
     owner_name user;    // of the last member: few archives have more than one, and each lookup reads a file
     owner_name group;   // the same
-    bool broken;        // something half written stands at its end and cannot be taken away
     bool write_failed;  // the archive did not take all bytes once, and a message said so
 };
 

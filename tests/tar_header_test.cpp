@@ -114,6 +114,22 @@ TEST(TarHeader, HoldsWhatTheStatusSaysAndNothingElse) {
     }
 }
 
+// Of an archive that takes no more than its beginning.
+TEST(TarHeader, TellsSizesBeyond32Bits) {
+    const UniqueFd large(open("/data/large", O_WRONLY | O_CREAT | O_LARGEFILE, 0644));
+    ASSERT_EQ(0, ftruncate64(large.get(), 077777777777));
+    int ends[2];
+    ASSERT_EQ(0, pipe2(ends, O_NONBLOCK));
+    const UniqueFd from(ends[0]), to(ends[1]);
+    tb_info info = {};
+    info.tar_fd = to.get();
+    const struct stat status = status_of("/data/large");
+    EXPECT_EQ(0, write_file_to_tarball("/data/large", &status, &info));
+    std::string block(512, '\0');
+    EXPECT_EQ(512, read(from.get(), block.data(), block.size()));
+    take(&block, "size", 124, "77777777777", 12);
+}
+
 TEST(TarHeader, NamesTheFirstLinkAsItWasPassed) {
     write_file("/data/first", "content");
     ASSERT_EQ(0, link("/data/first", "/data/second"));

@@ -196,6 +196,19 @@ TEST(TarWriter, StaysReadableOnAFullDisk) {
         EXPECT_EQ(c.result, archive_paths("/data/small/a.tar", c.paths));
         EXPECT_EQ(c.members, members_of("/data/small/a.tar"));
     }
+    // Beyond 32 bits too it is cut where the member began.
+    constexpr int64_t FAR = int64_t{5} << 30;
+    const UniqueFd archive(open("/data/small/a.tar", O_WRONLY | O_TRUNC | O_LARGEFILE));
+    ASSERT_EQ(FAR, lseek64(archive.get(), FAR, SEEK_SET));
+    tb_info info = {};
+    info.tar_fd = archive.get();
+    info.size = FAR;
+    for (const char* path : {"/data/100", "/data/50000"}) {
+        const struct stat status = status_of(path);
+        EXPECT_EQ(status.st_size == 100, write_file_to_tarball(path, &status, &info)) << path;
+        EXPECT_EQ(FAR + 1024, status_of("/data/small/a.tar").st_size) << path;
+        EXPECT_EQ(FAR + 1024, lseek64(archive.get(), 0, SEEK_CUR)) << path;
+    }
 }
 
 // Two archives at once, of files with two owners by turns, whose names would be mixed up if the lookups'
