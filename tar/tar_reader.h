@@ -7,10 +7,10 @@
 // null-terminated list of shell patterns, or null for all members: a pattern that matches a directory also
 // selects what lies below it.
 //
-// Returns 1 when the end of the archive was reached and no member failed; 0 when a member failed or the rest
-// of the archive cannot be read; -1 when reading failed between two members and none had failed before. But
-// for a file that cannot be made, the log tells what was wrong. Owners, modes and times that cannot be set do
-// not make a member fail.
+// Returns 1 when the end of the archive was reached and no member failed; 0 when a member failed, when the
+// archive has no end or when nobody knows whether a member has data; -1 when reading failed between two
+// members and none had failed before. But for a file that cannot be made and an end that is not there, the
+// log tells what was wrong. Owners, modes and times that cannot be set do not make a member fail.
 //
 // While one run extracts, nothing else may change the current directory or what is in it.
 int read_tar_file(int fd, int extract, char** patterns);

@@ -24,7 +24,6 @@ const std::string END(1024, '\0');
 const std::string BAD = "[M/read_tar_file] Bad tar header, skipping";
 const std::string DELAYED = "[M/read_tar_file] Error exit delayed from previous errors";
 const std::string EARLY = "[M/tar_extract_regular_file] Unexpected EOF in archive";
-const std::string NO_END = "[M/read_tar_file] No end of archive found: end of file";
 
 // Reads the bytes as an archive.
 int read_archive(const std::string& bytes, int extract, std::vector<std::string> patterns = {});
