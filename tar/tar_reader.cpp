@@ -116,14 +116,15 @@ bool is_selected(const TarMember& member, char** patterns) {
     return patterns == nullptr;
 }
 
-// False with a message. What stands in the directory's place and is none keeps its own attributes.
+// False with a message.
 bool extract_directory(const TarMember& member, PendingDirectories* pending) {
     // Until its contents are made it belongs to its maker alone.
     if (make_directory(member.name, S_IRWXU, MAKE_PARENTS) != 0) {
         return false;
     }
+    // Below a file there is none, and by the end a link may be in the file's place.
     struct stat status;
-    if (lstat(member.name, &status) == 0 && S_ISDIR(status.st_mode)) {
+    if (lstat(member.name, &status) == 0) {
         pending->add(member);
     }
     return true;

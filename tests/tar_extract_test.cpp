@@ -56,6 +56,9 @@ TEST(TarExtract, StaysInsideItsDirectory) {
           "0 l>/data/other ",
           {"l/kept" + leads_out, "l/d" + leads_out, "l/new/f" + leads_out, "l/new" + leads_out,
            "l/link" + leads_out, DELAYED});
+    check("a link on the way at the end",
+          file("l") + header("l/kept", '5', "0", "", "0040777") + header("l", '2', "0", "/data/other") + END,
+          "1 l>/data/other ");
     check("a link in the place",
           header("l", '2', "0", "/data/other/kept") + file("l", "new") +
               header("m", '2', "0", "/data/other") + header("m//", '5', "0", "", "0040777") +
