@@ -21,7 +21,9 @@ REPORTS = [  # date, time, device, error number, test switch, content
     ("2026-03-29", "02:30:00", "charger", 10001, "off", "in an hour that summer time skips where some look"),
 ]
 BROWSER_OPTIONS = """--headless --no-sandbox --disable-gpu --disable-quic --no-first-run --disable-background-networking
-    --disable-component-update --disable-sync --disable-dev-shm-usage --window-size=1280,1000""".split()
+    --disable-component-update --disable-sync --disable-dev-shm-usage --window-size=1280,1000
+    --remote-debugging-pipe""".split()  # a pipe: the driver would look its socket up by a name
+PATIENCE = 300  # seconds; the machine may have much else to do
 KEY_DOWN, KEY_HOME, KEY_END = "\ue015", "\ue011", "\ue010"
 
 
@@ -29,11 +31,12 @@ class Browser:
     """What a person does with a browser, by way of its driver at the port."""
 
     def __init__(self, port, folder):
-        self.connection = http.client.HTTPConnection("127.0.0.1", port, timeout=60)
+        self.connection = http.client.HTTPConnection("127.0.0.1", port, timeout=PATIENCE)
         self.session = ""
         self.session = "/" + self.call("POST", "", capabilities={"alwaysMatch": {
             "goog:chromeOptions": {"args": BROWSER_OPTIONS + [f"--user-data-dir={folder}"]},
-            "goog:loggingPrefs": {"browser": "ALL", "performance": "ALL"}}})["sessionId"]
+            "goog:loggingPrefs": {"browser": "ALL", "performance": "ALL"},
+            "timeouts": {"script": 1000 * PATIENCE}}})["sessionId"]
         self.open("about:blank")
         self.log("performance")  # what the browser's own first page asked for
 
@@ -47,6 +50,12 @@ class Browser:
     def open(self, url):
         self.call("POST", "/url", url="about:blank")  # a new fragment alone would not load the page anew
         self.call("POST", "/url", url=url)
+        self.settle()
+
+    def settle(self):
+        """Waits until the page has been drawn: it draws its timeline once more when the size of it has changed."""
+        self.call("POST", "/execute/async", args=[], script="const done = arguments[0];"
+                  "requestAnimationFrame(() => requestAnimationFrame(() => done()))")
 
     def get(self, expression):
         return self.call("POST", "/execute/sync", script=f"return {expression}", args=[])
@@ -58,6 +67,7 @@ class Browser:
     def element(self, selector, action, **body):
         [found] = self.call("POST", "/element", using="css selector", value=selector).values()
         self.call("POST", f"/element/{found}/{action}", **body)
+        self.settle()
 
     def click(self, selector):
         self.element(selector, "click")
@@ -69,6 +79,7 @@ class Browser:
         steps = [{"type": "pointerMove", "x": int(start), "y": int(y)}, {"type": "pointerDown", "button": 0},
                  {"type": "pointerMove", "x": int(end), "y": int(y)}, {"type": "pointerUp", "button": 0}]
         self.call("POST", "/actions", actions=[{"type": "pointer", "id": "mouse", "actions": steps}])
+        self.settle()
 
     def log(self, kind):
         return self.call("POST", "/se/log", type=kind)
@@ -136,7 +147,9 @@ def check_few(browser, url):
     browser.type("SUMMER", "#text")
     expect("what the search leaves", browser.shown(), [1, 1, 1])
     browser.click("#dated tr[data-index]")
-    browser.wait_for("location.hash.includes('report=') && location.hash.includes('SUMMER')")
+    # The address follows with a delay, and holds the report that was chosen before until then.
+    browser.wait_for("[['text', 'SUMMER'], ['report', state.report.number]].every(([name, value]) => "
+                     "new URLSearchParams(location.hash.slice(1)).get(name) === String(value))")
     browser.open(browser.get("location.href"))
     expect("what the address brings back", [browser.shown(), browser.content(), browser.get(
         "document.querySelector('#content mark').textContent")], [[1, 1, 1], REPORTS[4][5], "summer"])
