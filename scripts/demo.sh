@@ -25,11 +25,11 @@ end_phone() {
 }
 trap end_phone EXIT
 
-wait_for_log() { # TEXT TIMES [FILE]: waits at most a minute for the daemon to have logged it
+wait_for_log() { # TEXT TIMES [FILE]: waits at most five minutes for the daemon to have logged it
   local tries=0
   until [ "$(grep -c -F -- "$1" "${3:-$log}")" -ge "$2" ]; do
     tries=$((tries + 1))
-    if [ $tries -ge 600 ] || ! kill -0 "$phone_pid" 2> /dev/null; then
+    if [ $tries -ge 3000 ] || ! kill -0 "$phone_pid" 2> /dev/null; then
       missing "$1"
       tail -n 5 "$log"
       exit 1
@@ -122,7 +122,7 @@ press() { # KEY...: somebody presses a combination, again where the machine was 
   before=$(grep -c -F "dmd_key_dispatch combination_key:" "$log" || true)
   while [ $tries -lt 5 ]; do
     phone key --name "$name" "$@"
-    for _ in 1 2 3 4 5 6 7 8 9 10; do
+    for _ in $(seq 100); do
       [ "$(grep -c -F "dmd_key_dispatch combination_key:" "$log")" -le "$before" ] || return 0
       sleep 0.1
     done

@@ -33,11 +33,12 @@ expect_refusal() { # WHAT STATUS PART COMMAND...: one line on standard error hol
   grep -qF -- "$part" "$scratch/err" || fail "$what: no '$part' in '$(cat "$scratch/err")'"
 }
 
-wait_until() { # CONDITION...: at most a minute, as the machine may be slow
-  local tries=6000
+patience=300 # seconds, as the machine may be slow
+
+wait_until() { # CONDITION...
+  local end=$((SECONDS + patience))
   until "$@"; do
-    tries=$((tries - 1))
-    [ "$tries" -gt 0 ] || return 1
+    [ "$SECONDS" -lt "$end" ] || { patience=10; return 1; } # a broken phone is not to take hours
     sleep 0.01
   done
 }
@@ -184,14 +185,15 @@ end_terminal() {
 }
 start_and_hold_boot() { # its first process is stopped when its control socket is there
   start_terminal "exec $phone run --name $name -- sleep $name"
-  local tries=5000 # without a pause: the boot must not be over
-  until [[ $(< /proc/net/unix) == *"-$name"* ]] || [ $((tries -= 1)) = 0 ]; do :; done
+  local end=$((SECONDS + patience)) # without a pause: the boot must not be over
+  until [[ $(< /proc/net/unix) == *"-$name"* ]] || [ "$SECONDS" -ge "$end" ]; do :; done
   read -r phone_pid < "/proc/$terminal_pid/task/$terminal_pid/children"
   read -r first_process < "/proc/$phone_pid/task/$phone_pid/children"
   kill -STOP "$first_process"
 }
 has_socket() { grep -q -- "-$name" /proc/net/unix; }
 has_no_socket() { ! has_socket; }
+has_request() { [ "$(grep -c -- "-$name" /proc/net/unix)" = 3 ]; } # beside its connection to find the phone
 start_terminal "exec $phone run --name $name --data $scratch -- sh -c 'touch /data/closed; sleep $name'"
 wait_until [ -e "$scratch/closed" ] || fail "no phone on a terminal"
 kill -KILL "$terminal_pid"
@@ -210,7 +212,7 @@ end_terminal
 start_and_hold_boot
 "$phone" shell --name "$name" -- sh -c '[ -e /dev/dsm ] && [ ! -e /.phone/desk ]' &
 shell_pid=$!
-sleep 0.2 # a shell that waits for nothing comes too early by then
+wait_until has_request || fail "a shell does not ask whether the phone has booted"
 kill -CONT "$first_process"
 wait "$shell_pid"
 expect "status of a shell during the boot" 0 $?

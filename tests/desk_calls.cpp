@@ -16,7 +16,8 @@ namespace {
 
 std::atomic<unsigned int> slept{0};
 std::atomic<int> synced{0};
-std::atomic<int64_t> passed_ms{0};  // that the daemon's clock is ahead
+std::atomic<int64_t> held_clock_ms{0};  // 0: the clock runs
+std::atomic<int64_t> passed_ms{0};      // that the daemon's clock is ahead of that
 
 // Outlives every test, like the daemon's threads.
 struct Gate {
@@ -39,6 +40,10 @@ unsigned int seconds_slept() {
 
 int files_synced() {
     return synced.load();
+}
+
+void hold_clock(int64_t milliseconds) {
+    held_clock_ms = milliseconds;
 }
 
 void hold_sleeps() {
@@ -81,7 +86,7 @@ extern "C" int select(int count, fd_set* reads, fd_set* writes, fd_set* exceptio
     return ready;
 }
 
-// The linker gives this to the daemon's code in place of clock_gettime.
+// Only the calls of the daemon and the tests come here, not those of the libraries.
 extern "C" int __real_clock_gettime(clockid_t clock, timespec* now);
 extern "C" int __wrap_clock_gettime(clockid_t clock, timespec* now) {
     const int reason = errno;
@@ -91,9 +96,11 @@ extern "C" int __wrap_clock_gettime(clockid_t clock, timespec* now) {
     errno = reason;
     const int result = __real_clock_gettime(clock, now);
     if (clock == CLOCK_MONOTONIC) {
-        const int64_t ns = now->tv_nsec + passed_ms % 1000 * 1000000;
-        now->tv_sec += static_cast<time_t>(passed_ms / 1000 + ns / 1000000000);
-        now->tv_nsec = static_cast<long>(ns % 1000000000);
+        const int64_t held_ms = held_clock_ms;
+        const int64_t ns =
+            (held_ms > 0 ? held_ms * 1000000 : now->tv_sec * int64_t{1000000000} + now->tv_nsec) +
+            passed_ms * 1000000;
+        *now = {static_cast<time_t>(ns / 1000000000), static_cast<long>(ns % 1000000000)};
     }
     return result;
 }

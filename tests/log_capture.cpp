@@ -88,10 +88,10 @@ int LogCapture::count(const std::string& part) const {
     return count_in(log, part);
 }
 
-bool LogCapture::wait_for(const std::string& part, int times, int timeout_ms) const {
+bool LogCapture::wait_for(const std::string& part, int times) const {
     Collected& log = collected();
     std::unique_lock<std::mutex> lock(log.mutex);
-    return log.arrived.wait_for(lock, std::chrono::milliseconds(timeout_ms),
+    return log.arrived.wait_for(lock, std::chrono::milliseconds(PATIENCE_MS),
                                 [&] { return count_in(log, part) >= times; });
 }
 

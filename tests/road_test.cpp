@@ -85,6 +85,9 @@ TEST(Road, NoCommandInheritsADescriptor) {
     EXPECT_LT(50U, descriptors.size());
     for (const std::string& fd : descriptors) {
         const std::string info = read_file(process_path(dmd, "fdinfo/" + fd));
+        if (info.empty()) {
+            continue;  // closed meanwhile
+        }
         const long flags = strtol(info.c_str() + info.find("flags:") + 6, nullptr, 8);
         EXPECT_TRUE((flags & O_CLOEXEC) != 0 || fd == "0" || fd == "1" || fd == "2") << fd << "\n" << info;
     }

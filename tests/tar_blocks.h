@@ -23,6 +23,7 @@ const std::string END(1024, '\0');
 // Messages.
 const std::string BAD = "[M/read_tar_file] Bad tar header, skipping";
 const std::string DELAYED = "[M/read_tar_file] Error exit delayed from previous errors";
+const std::string NO_END = "[M/read_tar_file] No end of archive found: end of file";
 const std::string EARLY = "[M/tar_extract_regular_file] Unexpected EOF in archive";
 
 // Reads the bytes as an archive.
