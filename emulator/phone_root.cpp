@@ -2,6 +2,7 @@
 // everything else as a phone has it.
 #include <fcntl.h>
 #include <limits.h>
+#include <sched.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -115,16 +116,30 @@ void show_as_on_desk(const std::string& path) {
     make_link(target, path);
 }
 
-// Makes a fresh file system in memory the root, with the desk's at DESK. /tmp is only where the two change
-// places; afterwards the desk's /tmp is uncovered again.
+// Makes a fresh file system in memory the root, with what the caller sees as its root at DESK, and lets go of
+// all else. The desk may be a chroot, whose root need not be a mount, so the old root that goes is the whole
+// machine's: to join a mount namespace, also the own one, leads there. The desk's /tmp is only where the file
+// system in memory is mounted until then; at DESK it is not covered.
 void change_root() {
+    const OwnedFd desk(open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
+    const OwnedFd self(static_cast<int>(syscall(SYS_pidfd_open, getpid(), 0)));
+    if (!desk.valid() || setns(self.get(), CLONE_NEWNS) != 0 || fchdir(desk.get()) != 0) {
+        throw refusal_errno("cannot find the root of all mounts (this needs Linux 5.8 or later)");
+    }
     if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
         throw refusal_errno("cannot make the mounts of the phone private");
     }
-    mount_or_refuse("phone", "/tmp", "tmpfs", MS_NOSUID | MS_NODEV, ROOT_MOUNT_OPTIONS,
+    const OwnedFd tree(open_tree(AT_FDCWD, ".", OPEN_TREE_CLONE | OPEN_TREE_CLOEXEC | AT_RECURSIVE));
+    if (!tree.valid()) {
+        throw refusal_errno("cannot copy the mounts of the desk");
+    }
+    mount_or_refuse("phone", "tmp", "tmpfs", MS_NOSUID | MS_NODEV, ROOT_MOUNT_OPTIONS,
                     " (where the desk restricts unprivileged user namespaces, run phone as root)");
-    make_folder("/tmp/.phone/desk");
-    if (syscall(SYS_pivot_root, "/tmp", "/tmp/.phone/desk") != 0 || chdir("/") != 0) {
+    make_folder("tmp/.phone/desk");
+    // The old root comes to lie on the new one, and goes from there.
+    if (move_mount(tree.get(), "", AT_FDCWD, "tmp/.phone/desk", MOVE_MOUNT_F_EMPTY_PATH) != 0 ||
+        chdir("tmp") != 0 || syscall(SYS_pivot_root, ".", ".") != 0 || umount2(".", MNT_DETACH) != 0 ||
+        chdir("/") != 0) {
         throw refusal_errno("cannot change to the private root");
     }
 }

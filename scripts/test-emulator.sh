@@ -236,6 +236,39 @@ for delay in 0 0.001 0.002 0.003 0.004 0.005 0.006 0.008 0.01; do
 done 2> /dev/null
 expect_nothing_left "SIGKILL at its start"
 
+# Root may be in a plain chroot, whose root is a folder and no mount. A phone there changes nothing of the mounts,
+# although they are shared.
+in_chroot() { # COMMAND...
+  mkdir -p "$scratch/chroot"
+  unshare -m bash -c '
+    mount -t tmpfs none "$1/chroot" && mount --make-shared "$1/chroot" && root=$1/chroot/root || exit 1
+    mkdir -p "$root/tmp" "$root$2"
+    for place in /usr /bin /sbin /lib* /etc /dev /proc /sys; do
+      if [ -L "$place" ]; then cp -P "$place" "$root"; continue; fi
+      mkdir "$root$place" && mount --rbind "$place" "$root$place"
+    done
+    mount --bind "$2" "$root$2"
+    ! mountpoint -q "$root" && before=$(cat /proc/self/mountinfo) || exit 1
+    chroot "$root" "${@:3}"
+    status=$?
+    [ "$before" = "$(cat /proc/self/mountinfo)" ] || exit 1
+    exit "$status"' - "$scratch" "$(dirname "$phone")" "$@"
+}
+if [ "$(id -u)" = 0 ]; then
+  rm -f "$scratch/ready"
+  in_chroot "$phone" run --name "$name" --data "$scratch" -- \
+    sh -c 'touch /data/ready; until [ -e /data/end ]; do sleep 0.01; done; exit 7' 2> "$scratch/err" &
+  wait_until [ -e "$scratch/ready" ] || fail "no phone in a chroot: $(cat "$scratch/err")"
+  for from in env in_chroot; do
+    expect "a shell by $from of a phone in a chroot" /dev/dsm \
+      "$($from "$phone" shell --name "$name" -- sh -c 'ls -d /dev/dsm /.phone/desk 2> /dev/null')"
+  done
+  touch "$scratch/end"
+  wait $!
+  expect "status of a phone in a chroot" 7 $?
+  expect_nothing_left "a phone in a chroot"
+fi
+
 # Without root a user namespace does the same. Where there is root, take that away, and give everybody /dev/fuse
 # in mounts that nobody else sees.
 unprivileged="setpriv --reuid=65534 --regid=65534 --clear-groups"

@@ -197,5 +197,6 @@ def main():
 
 if os.getpid() != 1:  # as the first process of its own, all that it starts ends with it, however it ends
     user = ["--map-root-user"] if os.geteuid() != 0 else []
-    os.execvp("unshare", ["unshare", *user, "--pid", "--fork", "--kill-child", "--mount-proc", *sys.argv])
+    os.execvp("unshare", ["unshare", *user, "--pid", "--fork", "--kill-child", "--mount-proc",
+                         "--propagation", "unchanged", *sys.argv])  # of a root that need not be a mount
 main()
