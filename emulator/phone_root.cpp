@@ -140,7 +140,7 @@ void change_root() {
     if (move_mount(tree.get(), "", AT_FDCWD, "tmp/.phone/desk", MOVE_MOUNT_F_EMPTY_PATH) != 0 ||
         chdir("tmp") != 0 || syscall(SYS_pivot_root, ".", ".") != 0 || umount2(".", MNT_DETACH) != 0 ||
         chdir("/") != 0) {
-        throw refusal_errno("cannot change to the private root");
+        throw refusal_errno("cannot change to the private root (an initramfs as root cannot be exchanged)");
     }
 }
 

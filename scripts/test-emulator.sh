@@ -254,7 +254,7 @@ in_chroot() { # COMMAND...
     [ "$before" = "$(cat /proc/self/mountinfo)" ] || exit 1
     exit "$status"' - "$scratch" "$(dirname "$phone")" "$@"
 }
-if [ "$(id -u)" = 0 ]; then
+if [ "$(id -u)" = 0 ] && mountpoint -q /; then # in one already, all of the above shows it
   rm -f "$scratch/ready"
   in_chroot "$phone" run --name "$name" --data "$scratch" -- \
     sh -c 'touch /data/ready; until [ -e /data/end ]; do sleep 0.01; done; exit 7' 2> "$scratch/err" &
