@@ -148,6 +148,8 @@ int tar_extract_special(const TarMember& member) {
             LOG_M("%s: Cannot mkfifo", member.name);
             return 0;
         }
+    } else {
+        LOG_M("%s: No node has mode %o, nothing created", member.name, member.mode);
     }
     apply_member_attributes(member);
     return 1;

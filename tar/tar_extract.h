@@ -45,7 +45,7 @@ int tar_extract_regular_file(const TarMember& member, int extract);
 
 // Make the link or the node, where nothing has its name. Return 1, or 0 with a message. A hard link's target
 // is looked up below the current directory, like the members. The mode says which node; where it names none,
-// nothing is made.
+// nothing is made, with a message.
 int tar_extract_hard_link(const TarMember& member);
 int tar_extract_symlink(const TarMember& member);
 int tar_extract_special(const TarMember& member);

@@ -20,10 +20,16 @@ constexpr int ERROR_TOO_FEW_WORDS = -22;
 constexpr int FIRST_OPERAND = 2;
 
 // Opens an archive to read. The standard input stays open for the process: a file that is opened later would
-// get its number.
+// get its number. A FIFO is not waited for: without a writer it is an empty archive.
 UniqueFd open_archive(const char* name) {
-    return UniqueFd(strcmp(name, "-") == 0 ? fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0)
-                                           : open(name, O_RDONLY | O_LARGEFILE | O_CLOEXEC));
+    if (strcmp(name, "-") == 0) {
+        return UniqueFd(fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0));
+    }
+    UniqueFd archive(open(name, O_RDONLY | O_LARGEFILE | O_NONBLOCK | O_CLOEXEC));
+    if (archive.valid() && fcntl(archive.get(), F_SETFL, 0) != 0) {
+        archive.reset();
+    }
+    return archive;
 }
 
 }  // namespace

@@ -200,6 +200,9 @@ int read_tar_file(int fd, int extract, char** patterns) {
         member.fd = fd;
         const bool intact = got > 0 && read_tar_header(header, &member);
         if (got <= 0 || (!intact && member.name[0] == '\0')) {
+            if (got <= 0) {
+                LOG_M("No end of archive found: %s", got == 0 ? "end of file" : strerror(errno));
+            }
             if (failed) {
                 LOG_M("Error exit delayed from previous errors");
                 return 0;
@@ -217,6 +220,9 @@ int read_tar_file(int fd, int extract, char** patterns) {
         }
         const bool is_long = member.typeflag == TAR_LONG_LINK || member.typeflag == TAR_LONG_NAME;
         if (is_long || skip_next) {
+            if (!is_long) {
+                LOG_M("%s: Long name or link name, skipping", member.name);
+            }
             skip_next = is_long;
             failed |= !tar_extract_regular_file(member, 0);
             continue;
