@@ -22,7 +22,7 @@ using client_dump_operation = int (*)(dmd_client* client, int error_no, const ch
 
 // One row of the built-in table.
 struct dmd_client_info {
-    char name[32];         // the name that the driver knows, zero-padded text
+    char name[32];         // the name that the driver knows, at most 31 characters of text
     uint32_t type;         // carried into the record and logged
     uint32_t buffer_size;  // bytes read from the driver at each dump or clear
     uint32_t op_count;     // slots taken over into the record, at most SLOT_COUNT
@@ -53,5 +53,5 @@ struct dmd_client {
     client_clear_operation clear;
     client_dump_operation dump[SLOT_COUNT];
     client_dump_operation force_dump[SLOT_COUNT];
-    std::atomic<unsigned int> texts_read{0};  // that the driver has handed over, modulo the type
+    std::atomic<unsigned int> texts_read{0};  // that the driver has handed over; wraps around
 };

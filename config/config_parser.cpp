@@ -25,15 +25,6 @@ constexpr char DEFAULT_CONFIG_FILE[] = "/system/etc/device_state_monitor.conf";
 constexpr int STRUCTURE_ERROR_LINE = 788;
 constexpr int STRUCTURE_ERROR_CODE = 1;
 
-// Reads once: what a single read brings is the file.
-ssize_t read_text(int fd, char* text) {
-    ssize_t got;
-    do {
-        got = read(fd, text, MAX_CONFIG_BYTES);
-    } while (got < 0 && errno == EINTR);
-    return got;
-}
-
 // The length of the text to parse. Where a file goes on beyond what was read, the line that the cut falls
 // into is left out: half a line is neither a broken file nor a shorter number.
 size_t whole_lines(int fd, const char* text, size_t got) {
@@ -86,7 +77,7 @@ int parse_config(setting_info** head, int fd) {
         return -1;
     }
     LOG_M("Loading  configuration file...\n");
-    const ssize_t got = read_text(fd, buffer.get());
+    const ssize_t got = read(fd, buffer.get(), MAX_CONFIG_BYTES);  // what one read brings is the file
     if (got < 0) {
         LOG_M("Failed to read config file\n");
         return -1;
@@ -116,13 +107,14 @@ int parse_config_file(const char* path) {
     if (path == nullptr) {
         path = DEFAULT_CONFIG_FILE;
     }
-    // Non-blocking, and no pipe: start-up would wait for whoever holds its other end.
-    const UniqueFd file(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    const UniqueFd file(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     struct stat status = {};
-    const bool is_pipe = file.valid() && fstat(file.get(), &status) == 0 && S_ISFIFO(status.st_mode);
-    if (!file.valid() || is_pipe) {
+    // Start-up waits neither for a writer nor for a person.
+    const bool may_wait = file.valid() && ((fstat(file.get(), &status) == 0 && S_ISFIFO(status.st_mode)) ||
+                                           isatty(file.get()) != 0);
+    if (!file.valid() || may_wait) {
         LOG_M("Unable to open config file %s, err_info:%s\n", path,
-              is_pipe ? "it is a pipe, only files are read" : strerror(errno));
+              may_wait ? "it is a pipe or a terminal, only files are read" : strerror(errno));
         return -1;
     }
     if (parse_config(&setting_list, file.get()) != 0) {

@@ -29,8 +29,8 @@ struct trigger_info {
 // as triggers is null, never negative, and usually but not always the number of complete triggers.
 struct listen_setting {
     int32_t num_triggers;
-    trigger_info*
-        triggers;  // from calloc, so zero where nothing was written; null before num_triggers was read
+    // From calloc, so zero where nothing was written; null before num_triggers was read.
+    trigger_info* triggers;
 };
 
 // The poll server's clock, and the period of a section that gives none or 0, in its ticks.

@@ -1,12 +1,15 @@
 // Composing and writing the head of a bug report.
 #include "output/bug_head.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstring>
 
 #include "daemon/log.h"
 #include "output/shell_command.h"
+#include "platform/owned.h"
 #include "platform/text.h"
 
 namespace {
@@ -23,10 +26,6 @@ constexpr char PROCESS_COMMAND[] = "top -m 5 -n 1";
 // The text that the driver has handed over already waits behind it.
 constexpr int PROCESS_LIMIT_SECONDS = 10;
 
-// Pieces of the command's output, of a line or HEAD_SIZE bytes, after which no more is read: one that never
-// ends must not fill the disk, nor keep the thread at work.
-constexpr int PROCESS_PIECES_MAX = 1024;
-
 int bytes_written(ssize_t result) {
     return result > 0 ? static_cast<int>(result) : 0;
 }
@@ -34,19 +33,26 @@ int bytes_written(ssize_t result) {
 }  // namespace
 
 void process_stat_write(int fd) {
-    RunningCommand command(PROCESS_COMMAND, RunningCommand::Output::PIPED, PROCESS_LIMIT_SECONDS);
-    if (!command.started()) {
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0) {
         LOG_M("process stat write failed, ignored...\n");
         return;
     }
+    UniqueFd read_end(ends[0]);
+    UniqueFd write_end(ends[1]);
+    // The pipe holds much more than such a list. A longer one waits in the command for its limit, and is cut.
+    const int status = run_command(PROCESS_COMMAND, PROCESS_LIMIT_SECONDS, write_end.get());
+    write_end.reset();
+    fcntl(read_end.get(), F_SETFL, O_NONBLOCK);  // what has left the command's group may hold the other end
+    const UniqueFile list(status >= 0 ? fdopen(read_end.get(), "r") : nullptr);
+    if (list == nullptr) {
+        LOG_M("process stat write failed, ignored...\n");
+        return;
+    }
+    read_end.release();
     int total = 0;
-    int pieces = 0;
     char piece[HEAD_SIZE];
-    while (command.read_line(piece, sizeof piece)) {
-        if (++pieces > PROCESS_PIECES_MAX) {
-            LOG_M("the process list is cut\n");
-            break;
-        }
+    while (fgets(piece, sizeof piece, list.get()) != nullptr) {
         if (piece[0] == '\n') {
             continue;
         }

@@ -61,9 +61,13 @@ int compress_dump(char (&path)[PATH_SIZE]) {
     char command[COMMAND_SIZE];
     format_text(command, sizeof command, "gzip %25s", path);
     const int status = secure_system(command);
+    // A gzip that a signal has ended, or whose shell says so, may leave a part of its output. It must not
+    // pass for the dump; the whole one is there as long as the file at `path` is.
+    const bool ended = status > 0 && (WIFSIGNALED(status) || WEXITSTATUS(status) > 128);
+    const bool is_part = ended && access(path, F_OK) == 0;
     append_text(path, sizeof path, ".gz");
-    if (WIFSIGNALED(status)) {
-        unlink(path);  // where not even a signal made gzip take it away, a part must not pass for the dump
+    if (is_part) {
+        unlink(path);
     }
     return status;
 }

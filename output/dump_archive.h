@@ -19,7 +19,8 @@ void append_paths(const char* name, char (&command)[COMMAND_SIZE], const char* p
 int run_archive_command(const char* name, char* command);
 
 // Compresses the file at `path` with the system's gzip, which replaces it by `path` with ".gz", and appends
-// that to `path`, also when the command failed. Returns the command's status, errno as the command left it.
+// that to `path`, also when the command failed. Leaves no part of a ".gz". Returns the command's status;
+// errno tells why when that is -1.
 int compress_dump(char (&path)[PATH_SIZE]);
 
 // Makes a compressed dump readable for all, whatever mode gzip gave it, and announces it to the upload

@@ -3,19 +3,17 @@
 
 #include <fcntl.h>
 #include <paths.h>
-#include <poll.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <csignal>
 #include <cstring>
-#include <ctime>
 #include <iterator>
 
 #include "daemon/log.h"
+#include "platform/monotonic_clock.h"
 #include "platform/mutex.h"
 
 namespace {
@@ -29,8 +27,8 @@ constexpr int STATUS_NO_SHELL = 127;
 constexpr int END_SIGNALS[] = {SIGTERM, SIGKILL};
 constexpr int64_t SECOND_US = 1000000;
 
-// The time between two looks at a command grows with its age, to an eighth of it: no system call waits for
-// one process with a limit on every kernel.
+// The time between two looks at a command grows with its age, to an eighth of it: no call waits for one
+// process with a limit on every kernel.
 constexpr int64_t NAP_MIN_US = 50;
 constexpr int64_t NAP_MAX_US = 20000;
 
@@ -43,36 +41,34 @@ Mutex child_signal_mutex;
 int commands_running GUARDED_BY(child_signal_mutex) = 0;
 struct sigaction previous_disposition GUARDED_BY(child_signal_mutex) = {};
 
-// While any thread runs a command, SIGCHLD has its default disposition; what it was comes back after the
+// Gives SIGCHLD its default disposition while any thread runs a command; what it was comes back after the
 // last.
-void hold_child_signal() {
-    const MutexLock lock(child_signal_mutex);
-    if (commands_running++ == 0) {
-        struct sigaction by_default = {};
-        by_default.sa_handler = SIG_DFL;
-        sigaction(SIGCHLD, &by_default, &previous_disposition);
+struct DefaultChildSignal {
+    DefaultChildSignal() {
+        const MutexLock lock(child_signal_mutex);
+        if (commands_running++ == 0) {
+            struct sigaction by_default = {};
+            by_default.sa_handler = SIG_DFL;
+            sigaction(SIGCHLD, &by_default, &previous_disposition);
+        }
     }
-}
-
-void release_child_signal() {
-    const MutexLock lock(child_signal_mutex);
-    if (--commands_running == 0) {
-        sigaction(SIGCHLD, &previous_disposition, nullptr);
+    ~DefaultChildSignal() {
+        const MutexLock lock(child_signal_mutex);
+        if (--commands_running == 0) {
+            sigaction(SIGCHLD, &previous_disposition, nullptr);
+        }
     }
-}
+    DefaultChildSignal(const DefaultChildSignal&) = delete;
+    DefaultChildSignal& operator=(const DefaultChildSignal&) = delete;
+};
 
-int64_t now_us() {
-    timespec now = {};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return int64_t{now.tv_sec} * SECOND_US + now.tv_nsec / 1000;
-}
-
-// The child's side: becomes the shell. Only calls that are safe in a copy of one thread.
+// The child's side: becomes the shell. Only calls that are safe in the child of a process with threads.
 [[noreturn]] void become_shell(const char* command, int output) {
     setpgid(0, 0);
     signal(SIGCHLD, SIG_DFL);
     umask(COMMAND_UMASK);
-    dup2(open("/dev/null", O_RDONLY | O_CLOEXEC), STDIN_FILENO);
+    close(STDIN_FILENO);
+    open("/dev/null", O_RDONLY);  // takes the lowest number, which is free now
     if (output >= 0) {
         dup2(output, STDOUT_FILENO);
     }
@@ -82,8 +78,42 @@ int64_t now_us() {
 
 }  // namespace
 
-int run_command(const char* command) {
-    return RunningCommand(command, RunningCommand::Output::SHARED).finish();
+int run_command(const char* command, int limit_seconds, int output) {
+    const DefaultChildSignal default_signal;
+    const int64_t start = monotonic_us();
+    int64_t deadline = start + limit_seconds * SECOND_US;
+    size_t signals_sent = 0;
+    const pid_t shell = fork();
+    if (shell == 0) {
+        become_shell(command, output);
+    }
+    for (;;) {
+        siginfo_t ended = {};
+        // Its status stays for now, and its number its own. Where others wait for this process's children it
+        // is lost.
+        if (shell < 0 || waitid(P_PID, static_cast<id_t>(shell), &ended, WEXITED | WNOWAIT | WNOHANG) != 0) {
+            return -1;
+        }
+        const int64_t now = monotonic_us();
+        // After SIGTERM the programs have their second to clean up, though the shell may end at once.
+        if (ended.si_pid == shell && (signals_sent != 1 || now >= deadline)) {
+            kill(-shell, SIGKILL);
+            int status = -1;
+            waitpid(shell, &status, 0);
+            return status;
+        }
+        if (now >= deadline) {
+            if (signals_sent == std::size(END_SIGNALS)) {
+                return SIGKILL;
+            }
+            if (signals_sent == 0) {
+                LOG_M("ended after %d seconds: %s\n", limit_seconds, command);
+            }
+            kill(-shell, END_SIGNALS[signals_sent++]);
+            deadline = now + SECOND_US;
+        }
+        usleep(static_cast<useconds_t>(std::clamp((now - start) / 8, NAP_MIN_US, NAP_MAX_US)));
+    }
 }
 
 bool is_plain_name(const char* name) {
@@ -93,92 +123,4 @@ bool is_plain_name(const char* name) {
 void make_plain_name(char* name) {
     std::replace_if(
         name, name + strlen(name), [](char c) { return !is_plain(c); }, '_');
-}
-
-RunningCommand::RunningCommand(const char* command, Output output, int limit_seconds)
-    : command_(command), limit_seconds_(limit_seconds) {
-    hold_child_signal();
-    UniqueFd write_end;
-    if (output == Output::PIPED) {
-        int ends[2];
-        if (pipe2(ends, O_CLOEXEC) != 0) {
-            return;
-        }
-        output_.reset(ends[0]);
-        write_end.reset(ends[1]);
-    }
-    start_us_ = now_us();
-    deadline_us_ = start_us_ + limit_seconds * SECOND_US;
-    shell_ = fork();
-    if (shell_ == 0) {
-        become_shell(command, write_end.get());
-    }
-}
-
-RunningCommand::~RunningCommand() {
-    finish();
-    release_child_signal();
-}
-
-bool RunningCommand::read_line(char* line, size_t size) {
-    size_t length = 0;
-    while (length + 1 < size && (length == 0 || line[length - 1] != '\n') &&
-           (buffer_begin_ < buffer_end_ || fill_buffer())) {
-        line[length++] = buffer_[buffer_begin_++];
-    }
-    line[length] = '\0';
-    return length > 0;
-}
-
-int RunningCommand::finish() {
-    output_.reset();  // what still writes learns that nobody reads
-    for (look_after(); shell_ > 0; look_after()) {
-        usleep(static_cast<useconds_t>(std::clamp((now_us() - start_us_) / 8, NAP_MIN_US, NAP_MAX_US)));
-    }
-    return status_;
-}
-
-// Takes the shell's status when it has ended, and sends its group the signal that is due.
-void RunningCommand::look_after() {
-    if (shell_ < 0) {
-        return;
-    }
-    siginfo_t ended = {};
-    // Its status stays for now, and its number its own. Where SIGCHLD is ignored meanwhile it may be lost.
-    if (waitid(P_PID, static_cast<id_t>(shell_), &ended, WEXITED | WNOWAIT | WNOHANG) != 0) {
-        shell_ = errno == EINTR ? shell_ : -1;
-    } else if (ended.si_pid == shell_ && (signals_sent_ != 1 || now_us() >= deadline_us_)) {
-        // After SIGTERM the programs have their second to clean up, though the shell ends at once.
-        kill(-shell_, SIGKILL);
-        waitpid(shell_, &status_, 0);
-        shell_ = -1;
-    } else if (now_us() >= deadline_us_) {
-        if (signals_sent_ == 0) {
-            LOG_M_AS("run_command", "ended after %d seconds: %s\n", limit_seconds_, command_);
-        }
-        deadline_us_ = now_us() + SECOND_US;
-        if (signals_sent_ == static_cast<int>(std::size(END_SIGNALS))) {
-            shell_ = -1;
-            status_ = SIGKILL;
-            return;
-        }
-        kill(-shell_, END_SIGNALS[signals_sent_++]);
-    }
-}
-
-// Waits for output until there is some, or can be no more: the shell has ended and so has its group.
-bool RunningCommand::fill_buffer() {
-    ssize_t got = 0;
-    for (bool last = false; !last;) {
-        look_after();
-        last = shell_ < 0;
-        pollfd event = {output_.get(), POLLIN, 0};
-        if (poll(&event, 1, last ? 0 : NAP_MAX_US / 1000) > 0) {
-            got = read(output_.get(), buffer_, sizeof buffer_);
-            last = got >= 0 || errno != EINTR;
-        }
-    }
-    buffer_begin_ = 0;
-    buffer_end_ = got > 0 ? static_cast<size_t>(got) : 0;
-    return got > 0;
 }

@@ -1,9 +1,9 @@
 // Mutexes and condition variables whose contracts clang checks (-Wthread-safety).
 //
-// Lock order of the daemon, wherever several are held: the key sequence's lock or the poll server's list
-// lock; then one client's lock; then the output lock or the compress lock. Nothing else is taken under any
-// other lock: the registry's, the listen server's list's, that of the clients' names, of the names of dumps
-// in the making, of apr_info.txt, of the archive writer's lookups, of SIGCHLD's disposition.
+// Lock order of the daemon, wherever several are held: the key sequence's lock or the poll server's list's;
+// then one client's; then the output lock or the compress lock. Under each of the others nothing else is
+// taken: the registry's, the listen server's list's, that of the clients' names, of the names of dumps in the
+// making, of apr_info.txt, of the archive writer's lookups, of SIGCHLD's disposition.
 #pragma once
 
 #include <pthread.h>

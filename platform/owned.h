@@ -1,4 +1,4 @@
-// Owners of descriptors, directory streams and byte buffers: what they hold is released at their end of
+// Owners of descriptors, streams and byte buffers: what they hold is released at their end of
 // scope.
 #pragma once
 
@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cstddef>
+#include <cstdio>
 #include <cstdlib>
 #include <memory>
 #include <utility>
@@ -44,6 +45,13 @@ struct DirCloser {
 
 // Owns a directory stream; null when it holds none.
 using UniqueDir = std::unique_ptr<DIR, DirCloser>;
+
+struct FileCloser {
+    void operator()(FILE* stream) const { fclose(stream); }
+};
+
+// Owns a stream of the C library; null when it holds none.
+using UniqueFile = std::unique_ptr<FILE, FileCloser>;
 
 struct BlockFreer {
     void operator()(char* block) const { free(block); }

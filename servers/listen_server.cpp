@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <ctime>
 #include <memory>
 #include <new>
 
@@ -14,6 +13,7 @@
 #include "clients/dsm_device.h"
 #include "clients/registry.h"
 #include "daemon/log.h"
+#include "platform/monotonic_clock.h"
 #include "platform/owned.h"
 #include "servers/monitor.h"
 
@@ -26,17 +26,17 @@ int32_t lclient_count GUARDED_BY(lclient_lock) = 0;
 
 pthread_t listen_thread;
 
-// Passes in a row without a text after which a client rests: one alone may be an error whose text is empty.
+// Fruitless passes in a row after which a client rests: one alone may be an error whose text is empty. Two
+// between which the thread had to wait are not in a row.
 constexpr int FRUITLESS_PASSES = 2;
+constexpr int64_t WAITED_MS = 1000;
 
 // The first rest; each further one in a row is twice as long, up to the longest.
 constexpr int64_t REST_MIN_MS = 1000;
 constexpr int64_t REST_MAX_MS = 60000;
 
 int64_t now_ms() {
-    timespec now = {};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000;
+    return monotonic_us() / 1000;
 }
 
 const char* client_name(const lclient& record) {
@@ -114,7 +114,8 @@ int64_t leave_out_resting(fd_set* set) {
     const MutexLock lock(lclient_lock);
     for (const lclient* record = lclient_list; record != nullptr; record = record->next) {
         const int64_t left_ms = record->rest_end_ms - now;
-        if (left_ms > 0) {
+        // One whose text somebody has read meanwhile has rested long enough.
+        if (left_ms > 0 && record->dclient->texts_read == record->texts_read) {
             FD_CLR(record->fd, set);
             shortest_ms = shortest_ms < 0 ? left_ms : std::min(shortest_ms, left_ms);
         }
@@ -122,8 +123,10 @@ int64_t leave_out_resting(fd_set* set) {
     return shortest_ms;
 }
 
-// Notes what became of the clients in a pass, and lets those rest that hand nothing over.
-void note_pass(fd_set watched, fd_set ready) {
+// Notes what became of the clients in the pass for which select returned at `woken_ms`, and lets those rest
+// that hand nothing over.
+void note_pass(fd_set watched, fd_set ready, int64_t woken_ms) {
+    const int64_t now = now_ms();
     const MutexLock lock(lclient_lock);
     for (lclient* record = lclient_list; record != nullptr; record = record->next) {
         if (!FD_ISSET(record->fd, &watched)) {
@@ -132,10 +135,16 @@ void note_pass(fd_set watched, fd_set ready) {
         const unsigned int texts_read = record->dclient->texts_read;
         const bool fruitless = FD_ISSET(record->fd, &ready) && texts_read == record->texts_read;
         record->texts_read = texts_read;
-        record->fruitless = fruitless ? record->fruitless + 1 : 0;
+        if (!fruitless) {
+            record->fruitless = 0;
+            continue;
+        }
+        const bool in_a_row = woken_ms - record->rest_end_ms < WAITED_MS;
+        record->fruitless = in_a_row ? record->fruitless + 1 : 1;
+        record->rest_end_ms = now;
         if (record->fruitless >= FRUITLESS_PASSES) {
             const int doublings = std::min(record->fruitless - FRUITLESS_PASSES, 6);
-            record->rest_end_ms = now_ms() + std::min(REST_MIN_MS << doublings, REST_MAX_MS);
+            record->rest_end_ms += std::min(REST_MIN_MS << doublings, REST_MAX_MS);
         }
     }
 }
@@ -201,6 +210,7 @@ void* listen_server(void* /*argument*/) {
             LOG_M("Dmd listen server select error");
             return nullptr;
         }
+        const int64_t woken_ms = now_ms();
         for (int fd = 0; fd < FD_SETSIZE; ++fd) {
             if (!FD_ISSET(fd, &ready)) {
                 continue;
@@ -213,7 +223,7 @@ void* listen_server(void* /*argument*/) {
             }
             handle_error(__FUNCTION__, *record);
         }
-        note_pass(waited_for, ready);
+        note_pass(waited_for, ready, woken_ms);
     }
 }
 

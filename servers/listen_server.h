@@ -16,11 +16,11 @@ struct lclient {
     int32_t num_triggers;
     trigger_info* triggers;  // the section's own array
 
-    // A client that is ready again and again without handing anything over (a dead driver, or a trigger whose
-    // actions do not read it) rests, for ever longer, so that the thread does not spin on it.
-    unsigned int texts_read;  // of the client, when it was last ready
+    // A client that is ready again and again and hands nothing over (a dead driver, or a trigger whose
+    // actions do not read it) rests for longer and longer, so that the thread does not spin on it.
+    unsigned int texts_read;  // of the client, at the end of the last pass in which it was watched
     int fruitless;            // passes in a row in which it was ready and handed nothing over
-    int64_t rest_end_ms;      // of the clock that counts on; it is not watched until then
+    int64_t rest_end_ms;      // of the monotonic clock: when the last such pass ended, or its rest will
 };
 
 // Starts the listen thread, which then sets its clients up and serves them for the life of the process.

@@ -22,9 +22,9 @@ void run_actions(const char* name, const trigger_info& trigger,
 void log_triggers(const char* name, const trigger_info* triggers, int32_t num_triggers);
 
 // Asks the driver on `fd`, which is bound to the client, for one of the client's names (a request of the
-// DSM_IOCTL_GET_..._NAME kind) and stores it in the registry's record. 0, what the
-// driver answered when that is not 0, after the debug message `failed` (a format of the name, the client's
-// name and the answer), or -22 for another request. Logs under `name`.
+// DSM_IOCTL_GET_..._NAME kind) and stores it in the registry's record, under the lock of the clients' names.
+// 0, what the driver answered when that is not 0, after the debug message `failed` (a format of the name, the
+// client's name and the answer), or -22 for another request. Logs under `name`.
 int get_device_info(const char* name, const char* failed, dmd_client* client, int fd, unsigned int request);
 
 // Takes over the client's names, from the driver where get_info says that it answers and else from the

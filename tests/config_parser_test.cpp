@@ -289,8 +289,8 @@ TEST(ConfigFile, WhatCannotBeRead) {
                      "[M/parse_config] Failed to read config file",
                      string("[M/parse_config_file] Failed to parse config file ") + folder + "."}));
     EXPECT_EQ(parse_config_file(pipe.c_str()), -1);  // nobody writes into it
-    EXPECT_TRUE(
-        log.has("Unable to open config file " + pipe + ", err_info:it is a pipe, only files are read"));
+    EXPECT_TRUE(log.has("Unable to open config file " + pipe +
+                        ", err_info:it is a pipe or a terminal, only files are read"));
     EXPECT_EQ(parse_config_file(broken.c_str()), -1);
     EXPECT_TRUE(log.has("Failed to parse config file " + broken + "."));
     EXPECT_EQ(show_all(setting_list), "a poll@0 c///");

@@ -250,8 +250,8 @@ TEST_P(FaultsOn, WithoutDirectoryOrCommands) {
     check("rm apr_info.txt; mkfifo apr_info.txt", 2, "apr_info.txt.error:No such device",
           "rm " + dir + "/apr_info.txt");
     output_of("cp /system/bin/top /data");
-    check("printf '#!/bin/sh\\nexec yes \"\"' >/system/bin/top", 2, "the process list is cut",
-          "cp -p /data/top /system/bin");
+    check("printf '#!/bin/sh\\ntouch /data/hangs; exec yes \"\"' >/system/bin/top", 2,
+          "ended after 10 seconds: top", "cp -p /data/top /system/bin");
     for (const std::string command : {"top", "rm", "gzip"}) {
         const std::string file = "/system/bin/" + command;
         for (const std::string fault :

@@ -4,6 +4,7 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include "clients/dsm_device.h"
 #include "clients/registry.h"
 #include "daemon/log.h"
 #include "servers/listen_server.h"
@@ -146,13 +147,39 @@ TEST(ListenServer, AnErrorNumberThatCannotBeReadIsZero) {
 
 TEST(ListenServer, AnErrorWithoutATextDelaysNothing) {
     LogCapture log;
+    hold_clock(10000);
     start_listening(section("dsm_tp", "num_triggers 1\n" + trigger(1, "dsm_tp+0")));
-    ASSERT_TRUE(log.wait_for("Enter select"));
-    report_error("dsm_tp", 1, "");
-    ASSERT_TRUE(log.wait_for("read dsm_tp return 0"));
+    for (int i = 1; i < 4; ++i) {
+        ASSERT_TRUE(log.wait_for("Enter select", i));
+        report_error("dsm_tp", 1, "");
+        ASSERT_TRUE(log.wait_for("Enter select", i + 1));
+        hold_clock(10000 + i * 1000);
+    }
     report_error("dsm_tp", 1, "next");
     EXPECT_TRUE(wait_until([] { return count_of(read_file(RECORD), "[Content]:\nnext") == 1; }));
+    EXPECT_EQ(3, log.count("read dsm_tp return 0"));
     EXPECT_EQ(0U, seconds_slept());
+}
+
+// What one client hands over says nothing of another.
+TEST(ListenServer, AStuckClientRestsBesideABusyOne) {
+    LogCapture log;
+    hold_clock(10000);
+    hold_sleeps();
+    start_listening(section("dsm_tp", "num_triggers 1\n" + trigger(7, "dsm_lcd+0")) +
+                    section("dsm_key", "num_triggers 1\n" + trigger(1, "dsm_key+0")));
+    ASSERT_TRUE(log.wait_for("Enter select"));
+    report_error("dsm_tp", 7, "only dsm_lcd is dumped");
+    for (int i = 1; i < 10; ++i) {
+        report_error("dsm_key", 1, "key");
+        ASSERT_TRUE(log.wait_for("dsm_key finish dump 3 bytes", i));
+    }
+    EXPECT_GE(3, log.count("dsm_tp has error (7) reported"));
+    // Somebody reads its text: it has rested long enough.
+    dsm_clear_error(get_client_by_name("dsm_tp"), 0);
+    report_error("dsm_tp", 8, "a later error");
+    report_error("dsm_key", 1, "wakes the thread");
+    EXPECT_TRUE(log.wait_for("dsm_tp has error (8) ignored"));
 }
 
 TEST(ListenServer, AStuckClientRestsForEverLongerAndDelaysNoOther) {

@@ -90,29 +90,11 @@ TEST(Commands, AreSplitAndRun) {
     EXPECT_TRUE(log.has("[M/secure_system] system cmd_line:exit 3."));
 }
 
-TEST(Commands, AreReadLineByLine) {
-    using Output = RunningCommand::Output;
-    const struct {
-        std::string command;
-        std::vector<std::string> lines;  // of 7 bytes at most, without the terminator
-    } cases[] = {
-        {"printf 'a\\n\\nb\\n'", {"a\n", "\n", "b\n"}},
-        {"printf 'seven77eight888\\n1234567\\nend'", {"seven77", "eight88", "8\n", "1234567", "\n", "end"}},
-        {"yes '' | head -c 3000", std::vector<std::string>(3000, "\n")},
-        {"sleep 1000 & echo first; exit 5", {"first\n"}},
-        {"nowhere 2>&-", {}},
-    };
-    for (const auto& c : cases) {
-        RunningCommand command(c.command.c_str(), Output::PIPED);
-        ASSERT_TRUE(command.started()) << c.command;
-        std::vector<std::string> lines;
-        for (char line[8]; command.read_line(line, sizeof line);) {
-            lines.emplace_back(line);
-        }
-        EXPECT_EQ(c.lines, lines) << c.command;
-        const int status = WEXITSTATUS(command.finish());
-        EXPECT_EQ(c.lines.empty() ? 127 : c.command.find("exit 5") != c.command.npos ? 5 : 0, status);
-    }
+TEST(Commands, EndHoweverTheyEnd) {
+    // What a command leaves running is not waited for, in its group or out of it.
+    EXPECT_EQ(5, WEXITSTATUS(run_command("sleep 1000 & exit 5")));
+    EXPECT_EQ(6, WEXITSTATUS(run_command("setsid sleep 1000 & exit 6")));
+    EXPECT_EQ(127, WEXITSTATUS(run_command("nowhere 2>&-")));
     // Where the end of a command is taken from it, it does not wait for it.
     std::thread thief([] {
         EXPECT_TRUE(wait_until([] { return exists("/data/runs"); }));
@@ -121,6 +103,14 @@ TEST(Commands, AreReadLineByLine) {
     });
     EXPECT_EQ(-1, run_command("touch /data/runs; until test -e /data/go; do sleep 0.01; done"));
     thief.join();
+    // With all descriptors used up, it must not read what the daemon reads.
+    rlimit all = {};
+    ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &all));
+    const rlimit few = {64, all.rlim_max};
+    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &few));
+    while (open("/dev/null", O_RDONLY | O_CLOEXEC) >= 0) {
+    }
+    EXPECT_EQ(0, run_command("test $(readlink /proc/self/fd/0) = /dev/null"));
     // Without a shell it is as if the shell had found no command.
     ASSERT_EQ(0, mount("none", "/bin", "tmpfs", 0, nullptr));
     EXPECT_EQ(127, WEXITSTATUS(run_command("exit 0")));
@@ -139,31 +129,14 @@ TEST(Commands, AreEndedAtTheirLimit) {
         {"only SIGKILL ends it", "trap '' TERM; touch /data/hangs; sleep 1000; sleep 1000", 300, SIGKILL},
     };
     for (const auto& c : cases) {
-        for (const auto output : {RunningCommand::Output::SHARED, RunningCommand::Output::PIPED}) {
-            const LogCapture log;
-            RunningCommand command(c.command.c_str(), output, c.seconds);
-            char line[8];
-            EXPECT_FALSE(output == RunningCommand::Output::PIPED && command.read_line(line, sizeof line))
-                << c.what;
-            EXPECT_EQ(c.status, command.finish()) << c.what;
-            EXPECT_EQ(c.status, command.finish()) << c.what;
-            EXPECT_EQ(std::vector<std::string>{"[M/run_command] ended after " + std::to_string(c.seconds) +
-                                               " seconds: " + c.command},
-                      log.lines());
-        }
+        const LogCapture log;
+        EXPECT_EQ(c.status, run_command(c.command.c_str(), c.seconds)) << c.what;
+        EXPECT_EQ(std::vector<std::string>{"[M/run_command] ended after " + std::to_string(c.seconds) +
+                                           " seconds: " + c.command},
+                  log.lines());
     }
     EXPECT_FALSE(exists("/data/part"));
     EXPECT_EQ(-1, waitpid(-1, nullptr, WNOHANG)) << "a child is left";
-    // What leaves the group and keeps the output open is not waited for once the shell has ended.
-    RunningCommand command(
-        "setsid sh -c 'echo out; touch /data/away; exec sleep 1000' & "
-        "until test -e /data/away; do sleep 0.01; done; exit 3",
-        RunningCommand::Output::PIPED);
-    char line[8] = "";
-    EXPECT_TRUE(command.read_line(line, sizeof line));
-    EXPECT_STREQ("out\n", line);
-    EXPECT_FALSE(command.read_line(line, sizeof line));
-    EXPECT_EQ(3, WEXITSTATUS(command.finish()));
 }
 
 TEST(Retention, KeepsArchivesWithinTheirBound) {

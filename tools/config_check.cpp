@@ -228,7 +228,7 @@ class SectionCheck {
         }
         if (setting_.algo_type == ALGO_LISTEN && row_ != nullptr && !takes_error) {
             warn(lines.action, "no action here takes the error out of " + section_.client +
-                                   ": it stays there, and the daemon looks at it again once a second");
+                                   ": it stays there, and the daemon looks at it again and again, after ever longer rests");
         }
         section_.triggers.push_back(checked);
     }

@@ -52,8 +52,9 @@ sockaddr_un socket_address() {
     return address;
 }
 
-// Whether a connection can be served: those numbers that select can watch, and descriptors at all, must last
-// for the servers that are still binding, and descriptors for the reports. They are given out from below.
+// Whether a connection can be served. Descriptors are given out from below: above its own, enough must be
+// left for the servers that are still binding and for the reports, within the limit and within what select
+// can watch.
 bool has_room_for(int connection) {
     rlimit limit = {};
     const rlim_t allowed = getrlimit(RLIMIT_NOFILE, &limit) == 0 ? limit.rlim_cur : RLIM_INFINITY;

@@ -13,7 +13,6 @@
 #include <algorithm>
 #include <climits>
 #include <cstring>
-#include <ctime>
 #include <iterator>
 #include <new>
 #include <utility>
@@ -22,6 +21,7 @@
 #include "clients/registry.h"
 #include "daemon/log.h"
 #include "daemon/product_version.h"
+#include "platform/monotonic_clock.h"
 #include "platform/owned.h"
 #include "platform/text.h"
 
@@ -158,9 +158,7 @@ Mutex key_sequence_mutex;
 key_entry key_sequence[KEY_SEQUENCE_LENGTH] = {};
 
 uint64_t dmd_key_time_ms() {
-    timespec now = {};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<uint64_t>(now.tv_sec) * 1000 + static_cast<uint64_t>(now.tv_nsec) / 1000000;
+    return static_cast<uint64_t>(monotonic_us()) / 1000;
 }
 
 bool dmd_is_key_device(int fd) {
@@ -255,12 +253,11 @@ int dmd_key_ev_get() {
     bool taken = false;
     for (int i = 0; i < key_device_count; ++i) {
         const short returned = std::exchange(key_device_fds[i].revents, short{0});
-        const bool readable = (returned & POLLIN) != 0;
-        if (readable) {
+        if ((returned & POLLIN) != 0) {
             taken |= read_key(__FUNCTION__, i, &candidate);
         }
-        // One that has hung up or failed would be ready for ever, too.
-        if ((!readable && returned != 0) || failed_reads[i] == FAILED_READS_MAX) {
+        // One that has hung up would be ready for ever, as one whose reads fail.
+        if ((returned & ~POLLIN) != 0 || failed_reads[i] == FAILED_READS_MAX) {
             drop_device(i--);
             LOG_M("a key device is gone, %d left\n", key_device_count);
         }
