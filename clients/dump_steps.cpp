@@ -18,8 +18,8 @@ namespace {
 // The decimal text of an error number in a force request: sign, ten digits and the terminator.
 constexpr size_t ERROR_NUMBER_SIZE = 12;
 
-// Number and second of the standalone dump that was described last. Two threads make such dumps, so this is the
-// one that the other may have in hand.
+// Number and second of the standalone dump that was described last: another thread may have just begun it,
+// and no file shows it yet.
 std::atomic<uint64_t> latest_dump{0};
 
 // Whether the dump's name is free: no dump in hand has it, and no file on disk, of this day or another.

@@ -123,9 +123,9 @@ int64_t leave_out_resting(fd_set* set) {
     return shortest_ms;
 }
 
-// Notes what became of the clients in the pass for which select returned at `woken_ms`, and lets those rest
-// that hand nothing over.
-void note_pass(fd_set watched, fd_set ready, int64_t woken_ms) {
+// Notes what became of the clients in the pass for which select took `waited_ms`, and lets those rest that
+// hand nothing over.
+void note_pass(fd_set watched, fd_set ready, int64_t waited_ms) {
     const int64_t now = now_ms();
     const MutexLock lock(lclient_lock);
     for (lclient* record = lclient_list; record != nullptr; record = record->next) {
@@ -139,12 +139,10 @@ void note_pass(fd_set watched, fd_set ready, int64_t woken_ms) {
             record->fruitless = 0;
             continue;
         }
-        const bool in_a_row = woken_ms - record->rest_end_ms < WAITED_MS;
-        record->fruitless = in_a_row ? record->fruitless + 1 : 1;
-        record->rest_end_ms = now;
+        record->fruitless = waited_ms < WAITED_MS ? record->fruitless + 1 : 1;
         if (record->fruitless >= FRUITLESS_PASSES) {
             const int doublings = std::min(record->fruitless - FRUITLESS_PASSES, 6);
-            record->rest_end_ms += std::min(REST_MIN_MS << doublings, REST_MAX_MS);
+            record->rest_end_ms = now + std::min(REST_MIN_MS << doublings, REST_MAX_MS);
         }
     }
 }
@@ -199,6 +197,7 @@ void* listen_server(void* /*argument*/) {
     descriptors_to_bind -= count_settings(ALGO_LISTEN);
     for (;;) {
         wait_for_client(__FUNCTION__);
+        const int64_t entered_ms = now_ms();
         LOG_M("Enter select\n");
         fd_set waited_for = watched;
         const int64_t rest_ms = leave_out_resting(&waited_for);
@@ -210,7 +209,7 @@ void* listen_server(void* /*argument*/) {
             LOG_M("Dmd listen server select error");
             return nullptr;
         }
-        const int64_t woken_ms = now_ms();
+        const int64_t waited_ms = now_ms() - entered_ms;
         for (int fd = 0; fd < FD_SETSIZE; ++fd) {
             if (!FD_ISSET(fd, &ready)) {
                 continue;
@@ -223,7 +222,7 @@ void* listen_server(void* /*argument*/) {
             }
             handle_error(__FUNCTION__, *record);
         }
-        note_pass(waited_for, ready, woken_ms);
+        note_pass(waited_for, ready, waited_ms);
     }
 }
 

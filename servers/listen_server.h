@@ -20,7 +20,7 @@ struct lclient {
     // actions do not read it) rests for longer and longer, so that the thread does not spin on it.
     unsigned int texts_read;  // of the client, at the end of the last pass in which it was watched
     int fruitless;            // passes in a row in which it was ready and handed nothing over
-    int64_t rest_end_ms;      // of the monotonic clock: when the last such pass ended, or its rest will
+    int64_t rest_end_ms;      // of the monotonic clock: until then it is not watched
 };
 
 // Starts the listen thread, which then sets its clients up and serves them for the life of the process.

@@ -122,7 +122,7 @@ bool extract_directory(const TarMember& member, PendingDirectories* pending) {
     if (make_directory(member.name, S_IRWXU, MAKE_PARENTS) != 0) {
         return false;
     }
-    // Below a file there is none, and by the end a link may be in the file's place.
+    // Below a file nothing was made: by the end a link may be in the file's place, and lead elsewhere.
     struct stat status;
     if (lstat(member.name, &status) == 0) {
         pending->add(member);

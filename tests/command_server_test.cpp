@@ -243,10 +243,12 @@ TEST(CommandServer, ConnectionsLeaveServersAndReportsTheirDescriptors) {
         write_file("/data/conf", sections_text(c.sections));
         own.rlim_cur = c.limit;
         ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &own));
-        const DaemonProcess dmd({"-c", "/data/conf"});
+        const DaemonProcess dmd({"-d", "-c", "/data/conf"});
         own.rlim_cur = own.rlim_max;
         ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &own));
-        ASSERT_TRUE(dmd.wait_for_log("init success, fd", 1 + 2 * c.sections)) << dmd.log();
+        ASSERT_TRUE(dmd.wait_for_log("Enter select") && dmd.wait_for_log("enter sleep, clock tick 0") &&
+                    dmd.wait_for_log("command server init success"))
+            << dmd.log();
         std::vector<UniqueFd> served;
         for (bool room = true; room;) {
             served.push_back(connect_to_commands());

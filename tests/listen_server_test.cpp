@@ -81,8 +81,7 @@ TEST(ListenServer, TakesNamesFromTheDriverOrElseFromTheSection) {
     EXPECT_EQ(1, count_of(record, "[Device]:driver_panel_with_a_name_of_32_\n"));
     dmd_client* const lcd = get_client_by_name("dsm_lcd");
     dmd_client* const tp = get_client_by_name("dsm_tp");
-    const MutexLock first(tp->mutex);
-    const MutexLock second(lcd->mutex);
+    const MutexLock lock(client_names_lock);
     EXPECT_EQ("ICXY", std::string(lcd->ic_name, 4));
     EXPECT_EQ("MODU", std::string(lcd->module_name, 4));
     EXPECT_STREQ("sic", tp->ic_name);
@@ -184,6 +183,7 @@ TEST(ListenServer, AStuckClientRestsBesideABusyOne) {
 
 TEST(ListenServer, AStuckClientRestsForEverLongerAndDelaysNoOther) {
     LogCapture log;
+    hold_clock(10000);  // but for the rests, which take their time
     start_listening(section("dsm_tp", "num_triggers 1\n" + trigger(7, "dsm_lcd+0")) +
                     section("dsm_key", "num_triggers 1\n" + trigger(1, "dsm_key+0")));
     ASSERT_TRUE(log.wait_for("Enter select"));
@@ -218,6 +218,7 @@ TEST(ListenServer, WaitsWhileTheDriverBringsNothing) {
         {"the device is gone", {"gone"}, {"back"}, "[M/lclient_get_error] dsm_tp get client error failed -1"},
     };
     LogCapture log;
+    hold_clock(10000);
     start_listening(section("dsm_tp", "num_triggers 1\n" + trigger(1, "dsm_tp+0")));
     ASSERT_TRUE(log.wait_for("Enter select"));
     int reports = 0;

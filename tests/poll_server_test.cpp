@@ -139,7 +139,7 @@ TEST(PollServer, LeavesAClientOutThatCannotBeSetUp) {
     EXPECT_EQ("2", phone_do({"bound", "dsm_tp"}));
     EXPECT_EQ("1", phone_do({"bound", "dsm_lcd"}));
     dmd_client* const key = get_client_by_name("dsm_key");
-    const MutexLock lock(key->mutex);
+    const MutexLock lock(client_names_lock);
     EXPECT_STREQ("driver_device", key->device_name);
     EXPECT_STREQ("", key->ic_name) << "a positive answer counts as one";
     EXPECT_STREQ("smo", key->module_name);

@@ -227,8 +227,9 @@ class SectionCheck {
                                           strcasecmp(action.client_name, setting_.client_name) == 0);
         }
         if (setting_.algo_type == ALGO_LISTEN && row_ != nullptr && !takes_error) {
-            warn(lines.action, "no action here takes the error out of " + section_.client +
-                                   ": it stays there, and the daemon looks at it again and again, after ever longer rests");
+            warn(lines.action,
+                 "no action here takes the error out of " + section_.client +
+                     ": it stays there, and the daemon looks at it again and again, after ever longer rests");
         }
         section_.triggers.push_back(checked);
     }
