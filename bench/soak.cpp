@@ -27,6 +27,7 @@
 #include "clients/generic_dump.h"
 #include "emulator/control_client.h"
 #include "output/output_dir.h"
+#include "platform/file_time.h"
 
 namespace {
 
@@ -68,7 +69,7 @@ int reported[CLIENTS], arrived[CLIENTS], arrivals;
 size_t unread_bytes;
 
 // The dump archives by what the daemon says of them: each one's size in bytes and its time.
-std::map<std::string, std::pair<long long, timespec>> archives;
+std::map<std::string, std::pair<long long, file_time>> archives;
 long long archive_bytes, most_archive_bytes;
 int deleted_now, deleted, shared_now, shared;  // by, and since, the last retention pass; in all
 
@@ -223,7 +224,7 @@ void follow_archives(const std::string& line) {
         }
         struct stat status = {};
         check(stat(path, &status) == 0, std::string("the follower is too slow for ") + path);
-        archives[path] = {status.st_size, status.st_mtim};
+        archives[path] = {status.st_size, modified_time(status)};
         archive_bytes += status.st_size;
         most_archive_bytes = std::max(most_archive_bytes, archive_bytes);
     }
