@@ -58,8 +58,8 @@ sockaddr_un socket_address() {
 bool has_room_for(int connection) {
     rlimit limit = {};
     const rlim_t allowed = getrlimit(RLIMIT_NOFILE, &limit) == 0 ? limit.rlim_cur : RLIM_INFINITY;
-    const int reserved = descriptors_to_bind + REPORT_DESCRIPTORS;
-    return static_cast<rlim_t>(connection + reserved) < std::min<rlim_t>(allowed, FD_SETSIZE);
+    const auto end = static_cast<int>(std::min<rlim_t>(allowed, FD_SETSIZE));
+    return connection + descriptors_to_bind + REPORT_DESCRIPTORS < end;
 }
 
 // Waits until a connection other than the ready ones can be read, or a moment has passed.
