@@ -46,14 +46,12 @@ struct archive_survey {
     bool oldest_known = false;
 };
 
-// The dump that each of the two roads is making, or the leftover that it is removing: empty when it is at
-// neither.
+// The dump that each of the two roads is making, or the leftover that it is removing; empty in between.
 Mutex names_lock;
 Condition name_released;
 char names_in_use[2][PATH_SIZE] GUARDED_BY(names_lock) = {};
 
-// Takes a name until release_name. When another road has it: waits until that has released it, or returns
-// null.
+// Takes a name until release_name. When the other road has it: waits for its release, or returns null.
 char* take_name(const char* path, bool wait) {
     const MutexLock lock(names_lock);
     for (;;) {

@@ -83,16 +83,14 @@ int run_command(const char* command, int limit_seconds, int output) {
     const int64_t start = monotonic_us();
     int64_t deadline = start + limit_seconds * SECOND_US;
     size_t signals_sent = 0;
-    // A fork, which copies the daemon's page tables, makes a report on a commercial build take a fifth
-    // longer.
+    // With fork, which copies the daemon's page tables, a commercial build's report takes a fifth longer.
     const pid_t shell = vfork();  // NOLINT(clang-analyzer-security.insecureAPI.vfork)
     if (shell == 0) {
         become_shell(command, output);  // NOLINT(clang-analyzer-unix.Vfork)
     }
     for (;;) {
         siginfo_t ended = {};
-        // Its status stays for now, and its number its own. Where others wait for this process's children it
-        // is lost.
+        // Its status stays for now, and its number its own. It is lost where others wait for all children.
         if (shell < 0 || waitid(P_PID, static_cast<id_t>(shell), &ended, WEXITED | WNOWAIT | WNOHANG) != 0) {
             return -1;
         }
