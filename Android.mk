@@ -23,7 +23,7 @@ LOCAL_PATH := $(call my-dir)
 include $(CLEAR_VARS)
 LOCAL_MODULE := dmd
 LOCAL_MODULE_TAGS := optional
-# The folders of CMakeLists.txt, without the desk stand-ins of platform/.
+# The folders of CMakeLists.txt, without platform/desk.
 dmd_folders := daemon clients config servers triggers output actions tar
 LOCAL_SRC_FILES := $(patsubst $(LOCAL_PATH)/%,%,$(wildcard $(dmd_folders:%=$(LOCAL_PATH)/%/*.cpp)))
 ifeq ($(DMD_NO_EXCEPTION_LOG),true)

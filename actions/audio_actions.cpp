@@ -12,11 +12,11 @@
 
 #include "actions/memory_dump.h"
 #include "clients/generic_dump.h"
-#include "daemon/log.h"
 #include "daemon/product_version.h"
 #include "output/output_dir.h"
 #include "output/record.h"
 #include "output/shell_command.h"
+#include "platform/log.h"
 #include "platform/text.h"
 
 namespace {

@@ -13,11 +13,11 @@
 #include <ctime>
 
 #include "clients/dump_steps.h"
-#include "daemon/log.h"
 #include "daemon/product_version.h"
 #include "output/compressed_dump.h"
 #include "output/output_dir.h"
 #include "output/shell_command.h"
+#include "platform/log.h"
 #include "platform/owned.h"
 #include "platform/properties.h"
 #include "platform/text.h"

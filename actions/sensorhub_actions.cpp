@@ -11,11 +11,11 @@
 #include "actions/memory_dump.h"
 #include "clients/dsm_device.h"
 #include "clients/dump_steps.h"
-#include "daemon/log.h"
 #include "daemon/product_version.h"
 #include "output/compressed_dump.h"
 #include "output/output_dir.h"
 #include "output/record.h"
+#include "platform/log.h"
 #include "platform/owned.h"
 #include "platform/text.h"
 

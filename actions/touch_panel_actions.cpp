@@ -10,11 +10,11 @@
 #include <cstring>
 
 #include "clients/dump_steps.h"
-#include "daemon/log.h"
 #include "daemon/product_version.h"
 #include "output/compressed_dump.h"
 #include "output/output_dir.h"
 #include "output/shell_command.h"
+#include "platform/log.h"
 #include "platform/owned.h"
 
 namespace {

@@ -34,7 +34,7 @@ struct dmd_client_info {
 };
 
 // Guards the names of all clients. Held only to copy them, so that nobody waits for a dump to learn a name.
-extern Mutex client_names_lock;
+inline Mutex client_names_lock;
 
 // One bound client. Never freed once it is in the registry; only what the locks guard changes after that.
 struct dmd_client {

@@ -1,7 +1,7 @@
 // The error dispatch.
 #include "clients/dispatch.h"
 
-#include "daemon/log.h"
+#include "platform/log.h"
 
 namespace {
 

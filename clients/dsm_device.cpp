@@ -4,7 +4,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "daemon/log.h"
+#include "platform/log.h"
 #include "platform/owned.h"
 #include "platform/text.h"
 

@@ -9,8 +9,8 @@
 #include <ctime>
 
 #include "clients/dsm_device.h"
-#include "daemon/log.h"
 #include "output/dump_archive.h"
+#include "platform/log.h"
 #include "platform/text.h"
 
 namespace {

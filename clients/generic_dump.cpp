@@ -2,8 +2,8 @@
 #include "clients/generic_dump.h"
 
 #include "clients/dump_steps.h"
-#include "daemon/log.h"
 #include "output/record.h"
+#include "platform/log.h"
 #include "platform/text.h"
 
 namespace {

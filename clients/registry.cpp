@@ -3,13 +3,9 @@
 
 #include <strings.h>
 
-#include <memory>
-#include <new>
-
 #include "clients/client_table.h"
-#include "daemon/log.h"
-
-Mutex client_names_lock;
+#include "platform/log.h"
+#include "platform/owned.h"
 
 namespace {
 
@@ -23,7 +19,7 @@ int client_init(const dmd_client_info& row) {
         LOG_M("can't find client init function\n");
         return -1;
     }
-    std::unique_ptr<dmd_client> client(new (std::nothrow) dmd_client());
+    UniqueBlock<dmd_client> client = allocate<dmd_client>();
     if (client == nullptr) {
         LOG_M("malloc client struct failed\n");
         return -1;

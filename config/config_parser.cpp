@@ -12,10 +12,8 @@
 #include "config/section_fields.h"
 #include "config/section_parser.h"
 #include "config/text_cursor.h"
-#include "daemon/log.h"
+#include "platform/log.h"
 #include "platform/owned.h"
-
-void (*parse_watcher)(const parse_step& step) = nullptr;
 
 namespace {
 

@@ -9,5 +9,5 @@
 int parse_config_file(const char* path);
 
 // As parse_config_file, with one read from a descriptor that stays the caller's, into the list at `head`.
-// Records come from new, their trigger arrays from calloc.
+// Records and their trigger arrays are blocks of malloc.
 int parse_config(setting_info** head, int fd);

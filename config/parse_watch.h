@@ -26,7 +26,7 @@ struct parse_step {
 };
 
 // Told about each place before it is parsed, when not null. Set it while nothing is parsed.
-extern void (*parse_watcher)(const parse_step& step);
+inline void (*parse_watcher)(const parse_step& step) = nullptr;
 
 // Tells the watcher.
 inline void watch_parse(parse_place place, const char* at, const setting_info* setting = nullptr,

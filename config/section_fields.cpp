@@ -8,7 +8,7 @@
 
 #include "config/parse_watch.h"
 #include "config/value_readers.h"
-#include "daemon/log.h"
+#include "platform/log.h"
 #include "platform/text.h"
 
 const config_field config_field_table[FIELD_NONE] = {

@@ -4,11 +4,11 @@
 #include <strings.h>
 
 #include <cstring>
-#include <new>
 
 #include "config/parse_watch.h"
 #include "config/section_fields.h"
-#include "daemon/log.h"
+#include "platform/log.h"
+#include "platform/owned.h"
 #include "platform/text.h"
 
 namespace {
@@ -29,7 +29,7 @@ setting_info* obtain_section(setting_info** head, const char* name) {
     if (setting_info* known = find_section(*head, section_name)) {
         return known;
     }
-    setting_info* setting = new (std::nothrow) setting_info();
+    setting_info* const setting = allocate<setting_info>().release();
     if (setting == nullptr) {
         LOG_M_AS("parse_config", "[%s]Failed to malloc temp struct setting_info.\n", "parse_config");
         return nullptr;

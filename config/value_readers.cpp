@@ -6,7 +6,7 @@
 #include <cstring>
 #include <limits>
 
-#include "daemon/log.h"
+#include "platform/log.h"
 #include "platform/text.h"
 
 static_assert(sizeof(setting_info::client_name) == NAME_SIZE &&

@@ -1,13 +1,12 @@
-// The command line and the two settings that it makes.
+// The command line.
 #include "daemon/command_line.h"
 
 #include <getopt.h>
 
 #include <cstdio>
 
-#include "daemon/log.h"
+#include "platform/log.h"
 
-int debug_output_enabled = 0;
 const char* config_file_path = nullptr;
 
 int parse_commandline(int argc, char** argv) {

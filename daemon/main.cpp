@@ -1,16 +1,14 @@
 // The daemon's entry: brings everything up, then sleeps; the servers' threads do the work.
 #include <fcntl.h>
-#include <malloc.h>
 #include <sys/resource.h>
-#include <sys/select.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
 
 #include "daemon/command_line.h"
-#include "daemon/log.h"
 #include "daemon/start_sequence.h"
+#include "platform/log.h"
 #include "platform/properties.h"
 
 namespace {
@@ -27,24 +25,6 @@ void fill_standard_descriptors() {
     close(fd);
 }
 
-// Keeps what the daemon was started with, but for the standard descriptors, from the commands that it runs.
-void keep_descriptors() {
-    constexpr int END = 2 * FD_SETSIZE;  // nobody hands over more
-    for (int fd = STDERR_FILENO + 1; fd < END; ++fd) {
-        fcntl(fd, F_SETFD, FD_CLOEXEC);
-    }
-}
-
-// Has memory given back to the system when it is freed. Left to itself, the desk's library would keep what
-// the largest dumps needed, some 10 MiB for each thread.
-void keep_memory_small() {
-#ifdef M_MMAP_THRESHOLD
-    constexpr int LARGE = 48 * 1024;  // above what a report needs every time
-    mallopt(M_MMAP_THRESHOLD, LARGE);
-    mallopt(M_TOP_PAD, 0);
-#endif
-}
-
 bool is_disabled() {
     char value[PROPERTY_VALUE_MAX] = {};
     return property_get("persist.sys.dmd.disable", value, "0") > 0 &&
@@ -54,9 +34,7 @@ bool is_disabled() {
 }  // namespace
 
 int main(int argc, char** argv) {
-    keep_memory_small();
     fill_standard_descriptors();
-    keep_descriptors();
     LOG_M("Qelvan Device monitor daemon started\n");
     if (setpriority(PRIO_PROCESS, getpid(), PRIORITY) != 0) {
         LOG_M("setpriority failed - %s\n", strerror(errno));
@@ -66,7 +44,8 @@ int main(int argc, char** argv) {
         return 0;
     }
     if (!is_disabled()) {
-        LOG_M("Enter daemon main loop, %ds has passed\n", wait_for_boot_completion());
+        const int tries = wait_for_boot_completion();
+        LOG_M("Enter daemon main loop, %ds has passed\n", tries);
         run_start_steps();
     }
     // There is no way down from here but a signal.

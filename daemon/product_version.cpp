@@ -3,7 +3,7 @@
 
 #include <strings.h>
 
-#include "daemon/log.h"
+#include "platform/log.h"
 #include "platform/properties.h"
 
 namespace {

@@ -6,7 +6,7 @@
 #include "clients/registry.h"
 #include "config/config_parser.h"
 #include "daemon/command_line.h"
-#include "daemon/log.h"
+#include "platform/log.h"
 #include "platform/properties.h"
 #include "servers/listen_server.h"
 #include "servers/poll_server.h"
@@ -20,17 +20,18 @@ constexpr unsigned int BOOT_TRY_SECONDS = 1;
 
 struct start_step {
     int (*start)();       // 0 on success
-    const char* failure;  // logged under the name "main", with the result
+    const char* failure;  // how its message begins
+    int width;            // of the result in that message
 };
 
 // In this order, each only after the one before it succeeded.
 constexpr start_step start_steps[] = {
-    {dmd_client_init, "[M/%s] Dmd client init failed :%d\n"},
-    {[] { return parse_config_file(config_file_path); }, "[M/%s] Parse config file failed :%d\n"},
-    {dmd_listen_server_init, "[M/%s] listen server init failed :%d\n"},
-    {dmd_poll_server_init, "[M/%s] poll server init failed :%d\n"},
-    {dmd_command_sever_init, "[M/%s] command server init failed :%d\n"},
-    {dmd_key_detect_sever_init, "[M/%s] key detect server init failed :%5d\n"},
+    {dmd_client_init, "Dmd client init failed", 0},
+    {[] { return parse_config_file(config_file_path); }, "Parse config file failed", 0},
+    {dmd_listen_server_init, "listen server init failed", 0},
+    {dmd_poll_server_init, "poll server init failed", 0},
+    {dmd_command_sever_init, "command server init failed", 0},
+    {dmd_key_detect_sever_init, "key detect server init failed", 5},
 };
 
 }  // namespace
@@ -51,7 +52,7 @@ void run_start_steps() {
     for (const start_step& step : start_steps) {
         const int result = step.start();
         if (result != 0) {
-            __android_log_print(ANDROID_LOG_ERROR, "DMD", step.failure, "main", result);
+            LOG_M_AS("main", "%s :%*d\n", step.failure, step.width, result);
             return;
         }
     }

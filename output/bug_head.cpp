@@ -7,8 +7,8 @@
 #include <cstdio>
 #include <cstring>
 
-#include "daemon/log.h"
 #include "output/shell_command.h"
+#include "platform/log.h"
 #include "platform/owned.h"
 #include "platform/text.h"
 

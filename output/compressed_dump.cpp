@@ -7,15 +7,15 @@
 #include <cerrno>
 #include <cstring>
 
-#include "daemon/log.h"
 #include "daemon/product_version.h"
 #include "output/dump_archive.h"
 #include "output/output_dir.h"
 #include "output/retention.h"
+#include "platform/io.h"
+#include "platform/log.h"
 #include "platform/mutex.h"
 #include "platform/owned.h"
 #include "platform/text.h"
-#include "tar/tar_io.h"
 
 namespace {
 

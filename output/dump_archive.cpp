@@ -8,8 +8,8 @@
 #include <cerrno>
 #include <cstring>
 
-#include "daemon/log.h"
 #include "output/upload.h"
+#include "platform/log.h"
 #include "platform/text.h"
 #include "tar/tar_main.h"
 

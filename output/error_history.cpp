@@ -1,9 +1,8 @@
 // The error history of a commercial build.
 #include "output/error_history.h"
 
-#include <new>
-
-#include "daemon/log.h"
+#include "platform/log.h"
+#include "platform/owned.h"
 
 namespace {
 
@@ -23,12 +22,13 @@ dmd_error_history_info_node* find_error_history_info(const dmd_error_info* info)
 }
 
 int register_error_history_info(const dmd_error_info* info) {
-    auto* const node = new (std::nothrow) dmd_error_history_info_node{info->error_no, info->time, history};
+    UniqueBlock<dmd_error_history_info_node> node = allocate<dmd_error_history_info_node>();
     if (node == nullptr) {
         LOG_M("malloc dmd_error_history_info_node failed!\n");
         return NO_MEMORY;
     }
-    history = node;
+    *node = {info->error_no, info->time, history};
+    history = node.release();
     return 0;
 }
 

@@ -8,8 +8,8 @@
 #include <cerrno>
 #include <cstring>
 
-#include "daemon/log.h"
 #include "output/shell_command.h"
+#include "platform/log.h"
 #include "platform/owned.h"
 #include "platform/text.h"
 

@@ -4,4 +4,4 @@
 
 #include "platform/mutex.h"
 
-extern Mutex output_lock;
+inline Mutex output_lock;

@@ -7,7 +7,6 @@
 #include <cerrno>
 #include <cstring>
 
-#include "daemon/log.h"
 #include "output/bug_head.h"
 #include "output/dump_archive.h"
 #include "output/error_history.h"
@@ -15,9 +14,10 @@
 #include "output/record_file.h"
 #include "output/retention.h"
 #include "output/upload.h"
+#include "platform/io.h"
+#include "platform/log.h"
 #include "platform/owned.h"
 #include "platform/text.h"
-#include "tar/tar_io.h"
 
 namespace {
 

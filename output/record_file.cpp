@@ -9,12 +9,11 @@
 #include <cstdio>
 #include <cstring>
 
-#include "daemon/log.h"
 #include "daemon/product_version.h"
 #include "platform/file_time.h"
+#include "platform/log.h"
 #include "platform/text.h"
 
-Mutex output_lock;
 record_state record;
 
 namespace {

@@ -7,10 +7,10 @@
 #include <cerrno>
 #include <cstring>
 
-#include "daemon/log.h"
 #include "output/output_dir.h"
 #include "output/shell_command.h"
 #include "platform/file_time.h"
+#include "platform/log.h"
 #include "platform/mutex.h"
 #include "platform/owned.h"
 #include "platform/text.h"

@@ -12,7 +12,7 @@
 #include <cstring>
 #include <iterator>
 
-#include "daemon/log.h"
+#include "platform/log.h"
 #include "platform/monotonic_clock.h"
 #include "platform/mutex.h"
 

@@ -8,9 +8,9 @@
 #include <cerrno>
 #include <cstring>
 
-#include "daemon/log.h"
 #include "output/output_dir.h"
 #include "output/shell_command.h"
+#include "platform/log.h"
 #include "platform/mutex.h"
 #include "platform/owned.h"
 #include "platform/text.h"

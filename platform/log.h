@@ -1,23 +1,23 @@
-// The phone's log library, as far as the daemon uses it. A phone's build (DMD_ANDROID) takes the platform's
-// own header and liblog; on a desk all of it is in desk_log.cpp.
+// How the daemon logs: every message names the operation that it comes from.
 #pragma once
 
-#ifdef DMD_ANDROID
-#include <android/log.h>
-#endif
+#include "platform/phone_log.h"
 
-extern "C" {
+// Non-zero once --debug was given. Written by parse_commandline before any thread exists, read-only
+// afterwards.
+inline int debug_output_enabled = 0;
 
-#ifndef DMD_ANDROID
-// Priority of every message that the daemon logs.
-constexpr int ANDROID_LOG_ERROR = 6;
+// A message that is always logged, under the name of the enclosing function or under a given one.
+// __FUNCTION__ is that name on every release; the headers of old ones make __func__ the whole signature.
+#define LOG_M(format, ...) LOG_M_AS(__FUNCTION__, format, ##__VA_ARGS__)
+#define LOG_M_AS(name, format, ...) \
+    __android_log_print(ANDROID_LOG_ERROR, "DMD", "[M/%s] " format, name, ##__VA_ARGS__)
 
-// Writes one message. Safe from any thread. Returns a positive number, or a negative one on failure.
-int __android_log_print(int priority, const char* tag, const char* format, ...)
-    __attribute__((format(printf, 3, 4)));
-#endif
-
-// Files an entry in the exception log: `type` says what `text` is. Safe from any thread. Returns a positive
-// number, or a negative one on failure.
-int __android_log_exception_write(const char* tag, int priority, const char* type, const char* text);
-}
+// A message that is logged only while debug output is on.
+#define LOG_D(format, ...) LOG_D_AS(__FUNCTION__, format, ##__VA_ARGS__)
+#define LOG_D_AS(name, format, ...)                                                               \
+    do {                                                                                          \
+        if (debug_output_enabled) {                                                               \
+            __android_log_print(ANDROID_LOG_ERROR, "DMD", "[D/%s] " format, name, ##__VA_ARGS__); \
+        }                                                                                         \
+    } while (0)

@@ -1,5 +1,4 @@
-// Owners of descriptors, streams and byte buffers: what they hold is released at their end of
-// scope.
+// Owners of descriptors, streams and blocks of memory: what they hold is released at their end of scope.
 #pragma once
 
 #include <dirent.h>
@@ -9,6 +8,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
+#include <new>
+#include <type_traits>
 #include <utility>
 
 // Owns a descriptor; negative when it holds none.
@@ -54,11 +55,21 @@ struct FileCloser {
 using UniqueFile = std::unique_ptr<FILE, FileCloser>;
 
 struct BlockFreer {
-    void operator()(char* block) const { free(block); }
+    void operator()(void* block) const { free(block); }
 };
 
 // Owns a block of malloc's; null when it holds none.
-using UniqueBuffer = std::unique_ptr<char[], BlockFreer>;
+template <typename T>
+using UniqueBlock = std::unique_ptr<T, BlockFreer>;
+using UniqueBuffer = UniqueBlock<char[]>;
+
+// A new T, its fields zero or as their declarations say; null when there is no memory.
+template <typename T>
+UniqueBlock<T> allocate() {
+    static_assert(std::is_trivially_destructible<T>::value, "freeing it is all that ends it");
+    void* const block = malloc(sizeof(T));
+    return UniqueBlock<T>(block != nullptr ? new (block) T() : nullptr);
+}
 
 // A zero-filled buffer of `size` bytes; null when there is no memory. Of a large one only what is written
 // takes memory.

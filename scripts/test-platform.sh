@@ -38,7 +38,7 @@ quiet "$work/exception_log_test"
 
 # Debian's liblog is the phone's, without an exception log. Its libcutils has no properties.
 libraries=$(dirname "$(find /usr/lib/*/android -name liblog.so -print -quit)")
-compile "$work/lib/libcutils.so" -shared -fPIC platform/desk_properties.cpp
+compile "$work/lib/libcutils.so" -shared -fPIC platform/desk/properties.cpp
 quiet cmake -S . -B "$work/build" -G Ninja -DANDROID=ON -DCMAKE_BUILD_TYPE=None \
   "-DCMAKE_CXX_FLAGS=-isystem $PWD/tests/platform/include -isystem /usr/include/android" \
   "-DCMAKE_EXE_LINKER_FLAGS=-L$work/lib -L$libraries -Wl,-rpath,$work/lib:$libraries" \

@@ -6,13 +6,11 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <memory>
-#include <new>
 
 #include "clients/dispatch.h"
 #include "clients/dsm_device.h"
 #include "clients/registry.h"
-#include "daemon/log.h"
+#include "platform/log.h"
 #include "platform/monotonic_clock.h"
 #include "platform/owned.h"
 #include "servers/monitor.h"
@@ -52,7 +50,7 @@ void watch_client(const char* name, dmd_client* client, fd_set* watched) {
         return;
     }
     LOG_M_AS(name, "find client %s's config.\n", cname);
-    std::unique_ptr<lclient> record(new (std::nothrow) lclient());
+    UniqueBlock<lclient> record = allocate<lclient>();
     if (record == nullptr) {
         LOG_M_AS(name, "malloc listen %s failed\n", cname);
         return;

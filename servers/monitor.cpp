@@ -2,7 +2,7 @@
 #include "servers/monitor.h"
 
 #include "clients/registry.h"
-#include "daemon/log.h"
+#include "platform/log.h"
 
 namespace {
 

@@ -5,13 +5,11 @@
 #include <unistd.h>
 
 #include <cstdlib>
-#include <memory>
-#include <new>
 
 #include "clients/dispatch.h"
 #include "clients/dsm_device.h"
 #include "clients/registry.h"
-#include "daemon/log.h"
+#include "platform/log.h"
 #include "platform/owned.h"
 #include "servers/monitor.h"
 
@@ -32,7 +30,7 @@ void sample_client(const char* name, dmd_client* client) {
         return;
     }
     LOG_M_AS(name, "find client %s's config\n", cname);
-    std::unique_ptr<pclient> record(new (std::nothrow) pclient());
+    UniqueBlock<pclient> record = allocate<pclient>();
     if (record == nullptr) {
         LOG_M_AS(name, "malloc poll %s failed\n", cname);
         return;

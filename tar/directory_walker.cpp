@@ -9,7 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "daemon/log.h"
+#include "platform/log.h"
 #include "platform/owned.h"
 #include "platform/text.h"
 

@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "daemon/log.h"
+#include "platform/log.h"
 
 void HardLinkList::drop_down_to(const hl_info* kept) {
     while (newest != kept) {

@@ -9,8 +9,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "platform/io.h"
 #include "platform/owned.h"
-#include "tar/tar_io.h"
 
 Mutex lookup_mutex;
 

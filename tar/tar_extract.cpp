@@ -9,11 +9,11 @@
 #include <cerrno>
 #include <cstring>
 
-#include "daemon/log.h"
+#include "platform/io.h"
+#include "platform/log.h"
 #include "platform/owned.h"
 #include "platform/text.h"
 #include "tar/lookup.h"
-#include "tar/tar_io.h"
 #include "tar/ustar_header.h"
 
 namespace {

@@ -7,7 +7,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "daemon/log.h"
+#include "platform/log.h"
 #include "platform/owned.h"
 #include "tar/tar_reader.h"
 #include "tar/tar_writer.h"

@@ -9,15 +9,16 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <limits>
-#include <new>
 
-#include "daemon/log.h"
+#include "platform/io.h"
+#include "platform/log.h"
+#include "platform/owned.h"
 #include "platform/text.h"
 #include "tar/directory_walker.h"
 #include "tar/tar_extract.h"
-#include "tar/tar_io.h"
 #include "tar/ustar_header.h"
 
 namespace {
@@ -37,7 +38,7 @@ class PendingDirectories {
             Entry* const entry = longest_;
             apply_member_attributes(entry->member);
             longest_ = entry->next;
-            delete entry;
+            free(entry);
         }
     }
 
@@ -48,11 +49,12 @@ class PendingDirectories {
         while (*at != nullptr && (*at)->length >= length) {
             at = &(*at)->next;
         }
-        Entry* const entry = new (std::nothrow) Entry{member, length, *at};
+        Entry* const entry = allocate<Entry>().release();
         if (entry == nullptr) {
             apply_member_attributes(member);
             return;
         }
+        *entry = {member, length, *at};
         *at = entry;
     }
 

@@ -11,13 +11,13 @@
 #include <cstdint>
 #include <cstring>
 
-#include "daemon/log.h"
+#include "platform/io.h"
+#include "platform/log.h"
 #include "platform/mutex.h"
 #include "platform/owned.h"
 #include "platform/text.h"
 #include "tar/directory_walker.h"
 #include "tar/lookup.h"
-#include "tar/tar_io.h"
 #include "tar/ustar_header.h"
 
 namespace {

@@ -24,10 +24,6 @@ extern "C" void *__real_malloc(size_t), *__real_calloc(size_t, size_t), *__real_
 MAY_FAIL(extern "C" void* __wrap_malloc(size_t size), __real_malloc(size))
 MAY_FAIL(extern "C" void* __wrap_calloc(size_t count, size_t size), __real_calloc(count, size))
 MAY_FAIL(extern "C" void* __wrap_realloc(void* block, size_t size), __real_realloc(block, size))
-MAY_FAIL(extern "C" void* __wrap__ZnwmRKSt9nothrow_t(size_t size), operator new(size))  // new (std::nothrow)
-MAY_FAIL(extern "C" void* __wrap__ZnamRKSt9nothrow_t(size_t size), operator new[](size))
-MAY_FAIL(extern "C" void* __wrap__ZnwjRKSt9nothrow_t(size_t size), operator new(size))  // of 32-bit phones
-MAY_FAIL(extern "C" void* __wrap__ZnajRKSt9nothrow_t(size_t size), operator new[](size))
 
 // Fails each allocation of the operation in turn, and lets it succeed after each. Expects all its results:
 // with enough memory, ":", and without, each with "!" if a message came with it.

@@ -9,7 +9,7 @@
 #include "clients/dsm_device.h"
 #include "clients/generic_dump.h"
 #include "clients/registry.h"
-#include "daemon/log.h"
+#include "platform/log.h"
 #include "platform/text.h"
 #include "tests/bring_up.h"
 

@@ -14,7 +14,7 @@
 
 #include "clients/registry.h"
 #include "config/section_fields.h"
-#include "daemon/log.h"
+#include "platform/log.h"
 #include "platform/owned.h"
 #include "tests/config_text.h"
 #include "tests/log_capture.h"

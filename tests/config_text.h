@@ -31,7 +31,7 @@ inline void free_settings(setting_info* head) {
     while (head != nullptr) {
         setting_info* next = head->next;
         free(trigger_slots(*head));
-        delete head;
+        free(head);
         head = next;
     }
 }

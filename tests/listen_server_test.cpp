@@ -6,7 +6,7 @@
 
 #include "clients/dsm_device.h"
 #include "clients/registry.h"
-#include "daemon/log.h"
+#include "platform/log.h"
 #include "servers/listen_server.h"
 #include "tests/bring_up.h"
 #include "tests/desk_calls.h"

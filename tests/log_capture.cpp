@@ -9,7 +9,7 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/desk_log.h"
+#include "platform/desk/log.h"
 
 namespace {
 

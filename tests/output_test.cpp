@@ -9,11 +9,11 @@
 #include <cstdlib>
 #include <thread>
 
-#include "daemon/log.h"
 #include "output/output_dir.h"
 #include "output/retention.h"
 #include "output/shell_command.h"
 #include "output/upload.h"
+#include "platform/log.h"
 #include "platform/owned.h"
 #include "tests/desk_calls.h"
 #include "tests/log_capture.h"

@@ -1,5 +1,5 @@
 // The dumps that are not generic, each reached as on a phone: by a trigger of the configuration.
-#include "daemon/log.h"
+#include "platform/log.h"
 #include "servers/listen_server.h"
 #include "servers/poll_server.h"
 #include "tests/bring_up.h"

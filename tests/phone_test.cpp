@@ -169,7 +169,6 @@ DaemonProcess::DaemonProcess(const std::vector<std::string>& arguments, const st
         dup2(log, STDOUT_FILENO);
         dup2(log, STDERR_FILENO);
         closefrom(STDERR_FILENO + 1);
-        (void)dup(STDIN_FILENO);  // handed over, as whoever starts a daemon may
         // A leak check at the daemon's exit looks its threads up there.
         const std::string number = std::to_string(getpid());
         (void)!symlink(("/.phone/proc/" + number).c_str(), ("/proc/" + number).c_str());

@@ -2,7 +2,7 @@
 // without one. The clock ticks when the test lets it.
 #include "servers/poll_server.h"
 #include "clients/registry.h"
-#include "daemon/log.h"
+#include "platform/log.h"
 #include "tests/bring_up.h"
 #include "tests/desk_calls.h"
 

@@ -5,9 +5,9 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "daemon/log.h"
 #include "output/output_dir.h"
 #include "output/record.h"
+#include "platform/log.h"
 #include "tests/desk_calls.h"
 #include "tests/log_capture.h"
 #include "tests/phone_test.h"

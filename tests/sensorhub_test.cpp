@@ -5,7 +5,7 @@
 
 #include "clients/dispatch.h"
 #include "clients/registry.h"
-#include "daemon/log.h"
+#include "platform/log.h"
 #include "platform/text.h"
 #include "tests/bring_up.h"
 #include "tests/desk_calls.h"

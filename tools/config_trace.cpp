@@ -4,7 +4,7 @@
 #include <algorithm>
 
 #include "config/config_parser.h"
-#include "platform/desk_log.h"
+#include "platform/desk/log.h"
 
 namespace tools {
 namespace {

@@ -18,7 +18,7 @@
 #include "clients/dispatch.h"
 #include "clients/dsm_device.h"
 #include "clients/registry.h"
-#include "daemon/log.h"
+#include "platform/log.h"
 #include "platform/owned.h"
 #include "platform/text.h"
 #include "triggers/command_message.h"

@@ -12,15 +12,15 @@
 
 #include <algorithm>
 #include <climits>
+#include <cstdlib>
 #include <cstring>
 #include <iterator>
-#include <new>
 #include <utility>
 
 #include "clients/dispatch.h"
 #include "clients/registry.h"
-#include "daemon/log.h"
 #include "daemon/product_version.h"
+#include "platform/log.h"
 #include "platform/monotonic_clock.h"
 #include "platform/owned.h"
 #include "platform/text.h"
@@ -283,7 +283,7 @@ int dmd_key_detect_sever_init() {
     }
     key_device_count = 0;
     if (key_device_fds == nullptr) {
-        key_device_fds = new (std::nothrow) pollfd[KEY_DEVICES_MAX]();
+        key_device_fds = static_cast<pollfd*>(calloc(KEY_DEVICES_MAX, sizeof(pollfd)));
     }
     if (key_device_fds == nullptr) {
         LOG_M("out of memory\n");

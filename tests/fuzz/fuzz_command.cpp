@@ -8,7 +8,7 @@
 
 #include "clients/dispatch.h"
 #include "clients/registry.h"
-#include "platform/desk_log.h"
+#include "platform/desk/log.h"
 #include "tests/fuzz/entry_lines.h"
 #include "triggers/command_message.h"
 #include "triggers/command_server.h"

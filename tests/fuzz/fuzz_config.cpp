@@ -4,8 +4,8 @@
 #include <cstring>
 
 #include "config/config_parser.h"
-#include "daemon/log.h"
-#include "platform/desk_log.h"
+#include "platform/desk/log.h"
+#include "platform/log.h"
 #include "platform/owned.h"
 #include "tests/config_text.h"
 

@@ -10,7 +10,7 @@
 #include <sstream>
 
 #include "emulator/control_client.h"
-#include "platform/desk_log.h"
+#include "platform/desk/log.h"
 #include "platform/text.h"
 #include "tar/tar_reader.h"
 #include "tar/tar_writer.h"

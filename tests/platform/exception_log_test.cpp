@@ -4,7 +4,7 @@
 #include <cstring>
 #include <initializer_list>
 
-#include "platform/log.h"
+#include "platform/phone_log.h"
 
 namespace {
 

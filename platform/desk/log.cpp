@@ -1,5 +1,5 @@
 // The desk stand-in of the phone's log library.
-#include "platform/desk_log.h"
+#include "platform/desk/log.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -8,8 +8,8 @@
 #include <cstdio>
 #include <cstring>
 
-#include "platform/log.h"
 #include "platform/owned.h"
+#include "platform/phone_log.h"
 #include "platform/text.h"
 
 namespace {

@@ -1,11 +1,13 @@
 // Whole reads and writes.
-#include "tar/tar_io.h"
+#pragma once
 
 #include <unistd.h>
 
 #include <cerrno>
 
-int read_fully(int fd, void* buf, int count) {
+// Reads until `count` bytes, end of file or an error. Returns the bytes read (less than count: end of file),
+// or -1 on an error.
+inline int read_fully(int fd, void* buf, int count) {
     char* const bytes = static_cast<char*>(buf);
     int done = 0;
     while (done < count) {
@@ -22,7 +24,8 @@ int read_fully(int fd, void* buf, int count) {
     return done;
 }
 
-int write_fully(int fd, const void* buf, int count) {
+// Writes until all `count` bytes are written. Returns count, or -1 on an error, errno telling why.
+inline int write_fully(int fd, const void* buf, int count) {
     const char* const bytes = static_cast<const char*>(buf);
     int done = 0;
     while (done < count) {
