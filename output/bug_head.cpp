@@ -16,8 +16,6 @@ namespace {
 
 constexpr size_t HEAD_SIZE = 256;  // bytes; what does not fit is cut off
 
-constexpr char CONTENT_LINE[] = "[Content]:\n";
-
 // Accepted as the name of a record as well; the daemon itself does not use it.
 constexpr unsigned int HEAD_OTHER_RECORD = 0x40000;
 
@@ -66,12 +64,13 @@ int bug_head_write(int fd, const dmd_error_info* info, unsigned int kind) {
     LOG_D("device name:%s, error_no:%d\n", info->device_name, info->error_no);
     const tm when = local_time(info->time);
     char head[HEAD_SIZE];
-    format_text(head, sizeof head, "\n========Device Bugreport========\n");
-    append_text(head, sizeof head, "[Date]:%4d-%02d-%02d\n", when.tm_year + 1900, when.tm_mon + 1,
+    copy_text(head, HEAD_TITLE);
+    append_text(head, sizeof head, "%s%4d-%02d-%02d\n", HEAD_DATE, when.tm_year + 1900, when.tm_mon + 1,
                 when.tm_mday);
-    append_text(head, sizeof head, "[Time]:%02d:%02d:%02d\n", when.tm_hour, when.tm_min, when.tm_sec);
-    append_text(head, sizeof head, "[Device]:%s\n[Error no]:%02d\n", info->device_name, info->error_no);
-    size_t length = append_text(head, sizeof head, "[Runing_test_switch]:%.4s\n", info->running_test_switch);
+    append_text(head, sizeof head, "%s%02d:%02d:%02d\n", HEAD_TIME, when.tm_hour, when.tm_min, when.tm_sec);
+    append_text(head, sizeof head, "%s%s\n", HEAD_DEVICE, info->device_name);
+    append_text(head, sizeof head, "%s%02d\n", HEAD_ERROR_NO, info->error_no);
+    size_t length = append_text(head, sizeof head, "%s%.4s\n", HEAD_TEST_SWITCH, info->running_test_switch);
 
     int written = 0;
     switch (kind & 0xffff) {
@@ -79,7 +78,7 @@ int bug_head_write(int fd, const dmd_error_info* info, unsigned int kind) {
             written = bytes_written(write(fd, head, length));
             break;
         case HEAD_FULL:
-            length = append_text(head, sizeof head, "[Temperature]:null\n[Process]:\n");
+            length = append_text(head, sizeof head, "%s", HEAD_PROCESSES);
             written = bytes_written(write(fd, head, length));
             process_stat_write(fd);
             break;
@@ -91,8 +90,8 @@ int bug_head_write(int fd, const dmd_error_info* info, unsigned int kind) {
         case HEAD_COMMERCIAL_RECORD:
         case HEAD_ROLLING_RECORD:
         case HEAD_OTHER_RECORD:
-            needed = static_cast<int>(strlen(CONTENT_LINE));
-            written += bytes_written(write(fd, CONTENT_LINE, strlen(CONTENT_LINE)));
+            needed = static_cast<int>(strlen(HEAD_CONTENT));
+            written += bytes_written(write(fd, HEAD_CONTENT, strlen(HEAD_CONTENT)));
             break;
         default:
             break;

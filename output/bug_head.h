@@ -3,6 +3,17 @@
 
 #include "output/error_info.h"
 
+// The texts of a head, in their order. The values stand behind the labels, each up to the end of its line.
+// A short head has no processes, and a report with neither head begins without any of them.
+constexpr char HEAD_TITLE[] = "\n========Device Bugreport========\n";
+constexpr char HEAD_DATE[] = "[Date]:";
+constexpr char HEAD_TIME[] = "[Time]:";
+constexpr char HEAD_DEVICE[] = "[Device]:";
+constexpr char HEAD_ERROR_NO[] = "[Error no]:";
+constexpr char HEAD_TEST_SWITCH[] = "[Runing_test_switch]:";
+constexpr char HEAD_PROCESSES[] = "[Temperature]:null\n[Process]:\n";
+constexpr char HEAD_CONTENT[] = "[Content]:\n";
+
 // Halves of the kind of a head: which head, and which record it is written to.
 constexpr unsigned int HEAD_SHORT = 2;
 constexpr unsigned int HEAD_FULL = 4;  // with a snapshot of the busiest processes; any other value: no head
