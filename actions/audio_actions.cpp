@@ -13,10 +13,10 @@
 #include "actions/memory_dump.h"
 #include "clients/generic_dump.h"
 #include "daemon/product_version.h"
-#include "output/output_dir.h"
 #include "output/record.h"
 #include "output/shell_command.h"
 #include "platform/log.h"
+#include "platform/owned.h"
 #include "platform/text.h"
 
 namespace {
@@ -40,21 +40,16 @@ namespace {
 constexpr unsigned int IMAGE_WAIT_SECONDS = 5;
 
 // Sizes in bytes, terminators included.
-constexpr size_t DIRECTORY_BLOCK_SIZE = 600;
 constexpr size_t DIRECTORY_TEXT_SIZE = 150;
-constexpr size_t PID_BLOCK_SIZE = 40;
+constexpr size_t PID_SIZE = 40;
 constexpr size_t PROC_PATH_SIZE = 50;
 constexpr size_t STATUS_LINE_SIZE = 1023;
 constexpr size_t DEBUGGERD_COMMAND_SIZE = 60;
 
-const char* text_of(const UniqueBuffer& block) {
-    return block != nullptr ? block.get() : "";
-}
-
-// Whether an operation that only produces files is to do so.
-bool may_produce(const char* name, const dmd_client* client, const char* RT_switch) {
+// Whether an operation that only produces files has its arguments and runs on a debug build.
+bool is_wanted(const char* operation, const dmd_client* client, const char* RT_switch) {
     if (client == nullptr || RT_switch == nullptr) {
-        LOG_M_AS(name, "dmd client or RT_switch is NULL pointer\n");
+        LOG_M_AS(operation, "dmd client or RT_switch is NULL pointer\n");
         return false;
     }
     return identify_product_version() != 1;
@@ -87,24 +82,70 @@ bool is_mediaserver(const char* number) {
     return sscanf(line, "%*s %51s", process_name) == 1 && strcmp(process_name, "mediaserver") == 0;
 }
 
+// Waits for the images, then looks for the last subdirectory of `base`, in the order of the directory, that
+// holds a readable file of that name. Fills `found` with its path and a final "/", or with the empty text.
+void find_dump_file_dir(char (&found)[DIRECTORY_TEXT_SIZE], const char* base, const char* file_name) {
+    found[0] = '\0';
+    sleep(IMAGE_WAIT_SECONDS);
+    const UniqueDir stream(opendir(base));
+    if (stream == nullptr) {
+        return;
+    }
+    while (const dirent* const entry = readdir(stream.get())) {
+        if (!is_subdirectory(stream.get(), *entry)) {
+            continue;
+        }
+        char path[PATH_MAX];
+        const size_t length = format_text(path, sizeof path, "%s/%s/%s", base, entry->d_name, file_name);
+        // Anything but a plain file must not keep the daemon waiting.
+        if (!UniqueFd(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK)).valid()) {
+            continue;
+        }
+        if (length >= sizeof found || strpbrk(entry->d_name, WORD_SEPARATORS) != nullptr) {
+            LOG_M("leave %s alone, a list of files cannot hold it\n", path);
+            continue;
+        }
+        format_text(found, sizeof found, "%s/%s/", base, entry->d_name);
+    }
+}
+
+// Fills `pid` with the number of the last process in /proc that is named "mediaserver", or with the empty
+// text.
+void get_mediaserver_pid(char (&pid)[PID_SIZE]) {
+    pid[0] = '\0';
+    const UniqueDir stream(opendir("/proc"));
+    if (stream == nullptr) {
+        return;
+    }
+    while (const dirent* const entry = readdir(stream.get())) {
+        // Processes are the entries that are numbers; anything else does not belong in a command either.
+        if (strspn(entry->d_name, "0123456789") == strlen(entry->d_name) &&
+            is_subdirectory(stream.get(), *entry) && is_mediaserver(entry->d_name)) {
+            copy_text(pid, entry->d_name);
+        }
+    }
+}
+
 void list_soc_hifi_files(char* list, size_t size) {
-    const UniqueBuffer images = find_dump_file_dir(MEMORY_DUMP_DIR, "hifi3.bin");
-    const UniqueBuffer log = find_dump_file_dir(HIFI_LOG_DIR, "hifi.log");
-    const char* const prefix = text_of(images);
-    format_text(list, size, "%shifi3.bin %shifi3_ocram.bin %shifi3_tcm.bin %shifi.log", prefix, prefix,
-                prefix, text_of(log));
+    char images[DIRECTORY_TEXT_SIZE];
+    char log[DIRECTORY_TEXT_SIZE];
+    find_dump_file_dir(images, MEMORY_DUMP_DIR, "hifi3.bin");
+    find_dump_file_dir(log, HIFI_LOG_DIR, "hifi.log");
+    format_text(list, size, "%shifi3.bin %shifi3_ocram.bin %shifi3_tcm.bin %shifi.log", images, images,
+                images, log);
 }
 
 void list_codec_hifi_files(char* list, size_t size) {
-    const UniqueBuffer images = find_dump_file_dir(MEMORY_DUMP_DIR, "zc8830_reg.bin");
-    const char* const prefix = text_of(images);
-    format_text(list, size, "%szc8830_reg.bin %szc8830_ocram.bin %szc8830_tcm.bin %s", prefix, prefix, prefix,
+    char images[DIRECTORY_TEXT_SIZE];
+    find_dump_file_dir(images, MEMORY_DUMP_DIR, "zc8830_reg.bin");
+    format_text(list, size, "%szc8830_reg.bin %szc8830_ocram.bin %szc8830_tcm.bin %s", images, images, images,
                 RESET_FILES);
 }
 
 void list_audio_files(char* list, size_t size) {
-    const UniqueBuffer log = find_dump_file_dir(HIFI_LOG_DIR, "hifi.log");
-    format_text(list, size, "%shifi.log %s", text_of(log),
+    char log[DIRECTORY_TEXT_SIZE];
+    find_dump_file_dir(log, HIFI_LOG_DIR, "hifi.log");
+    format_text(list, size, "%shifi.log %s", log,
                 CODEC_DUMP " " AUDIO_POLICY_LOG " " AUDIO_FLINGER_LOG " " AUDIO_LOG " " MEDIA_PLAYER_LOG
                            " " MEDIA_DUMP " " RESET_FILES);
 }
@@ -115,13 +156,17 @@ void remove_codec_dump() {
 
 void remove_audio_files() {
     remove_codec_dump();
-    remove_media_dump_logs();
+    run_command("rm " AUDIO_POLICY_LOG);
+    run_command("rm " AUDIO_FLINGER_LOG);
+    run_command("rm " AUDIO_LOG);
+    run_command("rm " MEDIA_PLAYER_LOG);
+    run_command("rm " MEDIA_DUMP);
 }
 
 }  // namespace
 
 int codec_dump_error(dmd_client* client, int error_no, const char* RT_switch) {
-    if (may_produce(__FUNCTION__, client, RT_switch)) {
+    if (is_wanted(__FUNCTION__, client, RT_switch)) {
         run_command("cat /sys/kernel/debug/zc8830/rh > " CODEC_DUMP);
         LOG_D("codec_dump on error_no %d.\n", error_no);
     }
@@ -129,7 +174,7 @@ int codec_dump_error(dmd_client* client, int error_no, const char* RT_switch) {
 }
 
 int hifi_force_dump_error(dmd_client* client, int error_no, const char* RT_switch) {
-    if (may_produce(__FUNCTION__, client, RT_switch)) {
+    if (is_wanted(__FUNCTION__, client, RT_switch)) {
         // It goes where the daemon's own output goes; nothing keeps it.
         run_command("cat /proc/hifidebug/dspdumplog");
         LOG_D("hifi_force_dump on error_no %d.\n", error_no);
@@ -138,14 +183,15 @@ int hifi_force_dump_error(dmd_client* client, int error_no, const char* RT_switc
 }
 
 int media_dump_error(dmd_client* client, int error_no, const char* RT_switch) {
-    if (may_produce(__FUNCTION__, client, RT_switch)) {
+    if (is_wanted(__FUNCTION__, client, RT_switch)) {
         run_command("dumpsys media.audio_policy > " AUDIO_POLICY_LOG);
         run_command("dumpsys media.audio_flinger > " AUDIO_FLINGER_LOG);
         run_command("dumpsys audio > " AUDIO_LOG);
         run_command("dumpsys media.player > " MEDIA_PLAYER_LOG);
+        char pid[PID_SIZE];
+        get_mediaserver_pid(pid);
         char command[DEBUGGERD_COMMAND_SIZE];
-        const UniqueBuffer pid = get_mediaserver_pid();
-        format_text(command, sizeof command, "debuggerd -b %s > " MEDIA_DUMP, text_of(pid));
+        format_text(command, sizeof command, "debuggerd -b %s > " MEDIA_DUMP, pid);
         run_command(command);
         LOG_D("media_dump on error_no %d.\n", error_no);
     }
@@ -170,55 +216,4 @@ int codec_hifi_reset_dump_error(dmd_client* client, int error_no, const char* RT
 int maxim_smartpa_dump_error(dmd_client* client, int error_no, const char* RT_switch) {
     return log_collection_action(__FUNCTION__, client, error_no, RT_switch, CODEC_DUMP " ", DMD_OUTPUT_FULL,
                                  {codec_dump_error, nullptr, remove_codec_dump});
-}
-
-int remove_media_dump_logs() {
-    run_command("rm " AUDIO_POLICY_LOG);
-    run_command("rm " AUDIO_FLINGER_LOG);
-    run_command("rm " AUDIO_LOG);
-    run_command("rm " MEDIA_PLAYER_LOG);
-    run_command("rm " MEDIA_DUMP);
-    return 0;
-}
-
-UniqueBuffer find_dump_file_dir(const char* base, const char* file_name) {
-    UniqueBuffer found = allocate_zeroed(DIRECTORY_BLOCK_SIZE);
-    sleep(IMAGE_WAIT_SECONDS);
-    const UniqueDir stream(opendir(base));
-    if (found == nullptr || stream == nullptr) {
-        return found;
-    }
-    while (const dirent* const entry = readdir(stream.get())) {
-        if (!is_subdirectory(stream.get(), *entry)) {
-            continue;
-        }
-        char path[PATH_MAX];
-        const size_t length = format_text(path, sizeof path, "%s/%s/%s", base, entry->d_name, file_name);
-        // Anything but a plain file must not keep the daemon waiting.
-        if (!UniqueFd(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK)).valid()) {
-            continue;
-        }
-        if (length >= DIRECTORY_TEXT_SIZE || strpbrk(entry->d_name, WORD_SEPARATORS) != nullptr) {
-            LOG_M("leave %s alone, a list of files cannot hold it\n", path);
-            continue;
-        }
-        format_text(found.get(), DIRECTORY_TEXT_SIZE, "%s/%s/", base, entry->d_name);
-    }
-    return found;
-}
-
-UniqueBuffer get_mediaserver_pid() {
-    UniqueBuffer pid = allocate_zeroed(PID_BLOCK_SIZE);
-    const UniqueDir stream(opendir("/proc"));
-    if (pid == nullptr || stream == nullptr) {
-        return pid;
-    }
-    while (const dirent* const entry = readdir(stream.get())) {
-        // Processes are the entries that are numbers; anything else does not belong in a command either.
-        if (strspn(entry->d_name, "0123456789") == strlen(entry->d_name) &&
-            is_subdirectory(stream.get(), *entry) && is_mediaserver(entry->d_name)) {
-            copy_text(pid.get(), PID_BLOCK_SIZE, entry->d_name);
-        }
-    }
-    return pid;
 }

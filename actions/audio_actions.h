@@ -5,7 +5,6 @@
 #pragma once
 
 #include "clients/client.h"
-#include "platform/owned.h"
 
 // Writes the codec's registers to /data/zc8830dump.log. Always 0.
 int codec_dump_error(dmd_client* client, int error_no, const char* RT_switch);
@@ -32,15 +31,3 @@ int codec_hifi_reset_dump_error(dmd_client* client, int error_no, const char* RT
 // Dumps the codec's registers, reports the client's error text with them, and removes the file. 0, or -1 on a
 // null argument or no memory.
 int maxim_smartpa_dump_error(dmd_client* client, int error_no, const char* RT_switch);
-
-// Removes the files of media_dump_error. Always 0.
-int remove_media_dump_logs();
-
-// Waits 5 seconds, then looks for the last subdirectory of `base`, in the order of the directory, that holds
-// a readable file of that name. Returns its path with a final "/", at most 149 characters, or the empty text;
-// null when there is no memory.
-UniqueBuffer find_dump_file_dir(const char* base, const char* file_name);
-
-// The number, as text, of the last process in /proc that is named "mediaserver", or the empty text; null when
-// there is no memory.
-UniqueBuffer get_mediaserver_pid();

@@ -24,7 +24,7 @@
 
 namespace {
 
-constexpr char NAME[] = "lcd_force_dump_error";
+constexpr char OPERATION[] = "lcd_force_dump_error";
 
 constexpr char FRAME_DIR[] = "/data/hwcdump";
 // Set to 1 to ask for a dump; the graphics side sets it to 0 when it is done.
@@ -33,42 +33,12 @@ constexpr char ENABLE_PROPERTY[] = "debug.frame_dump_enable";
 // Looks at the property, one second apart.
 constexpr int WAIT_ATTEMPTS = 60;
 
-// A whole file, mapped read-only. Null when it could not be mapped, errno telling why.
-class FileMapping {
-  public:
-    FileMapping(int fd, long long size) {
-        if (size > INT_MAX) {
-            errno = EFBIG;  // more than a dump can hold
-            return;
-        }
-        void* const mapped = mmap(nullptr, static_cast<size_t>(size), PROT_READ, MAP_SHARED, fd, 0);
-        if (mapped != MAP_FAILED) {
-            bytes_ = mapped;
-            size_ = static_cast<int>(size);
-        }
-    }
-    ~FileMapping() {
-        if (bytes_ != nullptr) {
-            munmap(bytes_, static_cast<size_t>(size_));
-        }
-    }
-    FileMapping(const FileMapping&) = delete;
-    FileMapping& operator=(const FileMapping&) = delete;
-
-    const void* bytes() const { return bytes_; }
-    int size() const { return size_; }
-
-  private:
-    void* bytes_ = nullptr;
-    int size_ = 0;
-};
-
 void ask_for_frames() {
     property_set(ENABLE_PROPERTY, "1");
     property_set("debug.frame_dump_cnt", "2");
     property_set("debug.composed_frame_dump_count", "2");
     if (run_command("dumpsys SurfaceFlinger") < 0) {
-        LOG_M_AS(NAME, "system call dumpsys SurfaceFlinger failed. error:%s.", strerror(errno));
+        LOG_M_AS(OPERATION, "system call dumpsys SurfaceFlinger failed. error:%s.", strerror(errno));
     }
 }
 
@@ -85,9 +55,9 @@ bool wait_for_frames() {
             return true;
         }
         sleep(1);
-        LOG_M_AS(NAME, "waiting for the graphics dump ...");
+        LOG_M_AS(OPERATION, "waiting for the graphics dump ...");
     }
-    LOG_M_AS(NAME, "graphic dump timeout.");
+    LOG_M_AS(OPERATION, "graphic dump timeout.");
     return false;
 }
 
@@ -135,13 +105,20 @@ int lcd_force_dump_error(dmd_client* client, int error_no, const char* RT_switch
             LOG_M("Unable to open %s-%s\n", path, strerror(errno));
             return -1;
         }
-        const FileMapping frame(file.get(), status.st_size);
-        if (frame.bytes() == nullptr) {
+        const auto size = static_cast<size_t>(status.st_size);
+        void* frame = MAP_FAILED;
+        if (status.st_size > INT_MAX) {
+            errno = EFBIG;  // more than a dump can hold
+        } else {
+            frame = mmap(nullptr, size, PROT_READ, MAP_SHARED, file.get(), 0);
+        }
+        if (frame == MAP_FAILED) {
             LOG_M("graphics dumped file mmap failed, %s.\n", strerror(errno));
             return -1;
         }
         dmd_error_info info = describe_standalone_dump(client, error_no, RT_switch);
-        dmd_compress_output(frame.bytes(), frame.size(), &info, DUMP_BYTES);
+        dmd_compress_output(frame, static_cast<int>(size), &info, DUMP_BYTES);
+        munmap(frame, size);
     }
     return 0;
 }

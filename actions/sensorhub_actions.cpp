@@ -21,7 +21,7 @@
 
 namespace {
 
-constexpr char NAME[] = "sensorhub_dump_error";
+constexpr char OPERATION[] = "sensorhub_dump_error";
 
 // How long the sensor hub takes to write its image.
 constexpr unsigned int IMAGE_WAIT_SECONDS = 10;
@@ -32,7 +32,7 @@ constexpr unsigned int IMAGE_WAIT_SECONDS = 10;
 bool find_newest_image(char (&image_path)[PATH_SIZE]) {
     const UniqueDir dir(opendir(MEMORY_DUMP_DIR));
     if (dir == nullptr) {
-        LOG_M_AS(NAME, "unable to open %s -%s\n", MEMORY_DUMP_DIR, strerror(errno));
+        LOG_M_AS(OPERATION, "unable to open %s -%s\n", MEMORY_DUMP_DIR, strerror(errno));
         return false;
     }
     unsigned long newest = 0;
@@ -41,17 +41,17 @@ bool find_newest_image(char (&image_path)[PATH_SIZE]) {
         format_text(path, sizeof path, "%s/%s", MEMORY_DUMP_DIR, entry->d_name);
         struct stat status;
         if (stat(path, &status) != 0) {
-            LOG_M_AS(NAME, "get %s's information failed\n", path);
+            LOG_M_AS(OPERATION, "get %s's information failed\n", path);
             continue;
         }
         const auto time = static_cast<unsigned long>(status.st_mtime);
         if (time > newest) {
-            LOG_D_AS(NAME, "the lastest file name %s, time %lu\n", entry->d_name, time);
+            LOG_D_AS(OPERATION, "the lastest file name %s, time %lu\n", entry->d_name, time);
             format_text(image_path, sizeof image_path, "%s/rdr.bin", path);
             newest = time;
         } else {
-            LOG_D_AS(NAME, "file %s time %lu not the lastest file, lastest file time %lu\n", entry->d_name,
-                     time, newest);
+            LOG_D_AS(OPERATION, "file %s time %lu not the lastest file, lastest file time %lu\n",
+                     entry->d_name, time, newest);
         }
     }
     return true;
@@ -66,15 +66,15 @@ void save_newest_image(dmd_client* client, char* buffer, dmd_error_info* info) {
     // What is no plain file must not keep the daemon waiting.
     const UniqueFd image(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     if (!image.valid()) {
-        LOG_M_AS(NAME, "open %s failed - %s\n", path, strerror(errno));
+        LOG_M_AS(OPERATION, "open %s failed - %s\n", path, strerror(errno));
         return;
     }
     errno = 0;
     const int got = static_cast<int>(read(image.get(), buffer, client->buffer_size));
     const int reason = errno;
-    LOG_D_AS(NAME, "read %s size %d\n", path, got);
+    LOG_D_AS(OPERATION, "read %s size %d\n", path, got);
     if (got <= 0) {
-        LOG_M_AS(NAME, "read %s return %d - %s\n", path, got, strerror(reason));
+        LOG_M_AS(OPERATION, "read %s return %d - %s\n", path, got, strerror(reason));
         return;
     }
     dmd_compress_output(buffer, got, info, DUMP_BYTES);

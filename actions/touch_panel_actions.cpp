@@ -23,7 +23,7 @@ namespace {
 #define KERNEL_LOG_LEVEL "/sys/bus/platform/devices/qelvan_touch/loglevel"
 #define FRAMEWORK_LOG "/sys/touch_screen/synaptics_trigger_log"
 
-constexpr char COLLECT[] = "tp_force_dump_error";
+constexpr char OPERATION[] = "tp_force_dump_error";
 
 constexpr size_t TEXT_SIZE = 32768;
 
@@ -38,49 +38,48 @@ enum : int {
 // Every step of the cycle is taken by the one thread that changes the state.
 std::atomic<int> tp_debug_state{TP_DEBUG_IDLE};
 
-// A command and the message, a format of the operation's name and the error, for when it could not be run.
+// A command, and the beginning of the message for when it could not be run.
 struct tp_command {
     const char* line;
     const char* failed;
 };
 
 constexpr tp_command ARM[] = {
-    {"settings put system show_touches 1", "[M/%s] show tp touch failed. error:%s."},
-    {"settings put system pointer_location 1", "[M/%s] show tp pointer location failed. error:%s."},
-    {"settings put system haptic_feedback_enabled 1", "[M/%s] open haptic feedback failed. error:%s."},
+    {"settings put system show_touches 1", "show tp touch failed"},
+    {"settings put system pointer_location 1", "show tp pointer location failed"},
+    {"settings put system haptic_feedback_enabled 1", "open haptic feedback failed"},
 };
-constexpr tp_command TAKE_SCREENSHOT = {"screencap -p " DMD_LOG_DIR "/tp_screencap.png",
-                                        "[M/%s] screencap failed. error:%s."};
-constexpr tp_command DUMP_INPUT = {"dumpsys input > " INPUT_DUMP, "[M/%s] dumpsys inputfailed. error:%s."};
+constexpr tp_command TAKE_SCREENSHOT = {"screencap -p " DMD_LOG_DIR "/tp_screencap.png", "screencap failed"};
+constexpr tp_command DUMP_INPUT = {"dumpsys input > " INPUT_DUMP, "dumpsys inputfailed"};
 constexpr tp_command SWITCH_LOGS_ON[] = {
-    {"echo 1 > " KERNEL_LOG_LEVEL, "[M/%s] open tp kernel log failed. error:%s."},
-    {"echo 1 > " FRAMEWORK_LOG, "[M/%s] enable tp framework log failed. error:%s."},
+    {"echo 1 > " KERNEL_LOG_LEVEL, "open tp kernel log failed"},
+    {"echo 1 > " FRAMEWORK_LOG, "enable tp framework log failed"},
 };
 constexpr tp_command VIBRATE = {"echo 500 > /sys/class/timed_output/vibrator/enable",
-                                "[M/%s] vibrator enable failed. error:%s."};
+                                "vibrator enable failed"};
 constexpr tp_command DISABLE[] = {
-    {"echo 0 > " KERNEL_LOG_LEVEL, "[M/%s] disable tp kernel log failed. error:%s."},
-    {"echo 0 > " FRAMEWORK_LOG, "[M/%s] disable tp framework log failed. error:%s."},
-    {"settings put system show_touches 0", "[M/%s]  tp touch disable failed. error:%s."},
-    {"settings put system pointer_location 0", "[M/%s]  tp pointer location disable failed. error:%s."},
-    {"settings put system haptic_feedback_enabled 0", "[M/%s]  haptic feedback disable failed. error:%s."},
+    {"echo 0 > " KERNEL_LOG_LEVEL, "disable tp kernel log failed"},
+    {"echo 0 > " FRAMEWORK_LOG, "disable tp framework log failed"},
+    {"settings put system show_touches 0", " tp touch disable failed"},
+    {"settings put system pointer_location 0", " tp pointer location disable failed"},
+    {"settings put system haptic_feedback_enabled 0", " haptic feedback disable failed"},
 };
 
 // Runs a command. Returns its status.
-int run(const char* name, const tp_command& command) {
+int run(const char* operation, const tp_command& command) {
     const int status = run_command(command.line);
     if (status < 0) {
-        __android_log_print(ANDROID_LOG_ERROR, "DMD", command.failed, name, strerror(errno));
+        LOG_M_AS(operation, "%s. error:%s.", command.failed, strerror(errno));
     }
     return status;
 }
 
 // Runs commands in order, whatever becomes of each. Returns the status of the last one.
 template <size_t N>
-int run_all(const char* name, const tp_command (&commands)[N]) {
+int run_all(const char* operation, const tp_command (&commands)[N]) {
     int status = 0;
     for (const tp_command& command : commands) {
-        status = run(name, command);
+        status = run(operation, command);
     }
     return status;
 }
@@ -97,23 +96,18 @@ void append(dump_text* text, const char* piece) {
     text->length += fitting;
 }
 
-// A file that goes into the dump text, and the messages (formats of the operation's name) when reading it
-// brought something, which may be null, and (with the error) when it did not.
+// A file that goes into the dump text.
 struct tp_source {
     const char* path;
-    const char* brought;
-    const char* failed;
+    const char* name;   // in the messages about reading it
+    bool says_success;  // a message tells when reading it brought something
 };
 
-constexpr tp_source RAW = {"/proc/touchscreen/rawdata", "[M/%s] read tp raw capacity OK!",
-                           "[M/%s] read tp raw capacity failed!error:%s."};
-constexpr tp_source DIFF = {"/sys/touch_screen/synaptics_debug_test", "[M/%s] read tp diff capacity OK!",
-                            "[M/%s] read tp diff capacity failed!error:%s."};
-constexpr tp_source INPUT = {INPUT_DUMP, nullptr, "[M/%s] read dmd_temp.txt failed!error:%s."};
-constexpr tp_source USB = {"/sys/class/power_supply/USB/online", nullptr,
-                           "[M/%s] read USB state failed!error:%s."};
-constexpr tp_source CHARGER = {"/sys/class/power_supply/Mains/online", nullptr,
-                               "[M/%s] read charger state failed!error:%s."};
+constexpr tp_source RAW = {"/proc/touchscreen/rawdata", "tp raw capacity", true};
+constexpr tp_source DIFF = {"/sys/touch_screen/synaptics_debug_test", "tp diff capacity", true};
+constexpr tp_source INPUT = {INPUT_DUMP, "dmd_temp.txt", false};
+constexpr tp_source USB = {"/sys/class/power_supply/USB/online", "USB state", false};
+constexpr tp_source CHARGER = {"/sys/class/power_supply/Mains/online", "charger state", false};
 
 enum class outcome { absent, added, empty };
 
@@ -123,7 +117,7 @@ outcome append_file(dump_text* text, const tp_source& source) {
     // What is no plain file must not keep the daemon waiting.
     const UniqueFd file(open(source.path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     if (!file.valid()) {
-        LOG_M_AS(COLLECT, "Unable to open %s - %s\n", source.path, strerror(errno));
+        LOG_M_AS(OPERATION, "Unable to open %s - %s\n", source.path, strerror(errno));
         return outcome::absent;
     }
     const size_t room = TEXT_SIZE - text->length;
@@ -133,11 +127,11 @@ outcome append_file(dump_text* text, const tp_source& source) {
     errno = 0;
     const ssize_t got = read(file.get(), text->bytes.get() + text->length, room);
     if (got <= 0) {
-        __android_log_print(ANDROID_LOG_ERROR, "DMD", source.failed, COLLECT, strerror(errno));
+        LOG_M_AS(OPERATION, "read %s failed!error:%s.", source.name, strerror(errno));
         return outcome::empty;
     }
-    if (source.brought != nullptr) {
-        __android_log_print(ANDROID_LOG_ERROR, "DMD", source.brought, COLLECT);
+    if (source.says_success) {
+        LOG_M_AS(OPERATION, "read %s OK!", source.name);
     }
     text->length += static_cast<size_t>(got);
     return outcome::added;
@@ -157,24 +151,24 @@ outcome append_state(dump_text* text, const char* label, const tp_source& source
 int collect(const dmd_client* client, int error_no, const char* RT_switch) {
     dump_text text;
     if (text.bytes == nullptr) {
-        LOG_M_AS(COLLECT, "read_buffer alloc failed:%s\n", strerror(errno));
+        LOG_M_AS(OPERATION, "read_buffer alloc failed:%s\n", strerror(errno));
         return -1;
     }
     append_file(&text, RAW);
     append_file(&text, DIFF);
     append(&text, "\n");
     mkdir_parent();  // the screenshot may be the first file there
-    run(COLLECT, TAKE_SCREENSHOT);
-    const int input_status = run(COLLECT, DUMP_INPUT);
+    run(OPERATION, TAKE_SCREENSHOT);
+    const int input_status = run(OPERATION, DUMP_INPUT);
     append_file(&text, INPUT);
     append_state(&text, "USB insert state is:", USB);
     if (append_state(&text, "CHARGER insert state is:", CHARGER) == outcome::empty) {
         return input_status;
     }
-    run_all(COLLECT, SWITCH_LOGS_ON);
+    run_all(OPERATION, SWITCH_LOGS_ON);
     dmd_error_info info = describe_standalone_dump(client, error_no, RT_switch);
     dmd_compress_output(text.bytes.get(), static_cast<int>(text.length), &info, DUMP_BYTES);
-    return run(COLLECT, VIBRATE);
+    return run(OPERATION, VIBRATE);
 }
 
 }  // namespace

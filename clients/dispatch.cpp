@@ -7,14 +7,14 @@ namespace {
 
 using slots = client_dump_operation[SLOT_COUNT];
 
-int run_slot(const char* caller, dmd_client* client, const slots& operations, int error_no, int slot,
+int run_slot(const char* operation, dmd_client* client, const slots& operations, int error_no, int slot,
              const char* RT_switch) {
     // Slot numbers come unchecked from the configuration; one out of range is like an empty one.
     if (slot < 0 || slot >= SLOT_COUNT || operations[slot] == nullptr) {
         return 0;
     }
     const int result = operations[slot](client, error_no, RT_switch);
-    LOG_D_AS(caller, "dump %s error %d return %d\n", client->info->name, error_no, result);
+    LOG_D_AS(operation, "dump %s error %d return %d\n", client->info->name, error_no, result);
     return result;
 }
 

@@ -11,11 +11,11 @@
 namespace {
 
 // Opens the driver and binds the descriptor to the client. Returns what the request returned, or -1 when the
-// driver could not be opened, after a message under the caller's name.
-int open_and_bind(const char* caller, const char* name, UniqueFd* fd) {
+// driver could not be opened, after a message.
+int open_and_bind(const char* operation, const char* name, UniqueFd* fd) {
     fd->reset(open(DSM_DEVICE, O_RDWR | O_CLOEXEC));
     if (!fd->valid()) {
-        LOG_M_AS(caller, "can't open %s \n", DSM_DEVICE);
+        LOG_M_AS(operation, "can't open %s \n", DSM_DEVICE);
         return -1;
     }
     dsm_argument argument = {};

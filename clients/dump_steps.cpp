@@ -67,37 +67,37 @@ dmd_error_info describe_standalone_dump(const dmd_client* client, int error_no, 
     return info;
 }
 
-UniqueBuffer start_dump(const char* name, const dmd_client* client, const char* RT_switch) {
+UniqueBuffer start_dump(const char* operation, const dmd_client* client, const char* RT_switch) {
     if (client == nullptr || RT_switch == nullptr) {
-        LOG_M_AS(name, "dmd client or RT_switch is NULL pointer\n");
+        LOG_M_AS(operation, "dmd client or RT_switch is NULL pointer\n");
         return nullptr;
     }
     UniqueBuffer buffer = allocate_zeroed(size_t{client->buffer_size} + 1);
     if (buffer == nullptr) {
-        LOG_M_AS(name, "dmd dump buff malloc failed\n");
+        LOG_M_AS(operation, "dmd dump buff malloc failed\n");
     }
     return buffer;
 }
 
-int read_error_text(const char* name, dmd_client* client, char* buffer, const char* RT_switch,
+int read_error_text(const char* operation, dmd_client* client, char* buffer, const char* RT_switch,
                     dmd_error_info* info) {
     errno = 0;  // a read that brings nothing leaves it
     const int got = static_cast<int>(dsm_read_pending(client, buffer));
     if (got <= 0) {
-        LOG_M_AS(name, "read %s return %d - %s\n", client->info->name, got, strerror(errno));
+        LOG_M_AS(operation, "read %s return %d - %s\n", client->info->name, got, strerror(errno));
         return got;
     }
-    LOG_M_AS(name, "%s finish dump %d bytes\n", client->info->name, got);
+    LOG_M_AS(operation, "%s finish dump %d bytes\n", client->info->name, got);
     describe_client(info, client, RT_switch);
     return got;
 }
 
-int request_force_dump(const char* name, dmd_client* client, int error_no) {
+int request_force_dump(const char* operation, dmd_client* client, int error_no) {
     dsm_argument argument = {};
     format_text(argument.text, ERROR_NUMBER_SIZE, "%d", error_no);
     const int result = dsm_request(client->fd, DSM_IOCTL_FORCE_DUMP, &argument);
     if (result != 0) {
-        LOG_M_AS(name, "force dump %s failed %d\n", client->info->name, result);
+        LOG_M_AS(operation, "force dump %s failed %d\n", client->info->name, result);
     }
     return result;
 }

@@ -1,4 +1,5 @@
-// The steps that the dump operations of clients are made of. Messages carry `name`, the operation's.
+// The steps that the dump operations of clients are made of. Messages carry `operation`, the name of
+// the operation.
 #pragma once
 
 #include "clients/client.h"
@@ -19,12 +20,12 @@ dmd_error_info describe_standalone_dump(const dmd_client* client, int error_no, 
 
 // Checks the arguments and allocates the client's buffer: zero-filled, one byte more than the driver fills,
 // so that it holds text. Null, after a message, when the dump cannot start.
-UniqueBuffer start_dump(const char* name, const dmd_client* client, const char* RT_switch);
+UniqueBuffer start_dump(const char* operation, const dmd_client* client, const char* RT_switch);
 
 // Reads the client's pending error text into the buffer of start_dump and completes the description. Returns
 // the bytes read; 0 or less, after a message, when nothing was read and the description is as it was.
-int read_error_text(const char* name, dmd_client* client, char* buffer, const char* RT_switch,
+int read_error_text(const char* operation, dmd_client* client, char* buffer, const char* RT_switch,
                     dmd_error_info* info) REQUIRES(client->mutex);
 
 // Makes the driver dump the client. 0, or the driver's refusal after a message.
-int request_force_dump(const char* name, dmd_client* client, int error_no) REQUIRES(client->mutex);
+int request_force_dump(const char* operation, dmd_client* client, int error_no) REQUIRES(client->mutex);

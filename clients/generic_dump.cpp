@@ -13,10 +13,10 @@ constexpr size_t EXTRA_FILES_SIZE = 1024;
 
 }  // namespace
 
-int log_collection_action(const char* name, dmd_client* client, int error_no, const char* RT_switch,
+int log_collection_action(const char* operation, dmd_client* client, int error_no, const char* RT_switch,
                           const char* extra_files, int mode, const collection_steps& steps) {
     dmd_error_info info = start_description(error_no);
-    const UniqueBuffer buffer = start_dump(name, client, RT_switch);
+    const UniqueBuffer buffer = start_dump(operation, client, RT_switch);
     if (buffer == nullptr) {
         return -1;
     }
@@ -25,7 +25,7 @@ int log_collection_action(const char* name, dmd_client* client, int error_no, co
     }
     {
         const MutexLock lock(client->mutex);
-        const int got = read_error_text(name, client, buffer.get(), RT_switch, &info);
+        const int got = read_error_text(operation, client, buffer.get(), RT_switch, &info);
         if (got > 0) {
             char list[EXTRA_FILES_SIZE];
             if (steps.list_extra_files != nullptr) {
@@ -35,7 +35,7 @@ int log_collection_action(const char* name, dmd_client* client, int error_no, co
             dmd_direct_output(buffer.get(), got, &info, extra_files, mode);
         }
     }
-    LOG_D_AS(name, "%s finish dump\n", client->info->name);
+    LOG_D_AS(operation, "%s finish dump\n", client->info->name);
     if (steps.finish != nullptr) {
         steps.finish();
     }

@@ -19,9 +19,9 @@ struct collection_steps {
 };
 
 // Reads the client's pending error text and reports it with the extra files (space-separated paths, may be
-// null) in the given output mode, all under the client's lock. Messages carry `name`. Returns 0, also when
-// nothing could be read, or -1 on a null argument or no memory; no step runs then.
-int log_collection_action(const char* name, dmd_client* client, int error_no, const char* RT_switch,
+// null) in the given output mode, all under the client's lock. Messages carry `operation`. Returns 0, also
+// when nothing could be read, or -1 on a null argument or no memory; no step runs then.
+int log_collection_action(const char* operation, dmd_client* client, int error_no, const char* RT_switch,
                           const char* extra_files, int mode, const collection_steps& steps = {});
 
 // The generic dump operation: the error text alone. 0, or -1.

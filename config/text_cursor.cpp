@@ -1,8 +1,6 @@
 // Moving through text that is edited in place.
 #include "config/text_cursor.h"
 
-const char WORD_SEPARATORS[] = "\t\r\n ";
-
 bool is_whitespace(char character) {
     return character == ' ' || character == '\t' || character == '\r' || character == '\n';
 }

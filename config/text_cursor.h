@@ -5,6 +5,8 @@
 // never taken for more than it shows.
 #pragma once
 
+#include "platform/text.h"
+
 struct text_cursor {
     char* at;
     char* end;
@@ -12,9 +14,6 @@ struct text_cursor {
 
 // Whether `character` is space, tab, CR or LF; nothing else separates words.
 bool is_whitespace(char character);
-
-// The separators of the words in a line, for strtok_r.
-extern const char WORD_SEPARATORS[];
 
 // Moves over whitespace, to any other character or the end.
 void skip_whitespace(text_cursor* cursor);

@@ -11,6 +11,7 @@
 #include "output/dump_archive.h"
 #include "output/output_dir.h"
 #include "output/retention.h"
+#include "output/upload.h"
 #include "platform/io.h"
 #include "platform/log.h"
 #include "platform/mutex.h"
@@ -19,7 +20,7 @@
 
 namespace {
 
-constexpr char NAME[] = "dmd_compress_output";
+constexpr char OPERATION[] = "dmd_compress_output";
 
 // Serialises dmd_compress_output as a whole, but not with the record files.
 Mutex compress_lock;
@@ -30,10 +31,10 @@ bool write_dump(const char* path, const void* buf, int len) {
     if (!file.valid()) {
         return false;
     }
-    LOG_D_AS(NAME, "output to file: %s, size: %d\n", path, len);
+    LOG_D_AS(OPERATION, "output to file: %s, size: %d\n", path, len);
     if (write_fully(file.get(), buf, len) != len) {
         // What is there is still worth keeping.
-        LOG_M_AS(NAME, "the dump in %s is cut or lost - %s\n", path, strerror(errno));
+        LOG_M_AS(OPERATION, "the dump in %s is cut or lost - %s\n", path, strerror(errno));
     }
     fsync(file.get());
     return true;
@@ -72,8 +73,8 @@ int dmd_compress_output(const void* buf, int len, dmd_error_info* info, int type
     char command[COMMAND_SIZE];
     format_text(command, sizeof command, "dmd_tar -cf %s", path);
     if (type == DUMP_PATHS) {
-        append_paths(NAME, command, static_cast<const char*>(buf));
-        result = run_archive_command(NAME, command);
+        append_paths(OPERATION, command, static_cast<const char*>(buf));
+        result = run_archive_command(OPERATION, command);
         if (result < 0) {
             return result;
         }
@@ -82,10 +83,12 @@ int dmd_compress_output(const void* buf, int len, dmd_error_info* info, int type
     }
     // An archive command has been split at its first blank by now.
     LOG_M("dmd_tar_cmd:%s.\n", command);
-    if (compress_dump(path) != 0) {
+    if (gzip_file(path) != 0) {
         LOG_M("compress error  - %s\n", strerror(errno));
     }
+    append_text(path, sizeof path, ".gz");
     LOG_D("new compress file - %s", path);
-    publish_dump(NAME, path, info);
+    make_readable(OPERATION, path);
+    dmd_file_upload(path, info);
     return result;
 }

@@ -1,4 +1,4 @@
-// Dump archives.
+// Naming, packing and compressing a dump.
 #include "output/dump_archive.h"
 
 #include <sys/stat.h>
@@ -8,7 +8,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "output/upload.h"
+#include "output/shell_command.h"
 #include "platform/log.h"
 #include "platform/text.h"
 #include "tar/tar_main.h"
@@ -16,6 +16,7 @@
 namespace {
 
 constexpr mode_t DUMP_MODE = 0644;
+constexpr int MIN_COMMAND_WORDS = 3;
 
 }  // namespace
 
@@ -25,7 +26,7 @@ void format_dump_stem(char* path, size_t size, const dmd_error_info& info) {
                 when.tm_min, when.tm_sec);
 }
 
-void append_paths(const char* name, char (&command)[COMMAND_SIZE], const char* paths) {
+void append_paths(const char* operation, char (&command)[COMMAND_SIZE], const char* paths) {
     const size_t used = strlen(command);
     size_t kept = append_text(command, sizeof command, " %s", paths) - used;
     if (kept == strlen(paths) + 1) {
@@ -38,43 +39,57 @@ void append_paths(const char* name, char (&command)[COMMAND_SIZE], const char* p
     command[used + kept] = '\0';
     const char* const left_out = paths + kept + strspn(paths + kept, WORD_SEPARATORS);
     if (*left_out != '\0') {
-        LOG_M_AS(name, "no room in the archive command for %s\n", left_out);
+        LOG_M_AS(operation, "no room in the archive command for %s\n", left_out);
     }
 }
 
-int run_archive_command(const char* name, char* command) {
+int parse_command(char* text, int* argc, char** argv) {
+    char* rest = nullptr;
+    int words = 0;
+    char* word = strtok_r(text, WORD_SEPARATORS, &rest);
+    for (; word != nullptr && words < MAX_COMMAND_WORDS; word = strtok_r(nullptr, WORD_SEPARATORS, &rest)) {
+        argv[words++] = word;
+    }
+    *argc = words;
+    if (words < MIN_COMMAND_WORDS || word != nullptr) {
+        LOG_M("invalid compress command:%s.\n", text);
+        return -1;
+    }
+    return 0;
+}
+
+int run_archive_command(const char* operation, char* command) {
     int argc = 0;
     char* argv[MAX_COMMAND_WORDS + 1] = {};
     const int split = parse_command(command, &argc, argv);
     if (split != 0) {
-        LOG_M_AS(name, "invalid dmd tar compress cmd.\n");
+        LOG_M_AS(operation, "invalid dmd tar compress cmd.\n");
         return split;
     }
     const int result = dmd_tar_main(argc, argv);
     if (result < 0) {
-        LOG_M_AS(name, "dmd tar file failed.");
+        LOG_M_AS(operation, "dmd tar file failed.");
     }
     return result;
 }
 
-int compress_dump(char (&path)[PATH_SIZE]) {
+int gzip_file(const char* path) {
     char command[COMMAND_SIZE];
     format_text(command, sizeof command, "gzip %25s", path);
     const int status = secure_system(command);
     // A gzip that a signal has ended, or whose shell says so, may leave a part of its output. It must not
     // pass for the dump; the whole one is there as long as the file at `path` is.
-    const bool ended = status > 0 && (WIFSIGNALED(status) || WEXITSTATUS(status) > 128);
-    const bool is_part = ended && access(path, F_OK) == 0;
-    append_text(path, sizeof path, ".gz");
-    if (is_part) {
-        unlink(path);
+    const bool was_killed = status > 0 && (WIFSIGNALED(status) || WEXITSTATUS(status) > 128);
+    if (was_killed && access(path, F_OK) == 0) {
+        char part[PATH_SIZE];
+        format_text(part, sizeof part, "%s.gz", path);
+        unlink(part);
     }
     return status;
 }
 
-void publish_dump(const char* name, const char* gz_path, const dmd_error_info* info) {
-    if (chmod(gz_path, DUMP_MODE) != 0) {
-        LOG_M_AS(name, "chmod error  - %s\n", strerror(errno));
+void make_readable(const char* operation, const char* path) {
+    if (chmod(path, DUMP_MODE) != 0) {
+        LOG_M_AS(operation, "chmod error  - %s\n", strerror(errno));
     }
-    dmd_file_upload(gz_path, info);
 }

@@ -1,5 +1,5 @@
-// Naming, building, compressing and publishing a dump archive: what the record files' archives and the
-// standalone dumps have in common. Messages carry `name`.
+// Naming, packing and compressing a dump: what the record files' archives and the standalone dumps have in
+// common. Messages carry `operation`, the name of the one that makes the dump.
 #pragma once
 
 #include <cstddef>
@@ -7,22 +7,28 @@
 #include "output/error_info.h"
 #include "output/output_dir.h"
 
+// Most words of an archive command; its argument list holds one null entry more.
+constexpr int MAX_COMMAND_WORDS = 31;
+
 // Fills `path` (`size` bytes) with a dump's path up to its extension: the error number and the time of day.
 void format_dump_stem(char* path, size_t size, const dmd_error_info& info);
 
 // Appends a space-separated list of paths to an archive command. Paths that do not fit are left out whole,
 // after a message: a cut path would name something else.
-void append_paths(const char* name, char (&command)[COMMAND_SIZE], const char* paths);
+void append_paths(const char* operation, char (&command)[COMMAND_SIZE], const char* paths);
+
+// Splits text in place at blanks and line ends into argv, which has room for MAX_COMMAND_WORDS + 1 entries
+// that the caller zeroed. 0, or -1 after a message when there are fewer than three words or more than
+// MAX_COMMAND_WORDS.
+int parse_command(char* text, int* argc, char** argv);
 
 // Splits an archive command in place and runs the archive tool on its words. Returns the tool's result (0
 // when members were left out, 1 when all were packed), or a negative number.
-int run_archive_command(const char* name, char* command);
+int run_archive_command(const char* operation, char* command);
 
-// Compresses the file at `path` with the system's gzip, which replaces it by `path` with ".gz", and appends
-// that to `path`, also when the command failed. Leaves no part of a ".gz". Returns the command's status;
-// errno tells why when that is -1.
-int compress_dump(char (&path)[PATH_SIZE]);
+// Has the system's gzip replace the file at `path` by a compressed one with ".gz" behind its name. Leaves no
+// part of a ".gz". Returns the command's status; errno tells why when that is -1.
+int gzip_file(const char* path);
 
-// Makes a compressed dump readable for all, whatever mode gzip gave it, and announces it to the upload
-// service.
-void publish_dump(const char* name, const char* gz_path, const dmd_error_info* info);
+// Makes a dump readable for all, whatever mode gzip gave it. A failure has a message.
+void make_readable(const char* operation, const char* path);

@@ -1,4 +1,4 @@
-// Creating the output directory and its files, and splitting commands.
+// Creating the output directory and its files.
 #include "output/output_dir.h"
 
 #include <fcntl.h>
@@ -8,44 +8,18 @@
 #include <cerrno>
 #include <cstring>
 
-#include "output/shell_command.h"
 #include "platform/log.h"
 #include "platform/owned.h"
-#include "platform/text.h"
 
 namespace {
 
 constexpr mode_t DIRECTORY_MODE = 0775;
 constexpr mode_t FILE_MODE = 0644;
-constexpr int MIN_COMMAND_WORDS = 3;
-
-// Opens the file and sets its mode; the descriptor, or -1 after a message, errno telling why.
-int open_with_mode(const char* path, int flags) {
-    constexpr char name[] = "open_output_file";
-    UniqueFd fd(open_at_once(path, flags, FILE_MODE));
-    int reason;
-    if (!fd.valid()) {
-        reason = errno;
-        LOG_M_AS(name, "unable to open %s - %s\n", path, strerror(reason));
-    } else if (chmod(path, FILE_MODE) != 0) {
-        reason = errno;
-        LOG_M_AS(name, "unable to change %s - %s\n", path, strerror(reason));
-    } else {
-        return fd.release();
-    }
-    fd.reset();
-    errno = reason;
-    return -1;
-}
 
 }  // namespace
 
 int mkdir_parent() {
-    char path[PATH_SIZE];
-    copy_text(path, sizeof path - 1, DMD_LOG_DIR);
-    if (path[strlen(path) - 1] != '/') {
-        append_text(path, sizeof path, "/");
-    }
+    char path[] = DMD_LOG_DIR "/";
     for (char* slash = strchr(path + 1, '/'); slash != nullptr; slash = strchr(slash + 1, '/')) {
         *slash = '\0';
         if (access(path, F_OK) != 0) {
@@ -66,7 +40,7 @@ int mkdir_parent() {
     return 0;
 }
 
-int open_at_once(const char* path, int flags, mode_t mode) {
+int open_without_waiting(const char* path, int flags, mode_t mode) {
     UniqueFd fd(open(path, flags | O_NONBLOCK | O_CLOEXEC, mode));
     struct stat opened;
     if (fd.valid() && fstat(fd.get(), &opened) == 0 && S_ISFIFO(opened.st_mode)) {
@@ -80,29 +54,16 @@ int open_output_file(const char* path, int flags) {
     if (path == nullptr) {
         return -1;
     }
-    const int fd = open_with_mode(path, flags);
-    const int reason = errno;
-    LOG_D("file %s, fd %d\n", path, fd);
+    UniqueFd fd(open_without_waiting(path, flags, FILE_MODE));
+    int reason = errno;
+    if (!fd.valid()) {
+        LOG_M("unable to open %s - %s\n", path, strerror(reason));
+    } else if (chmod(path, FILE_MODE) != 0) {
+        reason = errno;
+        LOG_M("unable to change %s - %s\n", path, strerror(reason));
+        fd.reset();
+    }
+    LOG_D("file %s, fd %d\n", path, fd.get());
     errno = reason;
-    return fd;
-}
-
-int secure_system(const char* command) {
-    LOG_M("system cmd_line:%s.\n", command);
-    return run_command(command);
-}
-
-int parse_command(char* text, int* argc, char** argv) {
-    char* rest = nullptr;
-    int words = 0;
-    char* word = strtok_r(text, WORD_SEPARATORS, &rest);
-    for (; word != nullptr && words < MAX_COMMAND_WORDS; word = strtok_r(nullptr, WORD_SEPARATORS, &rest)) {
-        argv[words++] = word;
-    }
-    *argc = words;
-    if (words < MIN_COMMAND_WORDS || word != nullptr) {
-        LOG_M("invalid compress command:%s.\n", text);
-        return -1;
-    }
-    return 0;
+    return fd.release();
 }

@@ -7,12 +7,12 @@
 #include <cerrno>
 #include <cstring>
 
-#include "output/bug_head.h"
 #include "output/dump_archive.h"
 #include "output/error_history.h"
 #include "output/output_dir.h"
 #include "output/record_file.h"
 #include "output/retention.h"
+#include "output/shell_command.h"
 #include "output/upload.h"
 #include "platform/io.h"
 #include "platform/log.h"
@@ -21,7 +21,7 @@
 
 namespace {
 
-constexpr char NAME[] = "dmd_direct_output";
+constexpr char OPERATION[] = "dmd_direct_output";
 
 constexpr char COMMERCIAL_RECORD[] = DMD_LOG_DIR "/dmd_commercial_record.txt";
 
@@ -59,7 +59,7 @@ void write_commercial_record(const void* buf, int len, const dmd_error_info* inf
     }
     UniqueFd file(open_output_file(COMMERCIAL_RECORD, O_WRONLY | O_CREAT | O_TRUNC));
     if (!file.valid()) {
-        LOG_M_AS(NAME, "open upload file failed! strerr:%s.\n", strerror(errno));
+        LOG_M_AS(OPERATION, "open upload file failed! strerr:%s.\n", strerror(errno));
         return;
     }
     if (bug_head_write(file.get(), info, static_cast<unsigned int>(mode) | HEAD_COMMERCIAL_RECORD) < 0 ||
@@ -67,9 +67,7 @@ void write_commercial_record(const void* buf, int len, const dmd_error_info* inf
         return;
     }
     dmd_file_upload(COMMERCIAL_RECORD, info);
-    char command[COMMAND_SIZE];
-    format_text(command, sizeof command, "rm %s", COMMERCIAL_RECORD);
-    secure_system(command);
+    remove_by_command(COMMERCIAL_RECORD);
 }
 
 // Packs the record file and what the mode adds into a compressed dump archive and announces it.
@@ -84,15 +82,17 @@ void archive_report(const dmd_error_info* info, const char* extra_files, int mod
     if (mode == DMD_OUTPUT_FULL) {
         append_text(command, sizeof command, "%s", ANDROID_LOG_FILES);
         if (extra_files != nullptr) {
-            append_paths(NAME, command, extra_files);
+            append_paths(OPERATION, command, extra_files);
         }
     }
-    LOG_M_AS(NAME, "dmd_tar_cmd:%s.", command);
-    if (run_archive_command(NAME, command) < 0) {
+    LOG_M_AS(OPERATION, "dmd_tar_cmd:%s.", command);
+    if (run_archive_command(OPERATION, command) < 0) {
         return;
     }
-    compress_dump(path);
-    publish_dump(NAME, path, info);
+    gzip_file(path);
+    append_text(path, sizeof path, ".gz");
+    make_readable(OPERATION, path);
+    dmd_file_upload(path, info);
 }
 
 }  // namespace

@@ -37,10 +37,11 @@ void open_record(int flags) REQUIRES(output_lock) {
 
 // Finds the most recently modified record file: sets record.index to its number (0 when there is none) and
 // returns its size in bytes.
-int64_t find_latest_record(const char* name) REQUIRES(output_lock) {
+int64_t find_latest_record() REQUIRES(output_lock) {
+    constexpr char operation[] = "find_recently_file";
     const UniqueDir dir(opendir(DMD_LOG_DIR));
     if (dir == nullptr) {
-        LOG_M_AS(name, "unable to open %s -%s\n", DMD_LOG_DIR, strerror(errno));
+        LOG_M_AS(operation, "unable to open %s -%s\n", DMD_LOG_DIR, strerror(errno));
         return 0;
     }
     file_time latest = {};
@@ -54,17 +55,17 @@ int64_t find_latest_record(const char* name) REQUIRES(output_lock) {
         format_record_path(path, sizeof path, index);
         struct stat status;
         if (stat(path, &status) != 0) {
-            LOG_M_AS(name, "get %s's information failed\n", path);
+            LOG_M_AS(operation, "get %s's information failed\n", path);
             continue;
         }
         const file_time time = modified_time(status);
         if (is_later(time, latest)) {
-            LOG_D_AS(name, "the lastest file name %s, time %lu\n", entry->d_name, time.seconds);
+            LOG_D_AS(operation, "the lastest file name %s, time %lu\n", entry->d_name, time.seconds);
             record.index = index;
             latest = time;
             latest_size = status.st_size;
         } else {
-            LOG_D_AS(name, "file %s time %lu not the lastest file, lastest file index %d time %lu\n",
+            LOG_D_AS(operation, "file %s time %lu not the lastest file, lastest file index %d time %lu\n",
                      entry->d_name, time.seconds, record.index, latest.seconds);
         }
     }
@@ -83,7 +84,7 @@ void find_recently_file() {
             LOG_D("create output dir success\n");
         }
     }
-    const int64_t size = find_latest_record(__FUNCTION__);
+    const int64_t size = find_latest_record();
     LOG_D("the recently file index %d, files size %d.\n", record.index, static_cast<int>(size));
     if (size >= RECORD_SIZE_LIMIT_BYTES) {
         advance_record();
@@ -91,18 +92,16 @@ void find_recently_file() {
     } else {
         open_record(O_APPEND);
     }
-    record.open = true;
 }
 
 bool prepare_record_file() {
-    constexpr char name[] = "dmd_direct_output";
-    if (!record.open) {
+    constexpr char operation[] = "dmd_direct_output";
+    if (!record.fd.valid()) {
         find_recently_file();
     } else {
         struct stat status;
         if (stat(record.path, &status) != 0) {
-            LOG_M_AS(name, "get %s's information failed\n", record.path);
-            record.open = false;
+            LOG_M_AS(operation, "get %s's information failed\n", record.path);
             record.fd.reset();
             return false;
         }
@@ -110,14 +109,13 @@ bool prepare_record_file() {
         if (status.st_size >= RECORD_SIZE_LIMIT_BYTES) {
             advance_record();
             open_record(O_TRUNC);
-            LOG_M_AS(name, "output change to new file %s\n", record.path);
+            LOG_M_AS(operation, "output change to new file %s\n", record.path);
         } else if (fstat(record.fd.get(), &opened) != 0 || opened.st_ino != status.st_ino ||
                    opened.st_dev != status.st_dev) {
             // Reports are to stand where they are looked for.
-            LOG_M_AS(name, "%s is another file now\n", record.path);
+            LOG_M_AS(operation, "%s is another file now\n", record.path);
             open_record(O_APPEND);
         }
     }
-    record.open = record.fd.valid();
-    return record.open;
+    return record.fd.valid();
 }

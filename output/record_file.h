@@ -7,9 +7,8 @@
 
 // What the record writer keeps between reports.
 struct record_state {
-    bool open = false;  // a record file has been chosen and opened
-    int index = 0;      // the number in its name
-    UniqueFd fd;
+    int index = 0;  // the number in the current file's name
+    UniqueFd fd;    // none before a file was chosen, and when it could not be opened or is gone
     char path[PATH_SIZE] = "";
     int is_commercial_version = 1;  // taken whenever the file is chosen
 };

@@ -17,6 +17,8 @@
 
 namespace {
 
+constexpr char OPERATION[] = "check_compress_file";
+
 // The ".gz" dump archives may hold this many bytes together; deletion starts above.
 constexpr unsigned long long TOTAL_SIZE_LIMIT_BYTES = 10 * 1024 * 1024;
 
@@ -30,13 +32,6 @@ constexpr char ARCHIVE_ENDING[] = ".gz";
 
 // Room for an archive's name: prefix, stem, ending and a terminator.
 constexpr size_t ARCHIVE_NAME_SIZE = PREFIX_LENGTH + STEM_LENGTH + sizeof ARCHIVE_ENDING;
-
-// Removes a file by a command line. Returns the command's status.
-int remove_by_command(const char* path) {
-    char command[COMMAND_SIZE];
-    format_text(command, sizeof command, "rm %s", path);
-    return secure_system(command);
-}
 
 // What one walk over the dump archives finds.
 struct archive_survey {
@@ -96,17 +91,14 @@ void remove_leftover(const char* entry) {
     release_name(name);
 }
 
-// Deals with one entry of the output directory, which is open as `dir`: there may be thousands. Messages
-// carry `name`.
-void survey_entry(const char* name, int dir, const char* entry, archive_survey* survey) {
-    constexpr char BLANKS[] = " \t\n\v\f\r";
-    if (strncmp(entry, DUMP_PREFIX, PREFIX_LENGTH) != 0 ||
-        entry[PREFIX_LENGTH + strspn(entry + PREFIX_LENGTH, BLANKS)] == '\0') {
+// Deals with one entry of the output directory, which is open as `dir`: there may be thousands.
+void survey_entry(int dir, const char* entry, archive_survey* survey) {
+    if (strncmp(entry, DUMP_PREFIX, PREFIX_LENGTH) != 0 || entry[PREFIX_LENGTH] == '\0') {
         return;
     }
     // The daemon makes no such name, and the commands here go through a shell.
     if (!is_plain_name(entry)) {
-        LOG_M_AS(name, "leave %s alone, not a name of this daemon\n", entry);
+        LOG_M_AS(OPERATION, "leave %s alone, not a name of this daemon\n", entry);
         return;
     }
     // The stem of a leftover is all of it, and the daemon's stems fill the width; a shorter one would be
@@ -121,18 +113,18 @@ void survey_entry(const char* name, int dir, const char* entry, archive_survey* 
     char path[PATH_SIZE];
     struct stat status;
     if (fstatat(dir, archive, &status, 0) != 0) {
-        LOG_M_AS(name, "stat %s error\n", path_of(archive, path));
+        LOG_M_AS(OPERATION, "stat %s error\n", path_of(archive, path));
         return;
     }
     const file_time time = modified_time(status);
     survey->total_bytes += static_cast<unsigned long long>(status.st_size);
-    LOG_D_AS(name, "dump file - %s, file size %d, time %lu, del time %lu\n", path_of(archive, path),
+    LOG_D_AS(OPERATION, "dump file - %s, file size %d, time %lu, del time %lu\n", path_of(archive, path),
              static_cast<int>(status.st_size), time.seconds, survey->oldest_time.seconds);
     if (survey->oldest_known && !is_later(survey->oldest_time, time)) {
         return;
     }
     if (survey->oldest_known) {
-        LOG_D_AS(name, "the older dump %s, time %lu\n", entry, time.seconds);
+        LOG_D_AS(OPERATION, "the older dump %s, time %lu\n", entry, time.seconds);
     }
     copy_text(survey->oldest_archive, archive);
     survey->oldest_time = time;
@@ -156,7 +148,7 @@ int check_compress_file() {
             return -1;
         }
         while (const dirent* const entry = readdir(dir.get())) {
-            survey_entry(__FUNCTION__, dirfd(dir.get()), entry->d_name, &survey);
+            survey_entry(dirfd(dir.get()), entry->d_name, &survey);
         }
     }
     if (survey.total_bytes <= TOTAL_SIZE_LIMIT_BYTES) {

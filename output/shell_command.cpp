@@ -12,9 +12,11 @@
 #include <cstring>
 #include <iterator>
 
+#include "output/output_dir.h"
 #include "platform/log.h"
 #include "platform/monotonic_clock.h"
 #include "platform/mutex.h"
+#include "platform/text.h"
 
 namespace {
 
@@ -114,6 +116,17 @@ int run_command(const char* command, int limit_seconds, int output) {
         }
         usleep(static_cast<useconds_t>(std::clamp((now - start) / 8, NAP_MIN_US, NAP_MAX_US)));
     }
+}
+
+int secure_system(const char* command) {
+    LOG_M("system cmd_line:%s.\n", command);
+    return run_command(command);
+}
+
+int remove_by_command(const char* path) {
+    char command[COMMAND_SIZE];
+    format_text(command, sizeof command, "rm %s", path);
+    return secure_system(command);
 }
 
 bool is_plain_name(const char* name) {

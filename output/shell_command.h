@@ -19,6 +19,12 @@ constexpr int COMMAND_LIMIT_SECONDS = 300;
 // none could be started or something else took its status, errno telling why.
 int run_command(const char* command, int limit_seconds = COMMAND_LIMIT_SECONDS, int output = -1);
 
+// As run_command, after a message that shows the command.
+int secure_system(const char* command);
+
+// Removes the file at `path` by a command. Returns the command's status.
+int remove_by_command(const char* path);
+
 // Whether a file name consists of letters, digits, '.', '_' and '-' only, so that no shell interprets it.
 bool is_plain_name(const char* name);
 

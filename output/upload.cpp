@@ -32,7 +32,7 @@ Mutex description_lock;
 bool write_apr_upload_info(const dmd_error_info* info) {
     const MutexLock lock(description_lock);
     umask(0);  // for the rest of the daemon's life: its files get exactly the modes given at creation
-    const UniqueFd file(open_at_once(DESCRIPTION_PATH, O_WRONLY | O_CREAT | O_TRUNC, DESCRIPTION_MODE));
+    const UniqueFd file(open_without_waiting(DESCRIPTION_PATH, O_WRONLY | O_CREAT | O_TRUNC, DESCRIPTION_MODE));
     if (!file.valid()) {
         LOG_M("can't open the file %s.error:%s.", DESCRIPTION_PATH, strerror(errno));
         return false;

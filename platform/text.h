@@ -7,6 +7,9 @@
 #include <cstdio>
 #include <cstring>
 
+// What separates the words of a line: in the configuration, in a list of paths and in an archive command.
+constexpr char WORD_SEPARATORS[] = "\t \r\n";
+
 // Copies `source` into the `size` bytes at `dest` (size at least 1). Returns the length stored.
 inline size_t copy_text(char* dest, size_t size, const char* source) {
     const size_t length = strnlen(source, size - 1);

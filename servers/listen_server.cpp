@@ -17,6 +17,8 @@
 
 namespace {
 
+constexpr char OPERATION[] = "listen_server";
+
 Mutex lclient_lock;
 Condition lclient_cond;  // a record was added
 lclient* lclient_list GUARDED_BY(lclient_lock) = nullptr;
@@ -42,26 +44,27 @@ const char* client_name(const lclient& record) {
 }
 
 // Sets one client up and adds its descriptor to the watched set.
-void watch_client(const char* name, dmd_client* client, fd_set* watched) {
+void watch_client(dmd_client* client, fd_set* watched) {
+    constexpr char operation[] = "listen_client_init";
     const char* const cname = client->info->name;
     const setting_info* const setting = find_setting(cname, ALGO_LISTEN);
     if (setting == nullptr) {
-        LOG_M_AS(name, "can't find client %s's config.\n", cname);
+        LOG_M_AS(operation, "can't find client %s's config.\n", cname);
         return;
     }
-    LOG_M_AS(name, "find client %s's config.\n", cname);
+    LOG_M_AS(operation, "find client %s's config.\n", cname);
     UniqueBlock<lclient> record = allocate<lclient>();
     if (record == nullptr) {
-        LOG_M_AS(name, "malloc listen %s failed\n", cname);
+        LOG_M_AS(operation, "malloc listen %s failed\n", cname);
         return;
     }
     UniqueFd fd(bind_client_fd(cname));
     if (!fd.valid()) {
-        LOG_M_AS(name, "can't bind client %s's fd\n", cname);
+        LOG_M_AS(operation, "can't bind client %s's fd\n", cname);
         return;
     }
     if (fd.get() >= FD_SETSIZE) {
-        LOG_M_AS(name, "client %s's fd-%d does not fit the watched set\n", cname, fd.get());
+        LOG_M_AS(operation, "client %s's fd-%d does not fit the watched set\n", cname, fd.get());
         return;
     }
     record->dclient = client;
@@ -77,9 +80,9 @@ void watch_client(const char* name, dmd_client* client, fd_set* watched) {
         ++lclient_count;
         lclient_cond.broadcast();
     }
-    LOG_M_AS(name, "lclient %s init success, fd-%d triggers num-%d\n", cname, linked->fd,
+    LOG_M_AS(operation, "lclient %s init success, fd-%d triggers num-%d\n", cname, linked->fd,
              linked->num_triggers);
-    log_triggers(name, linked->triggers, linked->num_triggers);
+    log_triggers(operation, linked->triggers, linked->num_triggers);
     FD_SET(linked->fd, watched);
 }
 
@@ -92,16 +95,16 @@ lclient* find_lclient(int fd) {
     return record;
 }
 
-void handle_error(const char* name, const lclient& record) {
+void handle_error(const lclient& record) {
     const int error_no = lclient_get_error(&record);
     const trigger_info* const trigger = find_trigger(record.triggers, record.num_triggers, error_no);
     if (trigger == nullptr) {
-        LOG_M_AS(name, "%s has error (%d) ignored\n", client_name(record), error_no);
+        LOG_M_AS(OPERATION, "%s has error (%d) ignored\n", client_name(record), error_no);
         dmd_clear_error(record.dclient, 0);
         return;
     }
-    LOG_M_AS(name, "%s has error (%d) reported\n", client_name(record), error_no);
-    run_actions(name, *trigger, dmd_dump_error, "[M/%s] can not get specific client\n");
+    LOG_M_AS(OPERATION, "%s has error (%d) reported\n", client_name(record), error_no);
+    run_actions(OPERATION, *trigger, dmd_dump_error, "can not");
 }
 
 // Takes the clients that rest out of the set. Returns the milliseconds until the first of them has rested, or
@@ -145,12 +148,12 @@ void note_pass(fd_set watched, fd_set ready, int64_t waited_ms) {
     }
 }
 
-void wait_for_client(const char* name) {
+void wait_for_client() {
     const MutexLock lock(lclient_lock);
     while (lclient_count == 0) {
-        LOG_M_AS(name, "dmd listen no client wait broadcast\n");
+        LOG_M_AS(OPERATION, "dmd listen no client wait broadcast\n");
         lclient_cond.wait(lclient_lock);
-        LOG_M_AS(name, "dmd listen recieve broadcast, num-%d\n", lclient_count);
+        LOG_M_AS(OPERATION, "dmd listen recieve broadcast, num-%d\n", lclient_count);
     }
 }
 
@@ -160,8 +163,7 @@ int lclient_get_device_info(lclient* record, unsigned int request) {
     if (record == nullptr) {
         return -1;
     }
-    return get_device_info(__FUNCTION__, "[D/%s] %s get client info failed %d\n", record->dclient, record->fd,
-                           request);
+    return get_device_info(__FUNCTION__, "info", record->dclient, record->fd, request);
 }
 
 int lclient_get_error(const lclient* record) {
@@ -185,7 +187,7 @@ void listen_client_init(fd_set* watched) {
             LOG_M("dclient is NULL pointer.\n");
             continue;
         }
-        watch_client(__FUNCTION__, client, watched);
+        watch_client(client, watched);
     }
 }
 
@@ -194,7 +196,7 @@ void* listen_server(void* /*argument*/) {
     listen_client_init(&watched);
     descriptors_to_bind -= count_settings(ALGO_LISTEN);
     for (;;) {
-        wait_for_client(__FUNCTION__);
+        wait_for_client();
         const int64_t entered_ms = now_ms();
         LOG_M("Enter select\n");
         fd_set waited_for = watched;
@@ -218,7 +220,7 @@ void* listen_server(void* /*argument*/) {
                 FD_CLR(fd, &watched);
                 continue;
             }
-            handle_error(__FUNCTION__, *record);
+            handle_error(*record);
         }
         note_pass(waited_for, ready, waited_ms);
     }

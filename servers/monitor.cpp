@@ -20,43 +20,42 @@ const trigger_info* find_trigger(const trigger_info* triggers, int32_t num_trigg
     return nullptr;
 }
 
-void run_actions(const char* name, const trigger_info& trigger,
+void run_actions(const char* operation, const trigger_info& trigger,
                  int (*dispatch)(dmd_client* client, int error_no, int slot, const char* RT_switch),
                  const char* missing) {
     for (int k = 0; k < trigger.action_num; ++k) {
         const action_config& action = trigger.actions[k];
-        LOG_M_AS(name, "action-%d, cname-%s, info-%d\n", k, action.client_name, action.action_info);
+        LOG_M_AS(operation, "action-%d, cname-%s, info-%d\n", k, action.client_name, action.action_info);
         dmd_client* const target = get_client_by_name(action.client_name);
         if (target == nullptr) {
-            __android_log_print(ANDROID_LOG_ERROR, "DMD", missing, name);
+            LOG_M_AS(operation, "%s get specific client\n", missing);
             continue;
         }
         dispatch(target, trigger.error_no, action.action_info, trigger.running_test_switch);
     }
 }
 
-void log_triggers(const char* name, const trigger_info* triggers, int32_t num_triggers) {
+void log_triggers(const char* operation, const trigger_info* triggers, int32_t num_triggers) {
     if (!debug_output_enabled) {
         return;
     }
     for (int32_t i = 0; i < num_triggers; ++i) {
-        LOG_D_AS(name, "triggers[%d] error no-%d, action num-%d\n", i, triggers[i].error_no,
+        LOG_D_AS(operation, "triggers[%d] error no-%d, action num-%d\n", i, triggers[i].error_no,
                  triggers[i].action_num);
         for (int k = 0; k < triggers[i].action_num; ++k) {
             const action_config& action = triggers[i].actions[k];
-            LOG_D_AS(name, "action[%d] client name-%s, action info-%d\n", k, action.client_name,
+            LOG_D_AS(operation, "action[%d] client name-%s, action info-%d\n", k, action.client_name,
                      action.action_info);
         }
     }
 }
 
-int get_device_info(const char* name, const char* failed, dmd_client* client, int fd, unsigned int request) {
+int get_device_info(const char* operation, const char* what, dmd_client* client, int fd,
+                    unsigned int request) {
     dsm_argument argument = {};
     const int result = dsm_request(fd, request, &argument);
     if (result != 0) {
-        if (debug_output_enabled) {
-            __android_log_print(ANDROID_LOG_ERROR, "DMD", failed, name, client->info->name, result);
-        }
+        LOG_D_AS(operation, "%s get client %s failed %d\n", client->info->name, what, result);
         return result;
     }
     const MutexLock lock(client_names_lock);
@@ -71,7 +70,7 @@ int get_device_info(const char* name, const char* failed, dmd_client* client, in
             copy_field(client->module_name, argument.text);
             return 0;
         default:
-            LOG_M_AS(name, "ignore unkown cmd!");
+            LOG_M_AS(operation, "ignore unkown cmd!");
             return UNKNOWN_REQUEST;
     }
 }

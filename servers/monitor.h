@@ -1,5 +1,5 @@
-// What the listen server and the poll server do alike with their clients. Each keeps its own wording: the
-// messages that differ are handed in.
+// What the listen server and the poll server do alike with their clients. Messages carry `operation`, the
+// name of the one that calls; where the servers word a message differently, the words are handed in.
 #pragma once
 
 #include <cstdint>
@@ -12,20 +12,21 @@
 // The first complete trigger whose number is `error_no`, or null.
 const trigger_info* find_trigger(const trigger_info* triggers, int32_t num_triggers, int error_no);
 
-// Runs the trigger's actions in order through `dispatch`. Logs under `name`, and `missing` (a format of the
-// name) where an action's client is not in the registry; the other actions run all the same.
-void run_actions(const char* name, const trigger_info& trigger,
+// Runs the trigger's actions in order through `dispatch`. Where an action's client is not in the registry, a
+// message that begins with `missing` says so, and the other actions run all the same.
+void run_actions(const char* operation, const trigger_info& trigger,
                  int (*dispatch)(dmd_client* client, int error_no, int slot, const char* RT_switch),
                  const char* missing);
 
-// Logs the triggers and their actions under `name` while debug output is on.
-void log_triggers(const char* name, const trigger_info* triggers, int32_t num_triggers);
+// Logs the triggers and their actions while debug output is on.
+void log_triggers(const char* operation, const trigger_info* triggers, int32_t num_triggers);
 
 // Asks the driver on `fd`, which is bound to the client, for one of the client's names (a request of the
 // DSM_IOCTL_GET_..._NAME kind) and stores it in the registry's record, under the lock of the clients' names.
-// 0, what the driver answered when that is not 0, after the debug message `failed` (a format of the name, the
-// client's name and the answer), or -22 for another request. Logs under `name`.
-int get_device_info(const char* name, const char* failed, dmd_client* client, int fd, unsigned int request);
+// 0, what the driver answered when that is not 0, after a debug message in which the request got the client's
+// `what`, or -22 for another request.
+int get_device_info(const char* operation, const char* what, dmd_client* client, int fd,
+                    unsigned int request);
 
 // Takes over the client's names, from the driver where get_info says that it answers and else from the
 // section.

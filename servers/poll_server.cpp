@@ -15,6 +15,8 @@
 
 namespace {
 
+constexpr char OPERATION[] = "poll_server";
+
 Mutex pclient_lock;
 Condition pclient_cond;  // a record was added
 pclient* pclient_list GUARDED_BY(pclient_lock) = nullptr;
@@ -23,21 +25,22 @@ int32_t pclient_count GUARDED_BY(pclient_lock) = 0;
 pthread_t poll_thread;
 
 // Sets one client up, if it has a poll section.
-void sample_client(const char* name, dmd_client* client) {
+void sample_client(dmd_client* client) {
+    constexpr char operation[] = "poll_client_init";
     const char* const cname = client->info->name;
     const setting_info* const setting = find_setting(cname, ALGO_POLL);
     if (setting == nullptr) {
         return;
     }
-    LOG_M_AS(name, "find client %s's config\n", cname);
+    LOG_M_AS(operation, "find client %s's config\n", cname);
     UniqueBlock<pclient> record = allocate<pclient>();
     if (record == nullptr) {
-        LOG_M_AS(name, "malloc poll %s failed\n", cname);
+        LOG_M_AS(operation, "malloc poll %s failed\n", cname);
         return;
     }
     UniqueFd fd(bind_client_fd(cname));
     if (!fd.valid()) {
-        LOG_M_AS(name, "can't bind client %s's fd\n", cname);
+        LOG_M_AS(operation, "can't bind client %s's fd\n", cname);
         return;
     }
     const poll_setting& poll = setting->poll;
@@ -57,39 +60,39 @@ void sample_client(const char* name, dmd_client* client) {
         ++pclient_count;
         pclient_cond.broadcast();
     }
-    LOG_M_AS(name, "pclient %s init success, fd-%d sample period-%d triggers num-%d\n", cname, linked->fd,
-             static_cast<int>(linked->sample_period), linked->num_triggers);
-    log_triggers(name, linked->triggers, linked->num_triggers);
+    LOG_M_AS(operation, "pclient %s init success, fd-%d sample period-%d triggers num-%d\n", cname,
+             linked->fd, static_cast<int>(linked->sample_period), linked->num_triggers);
+    log_triggers(operation, linked->triggers, linked->num_triggers);
 }
 
-void wait_for_client(const char* name) {
+void wait_for_client() {
     const MutexLock lock(pclient_lock);
     while (pclient_count == 0) {
-        LOG_M_AS(name, "dmd poll no client wait broadcast\n");
+        LOG_M_AS(OPERATION, "dmd poll no client wait broadcast\n");
         pclient_cond.wait(pclient_lock);
-        LOG_M_AS(name, "dmd poll recieve broadcast, num-%d\n", pclient_count);
+        LOG_M_AS(OPERATION, "dmd poll recieve broadcast, num-%d\n", pclient_count);
     }
 }
 
-void sample(const char* name, const pclient& record) {
+void sample(const pclient& record) {
     const char* const cname = record.dclient->info->name;
     const int state = poll_pclient_state(&record);
-    LOG_M_AS(name, "poll %s's state %d\n", cname, state);
+    LOG_M_AS(OPERATION, "poll %s's state %d\n", cname, state);
     const trigger_info* const trigger = find_trigger(record.triggers, record.num_triggers, state);
     if (trigger == nullptr) {
-        LOG_M_AS(name, "client %s's error (%d) ignored\n", cname, state);
+        LOG_M_AS(OPERATION, "client %s's error (%d) ignored\n", cname, state);
         return;
     }
-    LOG_M_AS(name, "client %s's error (%d) occured\n", cname, state);
-    run_actions(name, *trigger, dmd_force_dump_error, "[M/%s] can get specific client\n");
+    LOG_M_AS(OPERATION, "client %s's error (%d) occured\n", cname, state);
+    run_actions(OPERATION, *trigger, dmd_force_dump_error, "can");
 }
 
 // Samples the clients whose time has come. The lock is held over their dumps: only this thread wants it.
-void sweep(const char* name, uint32_t clock_tick) {
+void sweep(uint32_t clock_tick) {
     const MutexLock lock(pclient_lock);
     for (const pclient* record = pclient_list; record != nullptr; record = record->next) {
         if (clock_tick % record->sample_period == 0) {
-            sample(name, *record);
+            sample(*record);
         }
     }
 }
@@ -100,8 +103,7 @@ int pclient_get_device_info(pclient* record, unsigned int request) {
     if (record == nullptr) {
         return -1;
     }
-    return get_device_info(__FUNCTION__, "[D/%s] %s get client error failed %d\n", record->dclient,
-                           record->fd, request);
+    return get_device_info(__FUNCTION__, "error", record->dclient, record->fd, request);
 }
 
 int poll_pclient_state(const pclient* record) {
@@ -124,7 +126,7 @@ void poll_client_init() {
             LOG_M("dclient is NULL pointer\n");
             continue;
         }
-        sample_client(__FUNCTION__, client);
+        sample_client(client);
     }
 }
 
@@ -133,12 +135,12 @@ void* poll_server(void* /*argument*/) {
     descriptors_to_bind -= count_settings(ALGO_POLL);
     uint32_t clock_tick = 0;
     for (;;) {
-        wait_for_client(__FUNCTION__);
+        wait_for_client();
         LOG_D("enter sleep, clock tick %u\n", clock_tick);
         ++clock_tick;
         sleep(TICK_SECONDS);
         LOG_D("exit sleep, clock tick %u\n", clock_tick);
-        sweep(__FUNCTION__, clock_tick);
+        sweep(clock_tick);
     }
 }
 

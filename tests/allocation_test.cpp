@@ -87,7 +87,6 @@ TEST(Allocation, MayFailOnADebugBuild) {
                                    "audio4", "audio5", "audio6"}) {
         sweep_dump(" 1 : -10!  1 ", "dsm_" + part);
     }
-    sweep_dump(" 0 : 0 ", "dsm_audio2");
     sweep_dump(" 1 : -10! ", "dsm_power_key1");
     sweep_dump(" 441 : -10!  441 ", "dsm_sensorhub0");
     output_of("mkdir /data/tree; touch /data/tree/a; ln /data/tree/a /data/tree/b");

@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <thread>
 
+#include "output/dump_archive.h"
 #include "output/output_dir.h"
 #include "output/retention.h"
 #include "output/shell_command.h"

@@ -25,6 +25,8 @@
 
 namespace {
 
+constexpr char OPERATION[] = "dmd_cmd_thread";
+
 constexpr int SETUP_FAILED = -22;
 constexpr mode_t SOCKET_MODE = 0660;
 constexpr int BACKLOG = 10;
@@ -62,63 +64,53 @@ bool has_room_for(int connection) {
     return connection + descriptors_to_bind + REPORT_DESCRIPTORS < end;
 }
 
-// Waits until a connection other than the ready ones can be read, or a moment has passed.
-void rest(fd_set watched, fd_set ready) {
-    for (int fd = 0; fd < FD_SETSIZE; ++fd) {
-        if (FD_ISSET(fd, &ready)) {
-            FD_CLR(fd, &watched);
-        }
-    }
-    timeval limit = {QUEUE_REST_SECONDS, 0};
-    select(FD_SETSIZE, &watched, nullptr, nullptr, &limit);
-}
-
-// Returns whether a connection was taken from the queue.
-bool accept_connection(const char* name, fd_set* watched) {
+// Takes a connection from the queue. Where the process has no descriptor for it, it stays there and the queue
+// stays readable: waits a moment, or until a connection can be read, so that the thread does not spin.
+void accept_connection(fd_set* watched) {
     sockaddr_un address = {};
     socklen_t size = sizeof address;
     // Nothing that a peer does keeps the thread waiting.
     UniqueFd connection(accept4(listening_socket, reinterpret_cast<sockaddr*>(&address), &size,
                                 SOCK_CLOEXEC | SOCK_NONBLOCK));
     if (!connection.valid()) {
-        return false;
+        fd_set connections = *watched;
+        FD_CLR(listening_socket, &connections);
+        timeval limit = {QUEUE_REST_SECONDS, 0};
+        select(FD_SETSIZE, &connections, nullptr, nullptr, &limit);
+        return;
     }
     if (!has_room_for(connection.get())) {
-        LOG_M_AS(name, "no room for a client on fd %d\n", connection.get());
-        return true;
+        LOG_M_AS(OPERATION, "no room for a client on fd %d\n", connection.get());
+        return;
     }
+    // Urgent bytes are received like all others. Kept apart they would count as waiting for ever.
+    const int in_line = 1;
+    setsockopt(connection.get(), SOL_SOCKET, SO_OOBINLINE, &in_line, sizeof in_line);
     const int fd = connection.release();
     FD_SET(fd, watched);
-    return true;
 }
 
-// Returns whether anything came of it.
-bool serve_connection(const char* name, int connection, fd_set* watched) {
+void serve_connection(int connection, fd_set* watched) {
     int waiting = 0;
     ioctl(connection, FIONREAD, &waiting);
-    LOG_D_AS(name, "Need to read %d bytes\n", waiting);
-    const ssize_t received = waiting > 0 ? dmd_recv_cmd_from_apk(connection) : 0;
-    if (received > 0) {
-        return true;
-    }
-    // Out-of-band data counts as waiting, but is not received, not even when the peer has closed.
-    if (received < 0 && errno == EAGAIN) {
-        return false;
+    LOG_D_AS(OPERATION, "Need to read %d bytes\n", waiting);
+    if (waiting > 0 && dmd_recv_cmd_from_apk(connection) > 0) {
+        return;
     }
     close(connection);
     FD_CLR(connection, watched);
-    LOG_M_AS(name, "Removing client on fd %d\n", connection);
-    return true;
+    LOG_M_AS(OPERATION, "Removing client on fd %d\n", connection);
 }
 
-void force_dump(const char* name, const dmd_command_message& message) {
+void force_dump(const dmd_command_message& message) {
+    constexpr char operation[] = "dmd_recv_cmd_from_apk";
     dmd_client* const client = get_client_by_name(message.client_name);
     if (client == nullptr) {
-        LOG_M_AS(name, "%s is not found in dmd client list\n", message.client_name);
+        LOG_M_AS(operation, "%s is not found in dmd client list\n", message.client_name);
         return;
     }
     if (message.test_switch_type >= std::size(TEST_SWITCHES)) {
-        LOG_M_AS(name, "unkown runnig test switch type.");
+        LOG_M_AS(operation, "unkown runnig test switch type.");
         return;
     }
     dmd_force_dump_error(client, message.data, FORCE_DUMP_SLOT, TEST_SWITCHES[message.test_switch_type]);
@@ -130,15 +122,13 @@ ssize_t dmd_recv_cmd_from_apk(int connection) {
     dmd_command_message message = {};
     const ssize_t received = recv(connection, &message, sizeof message, 0);
     if (received <= 0) {
-        const int reason = errno;
         LOG_M("Recv command failed\n");
-        errno = reason;
     } else if (received != sizeof message) {
         LOG_M("Recv command length not match\n");
     } else {
         message.client_name[sizeof message.client_name - 1] = '\0';
         LOG_M("Received msg - name:%s data:%d\n", message.client_name, message.data);
-        force_dump(__FUNCTION__, message);
+        force_dump(message);
     }
     return received;
 }
@@ -153,18 +143,15 @@ void* dmd_cmd_thread(void* /*argument*/) {
             LOG_M("Command-Server select error\n");
             return nullptr;
         }
-        bool got_on = false;
         for (int fd = 0; fd < FD_SETSIZE; ++fd) {
             if (!FD_ISSET(fd, &ready)) {
                 continue;
             }
-            got_on |= fd == listening_socket ? accept_connection(__FUNCTION__, &watched)
-                                             : serve_connection(__FUNCTION__, fd, &watched);
-        }
-        // Where the process has no descriptor left, a connection stays in the queue and the queue ready. The
-        // thread does not spin on it, nor on out-of-band data.
-        if (!got_on) {
-            rest(watched, ready);
+            if (fd == listening_socket) {
+                accept_connection(&watched);
+            } else {
+                serve_connection(fd, &watched);
+            }
         }
     }
 }

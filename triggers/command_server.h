@@ -11,6 +11,5 @@ int dmd_command_sever_init();
 void* dmd_cmd_thread(void* argument);
 
 // Takes one message from a readable connection and runs the dump that it asks for, on the calling thread. The
-// connection stays open. Returns what recv returned, with its errno: the bytes taken, 0 when the peer has
-// closed, or -1.
+// connection stays open. Returns what recv returned: the bytes taken, 0 when the peer has closed, or -1.
 ssize_t dmd_recv_cmd_from_apk(int connection);

@@ -46,36 +46,25 @@ struct key_step {
     uint16_t value;
 };
 
+// A combination, and the force dump that it asks for.
 struct key_combination {
     int combination_key;
     key_step steps[KEY_SEQUENCE_LENGTH];
+    int command;
+    const char* client_name;
+    int slot;
 };
 
 constexpr uint16_t UP = KEY_VOLUMEUP;
 constexpr uint16_t DOWN = KEY_VOLUMEDOWN;
 
 constexpr key_combination combinations[] = {
-    {3, {{UP, 1}, {UP, 0}, {DOWN, 1}, {DOWN, 0}, {UP, 1}, {UP, 0}}},
-    {2, {{UP, 1}, {UP, 0}, {UP, 1}, {UP, 0}, {DOWN, 1}, {DOWN, 0}}},
-    {9, {{DOWN, 1}, {UP, 1}, {UP, 0}, {UP, 1}, {UP, 0}, {DOWN, 0}}},
+    {3, {{UP, 1}, {UP, 0}, {DOWN, 1}, {DOWN, 0}, {UP, 1}, {UP, 0}}, 2, "dsm_lcd", 1},
+    {2, {{UP, 1}, {UP, 0}, {UP, 1}, {UP, 0}, {DOWN, 1}, {DOWN, 0}}, 3, "dsm_tp", 2},
+    {9, {{DOWN, 1}, {UP, 1}, {UP, 0}, {UP, 1}, {UP, 0}, {DOWN, 0}}, 1, "dsm_tp", 1},
 };
-
-struct key_command {
-    int combination_key;
-    int command;
-};
-
-constexpr key_command key_command_table[] = {{1, 0}, {2, 3}, {3, 2}, {4, 0}, {5, 0},
-                                             {6, 0}, {7, 0}, {8, 0}, {9, 1}};
-
-struct command_dump {
-    int command;
-    const char* client_name;
-    int slot;
-};
-
-constexpr command_dump command_dumps[] = {{1, "dsm_tp", 1}, {2, "dsm_lcd", 1}, {3, "dsm_tp", 2}};
 constexpr int KEY_ERROR_NO = 20005;
+constexpr int NO_COMMAND = 0;
 
 // The watched devices; used by the start operation and then by the key thread alone.
 pollfd* key_device_fds = nullptr;  // room for KEY_DEVICES_MAX
@@ -90,10 +79,11 @@ bool has_bit(const unsigned long* bits, unsigned int bit) {
 }
 
 // Takes one event from a device. False when there was none to take, after a message, or one of no interest.
-bool read_key(const char* name, int index, key_entry* key) {
+bool read_key(int index, key_entry* key) {
+    constexpr char operation[] = "dmd_key_ev_get";
     input_event event = {};
     if (read(key_device_fds[index].fd, &event, sizeof event) != static_cast<ssize_t>(sizeof event)) {
-        LOG_M_AS(name, "read event error!\n");
+        LOG_M_AS(operation, "read event error!\n");
         ++failed_reads[index];
         return false;
     }
@@ -102,7 +92,7 @@ bool read_key(const char* name, int index, key_entry* key) {
         return false;
     }
     const uint32_t time = static_cast<uint32_t>(dmd_key_time_ms());
-    LOG_M_AS(name, "code:%d, time:%d ms value:%d\n", event.code, static_cast<int>(time), event.value);
+    LOG_M_AS(operation, "code:%d, time:%d ms value:%d\n", event.code, static_cast<int>(time), event.value);
     // The one moment in 49 days that would mark a free entry counts as the next.
     *key = {event.code, std::max(time, 1U), static_cast<uint16_t>(event.value)};
     return true;
@@ -208,24 +198,22 @@ int dmd_get_key_device() {
 
 void dmd_key_command_func(int combination_key) {
     LOG_M("combination_key is %d.\n", combination_key);
-    const auto* const row = std::find_if(
-        std::begin(key_command_table), std::end(key_command_table),
-        [combination_key](const key_command& other) { return other.combination_key == combination_key; });
-    const int command = row != std::end(key_command_table) ? row->command : 0;
-    LOG_M("command is %d.\n", command);
-    const auto* const dump =
-        std::find_if(std::begin(command_dumps), std::end(command_dumps),
-                     [command](const command_dump& other) { return other.command == command; });
-    if (dump == std::end(command_dumps)) {
+    const auto* const row = std::find_if(std::begin(combinations), std::end(combinations),
+                                         [combination_key](const key_combination& combination) {
+                                             return combination.combination_key == combination_key;
+                                         });
+    const bool found = row != std::end(combinations);
+    LOG_M("command is %d.\n", found ? row->command : NO_COMMAND);
+    if (!found) {
         LOG_M("ignored unknown key command.\n");
         return;
     }
-    dmd_client* const client = get_client_by_name(dump->client_name);
+    dmd_client* const client = get_client_by_name(row->client_name);
     if (client == nullptr) {
-        LOG_M("%s is not found in dmd client list.\n", dump->client_name);
+        LOG_M("%s is not found in dmd client list.\n", row->client_name);
         return;
     }
-    dmd_force_dump_error(client, KEY_ERROR_NO, dump->slot, "on");
+    dmd_force_dump_error(client, KEY_ERROR_NO, row->slot, "on");
 }
 
 void dmd_key_dispatch() {
@@ -254,7 +242,7 @@ int dmd_key_ev_get() {
     for (int i = 0; i < key_device_count; ++i) {
         const short returned = std::exchange(key_device_fds[i].revents, short{0});
         if ((returned & POLLIN) != 0) {
-            taken |= read_key(__FUNCTION__, i, &candidate);
+            taken |= read_key(i, &candidate);
         }
         // One that has hung up would be ready for ever, as one whose reads fail.
         if ((returned & ~POLLIN) != 0 || failed_reads[i] == FAILED_READS_MAX) {
