@@ -97,7 +97,7 @@ void find_dump_file_dir(char (&found)[DIRECTORY_TEXT_SIZE], const char* base, co
         }
         char path[PATH_MAX];
         const size_t length = format_text(path, sizeof path, "%s/%s/%s", base, entry->d_name, file_name);
-        // Anything but a plain file must not keep the daemon waiting.
+        // Nothing that is not a plain file may block the daemon.
         if (!UniqueFd(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK)).valid()) {
             continue;
         }
@@ -175,7 +175,7 @@ int codec_dump_error(dmd_client* client, int error_no, const char* RT_switch) {
 
 int hifi_force_dump_error(dmd_client* client, int error_no, const char* RT_switch) {
     if (is_wanted(__FUNCTION__, client, RT_switch)) {
-        // It goes where the daemon's own output goes; nothing keeps it.
+        // Its output goes where the daemon's goes. Nothing keeps it.
         run_command("cat /proc/hifidebug/dspdumplog");
         LOG_D("hifi_force_dump on error_no %d.\n", error_no);
     }

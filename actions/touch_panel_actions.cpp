@@ -30,12 +30,12 @@ constexpr size_t TEXT_SIZE = 32768;
 // Where the cycle stands.
 enum : int {
     TP_DEBUG_IDLE = 0,       // touch aids and logs off
-    TP_DEBUG_COLLECTED = 1,  // collected, or tried to: waiting for tp_debug_disable
+    TP_DEBUG_COLLECTED = 1,  // collection done or tried, waiting for tp_debug_disable
     TP_DEBUG_ARMED = 2,      // touch aids on, waiting for the second tp_force_dump_error
     TP_DEBUG_DISABLING = 3,  // tp_debug_disable is running its commands
 };
 
-// Every step of the cycle is taken by the one thread that changes the state.
+// The thread that changes the state takes the step.
 std::atomic<int> tp_debug_state{TP_DEBUG_IDLE};
 
 // A command, and the beginning of the message for when it could not be run.
@@ -84,7 +84,7 @@ int run_all(const char* operation, const tp_command (&commands)[N]) {
     return status;
 }
 
-// The text of a dump while it is collected. What does not fit is cut: it never passes TEXT_SIZE bytes.
+// The text of a dump while it is collected. It is cut at TEXT_SIZE bytes.
 struct dump_text {
     UniqueBuffer bytes = allocate_zeroed(TEXT_SIZE);
     size_t length = 0;
@@ -111,10 +111,10 @@ constexpr tp_source CHARGER = {"/sys/class/power_supply/Mains/online", "charger 
 
 enum class outcome { absent, added, empty };
 
-// Appends what one read of the file brings. Absent: the file did not open, or no room was left for it; empty:
-// it opened but brought nothing.
+// Appends what one read of the file returns. Absent: the file did not open, or there was no room for it.
+// Empty: it opened, but the read returned nothing.
 outcome append_file(dump_text* text, const tp_source& source) {
-    // What is no plain file must not keep the daemon waiting.
+    // Nothing that is not a plain file may block the daemon.
     const UniqueFd file(open(source.path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     if (!file.valid()) {
         LOG_M_AS(OPERATION, "Unable to open %s - %s\n", source.path, strerror(errno));

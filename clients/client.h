@@ -33,7 +33,8 @@ struct dmd_client_info {
     client_dump_operation force_dump[SLOT_COUNT];  // null where empty
 };
 
-// Guards the names of all clients. Held only to copy them, so that nobody waits for a dump to learn a name.
+// Guards the names of all clients. Held only while they are copied, so nobody waits for a dump to read a
+// name.
 inline Mutex client_names_lock;
 
 // One bound client. Never freed once it is in the registry; only what the locks guard changes after that.
@@ -53,5 +54,5 @@ struct dmd_client {
     client_clear_operation clear;
     client_dump_operation dump[SLOT_COUNT];
     client_dump_operation force_dump[SLOT_COUNT];
-    std::atomic<unsigned int> texts_read{0};  // that the driver has handed over; wraps around
+    std::atomic<unsigned int> texts_read{0};  // handed over by the driver so far; wraps around
 };

@@ -30,7 +30,7 @@ int dsm_request(int fd, unsigned int request, dsm_argument* argument) {
 }
 
 int bind_client_fd(const char* name) {
-    char client_name[DSM_ARGUMENT_SIZE + 1];  // the field that `name` stands in may be full
+    char client_name[DSM_ARGUMENT_SIZE + 1];  // `name` may fill its field, without a terminator
     copy_text(client_name, name);
     UniqueFd fd;
     const int result = open_and_bind(__FUNCTION__, client_name, &fd);

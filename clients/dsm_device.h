@@ -41,7 +41,7 @@ int bind_client_fd(const char* name);
 // hands over. Returns the bytes read; 0 or less when nothing was read, with errno as read left it.
 ssize_t dsm_read_pending(dmd_client* client, char* buffer) REQUIRES(client->mutex);
 
-// How many descriptors the servers have still to bind. The command server leaves them free.
+// Descriptors that the servers have yet to bind. The command server keeps that many free.
 inline std::atomic<int> descriptors_to_bind{0};
 
 // The init operation of every row: binds the client's own descriptor. 0, or a result that is not 0 when the

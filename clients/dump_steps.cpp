@@ -18,11 +18,11 @@ namespace {
 // The decimal text of an error number in a force request: sign, ten digits and the terminator.
 constexpr size_t ERROR_NUMBER_SIZE = 12;
 
-// Number and second of the standalone dump that was described last: another thread may have just begun it,
-// and no file shows it yet.
+// Error number and second of the latest standalone dump. Another thread may have just begun it, so its file
+// need not exist yet.
 std::atomic<uint64_t> latest_dump{0};
 
-// Whether the dump's name is free: no dump in hand has it, and no file on disk, of this day or another.
+// Whether the dump's name is free: neither a dump in progress nor a file of any day has it.
 bool is_name_free(const dmd_error_info& info) {
     const uint64_t dump =
         uint64_t{static_cast<uint32_t>(info.error_no)} << 32 | static_cast<uint32_t>(info.time);
@@ -81,7 +81,7 @@ UniqueBuffer start_dump(const char* operation, const dmd_client* client, const c
 
 int read_error_text(const char* operation, dmd_client* client, char* buffer, const char* RT_switch,
                     dmd_error_info* info) {
-    errno = 0;  // a read that brings nothing leaves it
+    errno = 0;  // read does not set it when there is nothing to read
     const int got = static_cast<int>(dsm_read_pending(client, buffer));
     if (got <= 0) {
         LOG_M_AS(operation, "read %s return %d - %s\n", client->info->name, got, strerror(errno));

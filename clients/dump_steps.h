@@ -1,20 +1,20 @@
-// The steps that the dump operations of clients are made of. Messages carry `operation`, the name of
-// the operation.
+// The steps that the dump operations of clients share. Messages carry `operation`, the name of the dump
+// operation.
 #pragma once
 
 #include "clients/client.h"
 #include "output/error_info.h"
 #include "platform/owned.h"
 
-// A description of an error that is being dumped now; its names and test switch are still empty.
+// A description of an error that is dumped now. Its names and test switch are empty.
 dmd_error_info start_description(int error_no);
 
 // Fills in the client's names and the first characters of the test switch. Needs no lock of the client.
 void describe_client(dmd_error_info* info, const dmd_client* client, const char* RT_switch)
     EXCLUDES(client_names_lock);
 
-// Describes a standalone dump of bytes that is made now. Such dumps are named by number and time of day: it
-// waits for a second whose name no other dump and no file has, usually not longer than that.
+// Describes a standalone dump of bytes that is made now. Such dumps are named by error number and time of
+// day, so it waits for a second whose name is free: usually this one or the next.
 dmd_error_info describe_standalone_dump(const dmd_client* client, int error_no, const char* RT_switch)
     EXCLUDES(client_names_lock);
 

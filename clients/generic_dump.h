@@ -6,7 +6,7 @@
 
 #include "clients/client.h"
 
-// What some dumps do beside reading and reporting; null where they do nothing.
+// Further steps of a dump; null where it has none.
 struct collection_steps {
     // Runs with the dump's arguments once the buffer is there, before the client's lock is taken. Its result
     // is not used.

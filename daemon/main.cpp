@@ -1,4 +1,4 @@
-// The daemon's entry: brings everything up, then sleeps; the servers' threads do the work.
+// The daemon's entry. It brings everything up and then sleeps: the servers' threads do the work.
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -15,8 +15,8 @@ namespace {
 
 constexpr int PRIORITY = -20;
 
-// Fills the standard descriptors that the daemon was started without: a file that got such a number would
-// take the log or what a command prints.
+// Opens /dev/null on every standard descriptor that is closed. A file that got such a number would receive
+// the log, or what a command prints.
 void fill_standard_descriptors() {
     int fd;
     do {

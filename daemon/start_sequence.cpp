@@ -24,7 +24,7 @@ struct start_step {
     int width;            // of the result in that message
 };
 
-// In this order, each only after the one before it succeeded.
+// Run in this order, each only if the one before it succeeded.
 constexpr start_step start_steps[] = {
     {dmd_client_init, "Dmd client init failed", 0},
     {[] { return parse_config_file(config_file_path); }, "Parse config file failed", 0},

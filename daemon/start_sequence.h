@@ -5,6 +5,6 @@
 // or 61 when the phone never said that it has.
 int wait_for_boot_completion();
 
-// Runs the start steps in order. At the first one that fails it logs that and leaves the rest out; what was
-// started before goes on.
+// Runs the start steps in order. Logs the first one that fails and leaves out the rest; what has started goes
+// on.
 void run_start_steps();

@@ -16,12 +16,12 @@ namespace {
 
 constexpr size_t HEAD_SIZE = 256;  // bytes; what does not fit is cut off
 
-// Accepted as the name of a record as well; the daemon itself does not use it.
+// Also accepted as a record; the daemon does not use it.
 constexpr unsigned int HEAD_OTHER_RECORD = 0x40000;
 
 constexpr char PROCESS_COMMAND[] = "top -m 5 -n 1";
 
-// The text that the driver has handed over already waits behind it.
+// Short: the driver's text, already read, waits to be written.
 constexpr int PROCESS_LIMIT_SECONDS = 10;
 
 int bytes_written(ssize_t result) {
@@ -38,10 +38,12 @@ void process_stat_write(int fd) {
     }
     UniqueFd read_end(ends[0]);
     UniqueFd write_end(ends[1]);
-    // The pipe holds much more than such a list. A longer one waits in the command for its limit, and is cut.
+    // The pipe has room for far more than such a list. A command that prints even more blocks until its
+    // limit, and its list is cut.
     const int status = run_command(PROCESS_COMMAND, PROCESS_LIMIT_SECONDS, write_end.get());
     write_end.reset();
-    fcntl(read_end.get(), F_SETFL, O_NONBLOCK);  // what has left the command's group may hold the other end
+    fcntl(read_end.get(), F_SETFL,
+          O_NONBLOCK);  // a process that left the command's group may hold the other end
     const UniqueFile list(status >= 0 ? fdopen(read_end.get(), "r") : nullptr);
     if (list == nullptr) {
         LOG_M("process stat write failed, ignored...\n");

@@ -3,8 +3,8 @@
 
 #include "output/error_info.h"
 
-// The texts of a head, in their order. The values stand behind the labels, each up to the end of its line.
-// A short head has no processes, and a report with neither head begins without any of them.
+// The texts of a head, in order. A label stands in front of its value, on a line of its own. A short head has
+// no HEAD_PROCESSES.
 constexpr char HEAD_TITLE[] = "\n========Device Bugreport========\n";
 constexpr char HEAD_DATE[] = "[Date]:";
 constexpr char HEAD_TIME[] = "[Time]:";
@@ -14,16 +14,16 @@ constexpr char HEAD_TEST_SWITCH[] = "[Runing_test_switch]:";
 constexpr char HEAD_PROCESSES[] = "[Temperature]:null\n[Process]:\n";
 constexpr char HEAD_CONTENT[] = "[Content]:\n";
 
-// Halves of the kind of a head: which head, and which record it is written to.
+// The kind of a head joins one of each: its length, and the record that it is written to.
 constexpr unsigned int HEAD_SHORT = 2;
 constexpr unsigned int HEAD_FULL = 4;  // with a snapshot of the busiest processes; any other value: no head
 constexpr unsigned int HEAD_COMMERCIAL_RECORD = 0x10000;
 constexpr unsigned int HEAD_ROLLING_RECORD = 0x20000;
 
-// Writes a bug report head of the given kind to fd and syncs it. Always 0: a head that could not be written
-// does not keep the report from being written.
+// Writes a bug report head of the given kind to fd and syncs it. Always 0: the report is written even if its
+// head cannot be.
 int bug_head_write(int fd, const dmd_error_info* info, unsigned int kind);
 
-// Copies a snapshot of the busiest processes to fd, without its empty lines. A snapshot that cannot be taken
-// is logged and left out.
+// Copies a snapshot of the busiest processes to fd, without its empty lines. Logs a snapshot that cannot be
+// taken.
 void process_stat_write(int fd);

@@ -22,7 +22,7 @@ namespace {
 
 constexpr char OPERATION[] = "dmd_compress_output";
 
-// Serialises dmd_compress_output as a whole, but not with the record files.
+// Held for the whole of dmd_compress_output. The record files have a lock of their own.
 Mutex compress_lock;
 
 // Stores the bytes as they are. False, after a message, when the file could not be opened.
@@ -33,7 +33,7 @@ bool write_dump(const char* path, const void* buf, int len) {
     }
     LOG_D_AS(OPERATION, "output to file: %s, size: %d\n", path, len);
     if (write_fully(file.get(), buf, len) != len) {
-        // What is there is still worth keeping.
+        // The part that was written is worth keeping.
         LOG_M_AS(OPERATION, "the dump in %s is cut or lost - %s\n", path, strerror(errno));
     }
     fsync(file.get());
@@ -81,7 +81,7 @@ int dmd_compress_output(const void* buf, int len, dmd_error_info* info, int type
     } else if (!write_dump(path, buf, len)) {
         return result;
     }
-    // An archive command has been split at its first blank by now.
+    // Splitting an archive command has ended its text at the first blank.
     LOG_M("dmd_tar_cmd:%s.\n", command);
     if (gzip_file(path) != 0) {
         LOG_M("compress error  - %s\n", strerror(errno));

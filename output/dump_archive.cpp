@@ -32,7 +32,7 @@ void append_paths(const char* operation, char (&command)[COMMAND_SIZE], const ch
     if (kept == strlen(paths) + 1) {
         return;
     }
-    // Back to where the last whole path ends; the blank before the list is the last such place.
+    // Go back to the end of the last whole path, at most to the blank in front of the list.
     while (kept > 0 && strchr(WORD_SEPARATORS, paths[kept - 1]) == nullptr) {
         --kept;
     }
@@ -77,8 +77,8 @@ int gzip_file(const char* path) {
     char command[COMMAND_SIZE];
     format_text(command, sizeof command, "gzip %25s", path);
     const int status = secure_system(command);
-    // A gzip that a signal has ended, or whose shell says so, may leave a part of its output. It must not
-    // pass for the dump; the whole one is there as long as the file at `path` is.
+    // A killed gzip may leave a part of its output, which must not pass for the dump. As long as the file at
+    // `path` is there, that is the whole dump.
     const bool was_killed = status > 0 && (WIFSIGNALED(status) || WEXITSTATUS(status) > 128);
     if (was_killed && access(path, F_OK) == 0) {
         char part[PATH_SIZE];

@@ -1,5 +1,5 @@
-// The lock of the record files: it serialises dmd_direct_output as a whole and guards what that keeps between
-// calls, the error history among it.
+// The lock of the record files. dmd_direct_output holds it throughout. It guards what that keeps between
+// calls, the error history included.
 #pragma once
 
 #include "platform/mutex.h"

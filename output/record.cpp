@@ -36,8 +36,7 @@ constexpr char ANDROID_LOG_FILES[] =
     "applogcat-log " ANDROID_LOGS "wakelocks-log.1 " ANDROID_LOGS "wakelocks-log " ANDROID_LOGS
     "rillogcat-log.1 " ANDROID_LOGS "rillogcat-log";
 
-// Whether the once-a-day rule lets the report through to the commercial record; notes it in the history if
-// so.
+// Whether the once-a-day rule lets the report into the commercial record. If so, notes it in the history.
 bool pass_daily_rule(const dmd_error_info* info) REQUIRES(output_lock) {
     const dmd_error_history_info_node* const last = find_error_history_info(info);
     if (last == nullptr) {
@@ -116,7 +115,7 @@ int dmd_direct_output(const void* buf, int len, dmd_error_info* info, const char
         return 0;
     }
     if (write_fully(record.fd.get(), buf, len) != len) {
-        // The archive and the upload may still carry what is there.
+        // The archive and the upload still carry the part that was written.
         LOG_M("the report in %s is cut or lost - %s\n", record.path, strerror(errno));
     }
     fsync(record.fd.get());

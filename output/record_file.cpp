@@ -112,7 +112,7 @@ bool prepare_record_file() {
             LOG_M_AS(operation, "output change to new file %s\n", record.path);
         } else if (fstat(record.fd.get(), &opened) != 0 || opened.st_ino != status.st_ino ||
                    opened.st_dev != status.st_dev) {
-            // Reports are to stand where they are looked for.
+            // Somebody replaced the file. Reports go where people look for them: into the one with this name.
             LOG_M_AS(operation, "%s is another file now\n", record.path);
             open_record(O_APPEND);
         }

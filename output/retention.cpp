@@ -41,12 +41,13 @@ struct archive_survey {
     bool oldest_known = false;
 };
 
-// The dump that each of the two roads is making, or the leftover that it is removing; empty in between.
+// The paths that are reserved: a dump in progress, or a leftover that is being removed. Two at most, one
+// under the output lock and one under the compress lock; empty when free.
 Mutex names_lock;
 Condition name_released;
 char names_in_use[2][PATH_SIZE] GUARDED_BY(names_lock) = {};
 
-// Takes a name until release_name. When the other road has it: waits for its release, or returns null.
+// Reserves a path until release_name. While another thread has it, waits, or returns null.
 char* take_name(const char* path, bool wait) {
     const MutexLock lock(names_lock);
     for (;;) {
@@ -78,7 +79,7 @@ const char* path_of(const char* entry, char (&path)[PATH_SIZE]) {
     return path;
 }
 
-// Removes an entry that gzip left behind uncompressed, unless it is a dump that is being made.
+// Removes an entry that gzip left uncompressed, unless it is a dump in progress.
 void remove_leftover(const char* entry) {
     char path[PATH_SIZE];
     char* const name = take_name(path_of(entry, path), false);
@@ -91,19 +92,19 @@ void remove_leftover(const char* entry) {
     release_name(name);
 }
 
-// Deals with one entry of the output directory, which is open as `dir`: there may be thousands.
+// Takes one entry of the output directory, which is open as `dir`, into the survey. Removes it if it is a
+// leftover.
 void survey_entry(int dir, const char* entry, archive_survey* survey) {
     if (strncmp(entry, DUMP_PREFIX, PREFIX_LENGTH) != 0 || entry[PREFIX_LENGTH] == '\0') {
         return;
     }
-    // The daemon makes no such name, and the commands here go through a shell.
+    // No dump has such a name, and a shell must not get it.
     if (!is_plain_name(entry)) {
         LOG_M_AS(OPERATION, "leave %s alone, not a name of this daemon\n", entry);
         return;
     }
-    // The stem of a leftover is all of it, and the daemon's stems fill the width; a shorter one would be
-    // padded with blanks, which no file of the daemon has. A leftover beside its archive is an entry of its
-    // own.
+    // A leftover is all stem, and the daemon's stems have this length. A leftover beside its archive has an
+    // entry of its own.
     char archive[ARCHIVE_NAME_SIZE];
     const size_t length = copy_text(archive, PREFIX_LENGTH + STEM_LENGTH + 1, entry);
     if (length == PREFIX_LENGTH + STEM_LENGTH && entry[length] == '\0') {

@@ -7,9 +7,9 @@
 // locks may overlap.
 int check_compress_file();
 
-// Keeps a dump that is still being made from the retention passes of other threads, which would take it for a
-// leftover, until the end of its scope. Waits where the other road has that very name: for a dump, or to
-// remove a leftover. For use under the output lock or the compress lock, one at a time under each.
+// Protects a dump in progress from the retention passes of other threads, which would take it for a leftover.
+// Its constructor waits while another thread makes a dump of the same name or removes a leftover of that
+// name. Use it under the output lock or the compress lock, one at a time under each.
 class DumpInProgress {
   public:
     explicit DumpInProgress(const char* path);

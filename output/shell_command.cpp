@@ -25,12 +25,12 @@ constexpr mode_t COMMAND_UMASK = 022;
 
 constexpr int STATUS_NO_SHELL = 127;
 
-// What a command's group gets at its limit, a second apart: programs that clean up do so at the first.
+// What a command's group gets at its limit, a second apart. Programs can clean up after the first.
 constexpr int END_SIGNALS[] = {SIGTERM, SIGKILL};
 constexpr int64_t SECOND_US = 1000000;
 
-// The time between two looks at a command grows with its age, to an eighth of it: no call waits for one
-// process with a limit on every kernel.
+// The time between two looks at a command is an eighth of its age, within these bounds. No call that all
+// kernels have waits for one process with a limit.
 constexpr int64_t NAP_MIN_US = 50;
 constexpr int64_t NAP_MAX_US = 20000;
 
@@ -43,8 +43,8 @@ Mutex child_signal_mutex;
 int commands_running GUARDED_BY(child_signal_mutex) = 0;
 struct sigaction previous_disposition GUARDED_BY(child_signal_mutex) = {};
 
-// Gives SIGCHLD its default disposition while any thread runs a command; what it was comes back after the
-// last.
+// Gives SIGCHLD its default disposition while any thread runs a command, and restores the previous one after
+// the last.
 struct DefaultChildSignal {
     DefaultChildSignal() {
         const MutexLock lock(child_signal_mutex);
@@ -64,7 +64,8 @@ struct DefaultChildSignal {
     DefaultChildSignal& operator=(const DefaultChildSignal&) = delete;
 };
 
-// The child's side: becomes the shell. It has the daemon's memory until then, and so makes system calls only.
+// Runs in the child and becomes the shell. Until then it shares the daemon's memory, so it only makes system
+// calls.
 [[noreturn]] void become_shell(const char* command, int output) {
     setpgid(0, 0);
     signal(SIGCHLD, SIG_DFL);
@@ -92,12 +93,13 @@ int run_command(const char* command, int limit_seconds, int output) {
     }
     for (;;) {
         siginfo_t ended = {};
-        // Its status stays for now, and its number its own. It is lost where others wait for all children.
+        // WNOWAIT keeps the status, so that nobody else gets the process number. It fails if somebody else
+        // took the status.
         if (shell < 0 || waitid(P_PID, static_cast<id_t>(shell), &ended, WEXITED | WNOWAIT | WNOHANG) != 0) {
             return -1;
         }
         const int64_t now = monotonic_us();
-        // After SIGTERM the programs have their second to clean up, though the shell may end at once.
+        // After SIGTERM, programs have their second to clean up even if the shell has ended.
         if (ended.si_pid == shell && (signals_sent != 1 || now >= deadline)) {
             kill(-shell, SIGKILL);
             int status = -1;

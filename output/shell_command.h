@@ -11,9 +11,9 @@ constexpr int COMMAND_LIMIT_SECONDS = 300;
 // `output`, or to the daemon's where that is negative, and the files that it makes are writable for their
 // owner only.
 //
-// At its limit the group gets SIGTERM, with a message, and SIGKILL a second later. What is left of the group
-// when the shell ends by itself is killed. A shell that not even SIGKILL ends within a second is stuck in a
-// driver: it is left to itself, and its status to the system, until the daemon ends.
+// At its limit, after a message, the process group gets SIGTERM, and SIGKILL a second later. Processes of the
+// group that outlive the shell are killed. A shell that survives SIGKILL for a second is stuck in a driver;
+// it is left behind, a child of the daemon.
 //
 // Returns what `system` would: the status as waitpid gives it, that of exit(127) without a shell, or -1 when
 // none could be started or something else took its status, errno telling why.

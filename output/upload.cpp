@@ -24,7 +24,7 @@ constexpr size_t DESCRIPTION_SIZE = 256;  // bytes; what does not fit is cut off
 // The platform's exception log takes a tag of at most 15 characters.
 constexpr size_t TAG_SIZE = 16;
 
-// So that apr_info.txt describes one upload whole: uploads come under two locks, and so at the same time.
+// Keeps two uploads, which come under two locks, from mixing their lines in apr_info.txt.
 Mutex description_lock;
 
 }  // namespace
@@ -32,7 +32,8 @@ Mutex description_lock;
 bool write_apr_upload_info(const dmd_error_info* info) {
     const MutexLock lock(description_lock);
     umask(0);  // for the rest of the daemon's life: its files get exactly the modes given at creation
-    const UniqueFd file(open_without_waiting(DESCRIPTION_PATH, O_WRONLY | O_CREAT | O_TRUNC, DESCRIPTION_MODE));
+    const UniqueFd file(
+        open_without_waiting(DESCRIPTION_PATH, O_WRONLY | O_CREAT | O_TRUNC, DESCRIPTION_MODE));
     if (!file.valid()) {
         LOG_M("can't open the file %s.error:%s.", DESCRIPTION_PATH, strerror(errno));
         return false;

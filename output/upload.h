@@ -4,8 +4,8 @@
 #include "output/error_info.h"
 
 // Describes the error in apr_info.txt and files the command that would upload `file_path` in the exception
-// log. Stops after a message at the step that fails; the file stays in any case. Called under the output lock
-// or the compress lock, which may overlap: apr_info.txt then describes the later upload.
+// log. Stops at the first step that fails, after a message; the file stays in any case. Called under the
+// output lock or the compress lock. If two uploads overlap, apr_info.txt describes the later one.
 void dmd_file_upload(const char* file_path, const dmd_error_info* info);
 
 // Writes the four lines of apr_info.txt that describe the error. False when nothing was written. From the

@@ -1,5 +1,4 @@
-// When a file was modified, to the nanosecond: the seconds alone would not tell which of two files of a busy
-// second is the newer.
+// When a file was modified, to the nanosecond: of two files written in the same second one is the newer.
 #pragma once
 
 #include <sys/stat.h>

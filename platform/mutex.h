@@ -1,9 +1,9 @@
 // Mutexes and condition variables whose contracts clang checks (-Wthread-safety).
 //
-// Lock order of the daemon, wherever several are held: the key sequence's lock or the poll server's list's;
-// then one client's; then the output lock or the compress lock. Under each of the others nothing else is
-// taken: the registry's, the listen server's list's, that of the clients' names, of the names of dumps in the
-// making, of apr_info.txt, of the archive writer's lookups, of SIGCHLD's disposition.
+// The order in which a thread takes locks: the key sequence's or that of the poll server's list; then one
+// client's; then the output lock or the compress lock. A thread that holds one of the others takes no further
+// lock: the registry's, that of the listen server's list, of the clients' names, of the names of dumps in
+// progress, of apr_info.txt, of the archive writer's lookups, of SIGCHLD's disposition.
 #pragma once
 
 #include <pthread.h>

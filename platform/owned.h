@@ -1,4 +1,4 @@
-// Owners of descriptors, streams and blocks of memory: what they hold is released at their end of scope.
+// Owners of descriptors, streams and blocks of memory. Each releases what it holds at the end of its scope.
 #pragma once
 
 #include <dirent.h>
@@ -63,7 +63,7 @@ template <typename T>
 using UniqueBlock = std::unique_ptr<T, BlockFreer>;
 using UniqueBuffer = UniqueBlock<char[]>;
 
-// A new T, its fields zero or as their declarations say; null when there is no memory.
+// A new T, all zero but for members with initialisers; null when there is no memory.
 template <typename T>
 UniqueBlock<T> allocate() {
     static_assert(std::is_trivially_destructible<T>::value, "freeing it is all that ends it");
@@ -71,8 +71,8 @@ UniqueBlock<T> allocate() {
     return UniqueBlock<T>(block != nullptr ? new (block) T() : nullptr);
 }
 
-// A zero-filled buffer of `size` bytes; null when there is no memory. Of a large one only what is written
-// takes memory.
+// A zero-filled buffer of `size` bytes; null when there is no memory. A large one takes memory only as it is
+// written.
 inline UniqueBuffer allocate_zeroed(size_t size) {
     return UniqueBuffer(static_cast<char*>(calloc(size, 1)));
 }

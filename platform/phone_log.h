@@ -1,5 +1,5 @@
-// The phone's log library, as far as the daemon uses it. A phone's build (DMD_ANDROID) takes the platform's
-// own header and liblog; on a desk all of it is in desk/log.cpp.
+// The part of the phone's log library that the daemon uses. On a phone (DMD_ANDROID) it is the platform's
+// header and liblog, on a desk desk/log.cpp.
 #pragma once
 
 #ifdef DMD_ANDROID

@@ -1,5 +1,5 @@
-// The phone's system properties, as far as the daemon uses them. A phone's build (DMD_ANDROID) takes the
-// platform's own header and libcutils; on a desk they are in desk/properties.cpp.
+// The phone's system properties. On a phone (DMD_ANDROID) they come from the platform's header and libcutils,
+// on a desk from desk/properties.cpp.
 #pragma once
 
 #ifdef DMD_ANDROID

@@ -1,5 +1,4 @@
-// Filling fixed-size texts: everything here cuts what does not fit and always leaves room for, and writes,
-// the terminator, except copy_field.
+// Filling fixed-size texts. Every function cuts what does not fit, and all but copy_field write a terminator.
 #pragma once
 
 #include <cstdarg>

@@ -26,12 +26,12 @@ int32_t lclient_count GUARDED_BY(lclient_lock) = 0;
 
 pthread_t listen_thread;
 
-// Fruitless passes in a row after which a client rests: one alone may be an error whose text is empty. Two
-// between which the thread had to wait are not in a row.
+// A client rests after so many fruitless passes in a row. One alone may be an error with an empty text.
+// Passes are not in a row if the thread had to wait a second between them.
 constexpr int FRUITLESS_PASSES = 2;
 constexpr int64_t WAITED_MS = 1000;
 
-// The first rest; each further one in a row is twice as long, up to the longest.
+// The first rest. Each further one in a row is twice as long, up to the longest.
 constexpr int64_t REST_MIN_MS = 1000;
 constexpr int64_t REST_MAX_MS = 60000;
 
@@ -107,15 +107,15 @@ void handle_error(const lclient& record) {
     run_actions(OPERATION, *trigger, dmd_dump_error, "can not");
 }
 
-// Takes the clients that rest out of the set. Returns the milliseconds until the first of them has rested, or
-// -1 when none rests.
+// Removes resting clients from the set. Returns the milliseconds until the first rest is over, or -1 when no
+// client rests.
 int64_t leave_out_resting(fd_set* set) {
     const int64_t now = now_ms();
     int64_t shortest_ms = -1;
     const MutexLock lock(lclient_lock);
     for (const lclient* record = lclient_list; record != nullptr; record = record->next) {
         const int64_t left_ms = record->rest_end_ms - now;
-        // One whose text somebody has read meanwhile has rested long enough.
+        // The rest is over early when somebody has read the text meanwhile.
         if (left_ms > 0 && record->dclient->texts_read == record->texts_read) {
             FD_CLR(record->fd, set);
             shortest_ms = shortest_ms < 0 ? left_ms : std::min(shortest_ms, left_ms);
@@ -124,8 +124,8 @@ int64_t leave_out_resting(fd_set* set) {
     return shortest_ms;
 }
 
-// Notes what became of the clients in the pass for which select took `waited_ms`, and lets those rest that
-// hand nothing over.
+// Looks back at a pass in which select waited for `waited_ms`. Clients that are ready again and again but
+// hand nothing over have to rest.
 void note_pass(fd_set watched, fd_set ready, int64_t waited_ms) {
     const int64_t now = now_ms();
     const MutexLock lock(lclient_lock);

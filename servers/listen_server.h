@@ -16,11 +16,11 @@ struct lclient {
     int32_t num_triggers;
     trigger_info* triggers;  // the section's own array
 
-    // A client that is ready again and again and hands nothing over (a dead driver, or a trigger whose
-    // actions do not read it) rests for longer and longer, so that the thread does not spin on it.
-    unsigned int texts_read;  // of the client, at the end of the last pass in which it was watched
-    int fruitless;            // passes in a row in which it was ready and handed nothing over
-    int64_t rest_end_ms;      // of the monotonic clock: until then it is not watched
+    // A client can stay ready and hand nothing over: its driver is dead, or its trigger's actions do not read
+    // it. It then rests, longer each time, so that the thread does not spin on it.
+    unsigned int texts_read;  // by the client, after the last pass that watched it
+    int fruitless;            // passes in a row in which it was ready but handed nothing over
+    int64_t rest_end_ms;      // by the monotonic clock; not watched before
 };
 
 // Starts the listen thread, which then sets its clients up and serves them for the life of the process.

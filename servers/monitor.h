@@ -1,5 +1,5 @@
 // What the listen server and the poll server do alike with their clients. Messages carry `operation`, the
-// name of the one that calls; where the servers word a message differently, the words are handed in.
+// name of the caller. Where the servers word a message differently, the caller passes the words.
 #pragma once
 
 #include <cstdint>
@@ -28,8 +28,7 @@ void log_triggers(const char* operation, const trigger_info* triggers, int32_t n
 int get_device_info(const char* operation, const char* what, dmd_client* client, int fd,
                     unsigned int request);
 
-// Takes over the client's names, from the driver where get_info says that it answers and else from the
-// section.
+// Fills in the client's names: the driver's where get_info says that it answers, otherwise the section's.
 template <typename Record>
 void describe_device(Record* record, const setting_info& setting,
                      int (*get_info)(Record* record, unsigned int request)) {

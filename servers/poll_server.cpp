@@ -46,7 +46,7 @@ void sample_client(dmd_client* client) {
     const poll_setting& poll = setting->poll;
     record->dclient = client;
     record->fd = fd.release();
-    // A negative period is a very long one: the client is in effect never sampled.
+    // A negative period becomes a very long one: the client is in effect never sampled.
     record->sample_period =
         poll.sampling_period != 0 ? static_cast<uint32_t>(poll.sampling_period) : DEFAULT_SAMPLE_PERIOD;
     record->num_triggers = poll.num_triggers;
@@ -87,7 +87,7 @@ void sample(const pclient& record) {
     run_actions(OPERATION, *trigger, dmd_force_dump_error, "can");
 }
 
-// Samples the clients whose time has come. The lock is held over their dumps: only this thread wants it.
+// Samples the clients that are due. Their dumps may run under the lock, because only this thread takes it.
 void sweep(uint32_t clock_tick) {
     const MutexLock lock(pclient_lock);
     for (const pclient* record = pclient_list; record != nullptr; record = record->next) {

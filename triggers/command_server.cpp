@@ -30,9 +30,9 @@ constexpr char OPERATION[] = "dmd_cmd_thread";
 constexpr int SETUP_FAILED = -22;
 constexpr mode_t SOCKET_MODE = 0660;
 constexpr int BACKLOG = 10;
-// Descriptors that the reports of all threads may need at a time.
+// Descriptors that the reports of all threads may need at one time.
 constexpr int REPORT_DESCRIPTORS = 64;
-// How long connections that cannot be accepted stay in the queue before the next try.
+// How long a connection that cannot be accepted stays in the queue before the next try.
 constexpr time_t QUEUE_REST_SECONDS = 1;
 constexpr int FORCE_DUMP_SLOT = 0;
 
@@ -54,9 +54,8 @@ sockaddr_un socket_address() {
     return address;
 }
 
-// Whether a connection can be served. Descriptors are given out from below: above its own, enough must be
-// left for the servers that are still binding and for the reports, within the limit and within what select
-// can watch.
+// Whether a connection can be served. The lowest free number is given out first, so the numbers above this
+// one must suffice for the servers that are still binding and for the reports.
 bool has_room_for(int connection) {
     rlimit limit = {};
     const rlim_t allowed = getrlimit(RLIMIT_NOFILE, &limit) == 0 ? limit.rlim_cur : RLIM_INFINITY;
@@ -69,7 +68,7 @@ bool has_room_for(int connection) {
 void accept_connection(fd_set* watched) {
     sockaddr_un address = {};
     socklen_t size = sizeof address;
-    // Nothing that a peer does keeps the thread waiting.
+    // No peer can block the thread.
     UniqueFd connection(accept4(listening_socket, reinterpret_cast<sockaddr*>(&address), &size,
                                 SOCK_CLOEXEC | SOCK_NONBLOCK));
     if (!connection.valid()) {
@@ -158,16 +157,16 @@ void* dmd_cmd_thread(void* /*argument*/) {
 
 int dmd_command_sever_init() {
     listening_socket = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    // One that select could not watch is as good as none.
+    // select could not watch a larger one.
     if (listening_socket < 0 || listening_socket >= FD_SETSIZE) {
         LOG_M("Unable to create socket server for device monitor\n");
         return SETUP_FAILED;
     }
-    // Closing a descriptor that a peer has passed along can take as long as the peer likes. Where the kernel
-    // can refuse them it does, for the connections too.
+    // Where the kernel can, it refuses descriptors that a peer passes along: closing one can take as long as
+    // the peer likes. Connections inherit this.
     const int refused = 0;
     setsockopt(listening_socket, SOL_SOCKET, SO_PASSRIGHTS, &refused, sizeof refused);
-    // The file takes its mode over from the socket, so it never has a wider one than it is to have.
+    // bind gives the file this mode, so it is never wider than in the end.
     fchmod(listening_socket, SOCKET_MODE);
     const sockaddr_un address = socket_address();
     unlink(DMD_COMMAND_SOCKET);

@@ -33,7 +33,7 @@ constexpr int KEY_DEVICES_MAX = 8;
 constexpr size_t BITS_SIZE = 124;
 // Longest pause between two events of one sequence.
 constexpr int32_t MAX_PAUSE_MS = 280;
-// Reads in a row that may fail before a device is given up: it would stay ready and keep the thread busy.
+// A device is closed after so many failed reads in a row: it would stay ready and keep the thread busy.
 constexpr int FAILED_READS_MAX = 16;
 
 static_assert(sizeof(input_event) == 2 * sizeof(long) + 8,
@@ -69,7 +69,7 @@ constexpr int NO_COMMAND = 0;
 // The watched devices; used by the start operation and then by the key thread alone.
 pollfd* key_device_fds = nullptr;  // room for KEY_DEVICES_MAX
 int key_device_count = 0;
-int failed_reads[KEY_DEVICES_MAX] = {};  // of each device, in a row
+int failed_reads[KEY_DEVICES_MAX] = {};  // in a row, of each device
 
 pthread_t key_thread;
 
@@ -78,7 +78,7 @@ bool has_bit(const unsigned long* bits, unsigned int bit) {
     return (bits[bit / word] >> (bit % word) & 1) != 0;
 }
 
-// Takes one event from a device. False when there was none to take, after a message, or one of no interest.
+// Reads one event from a device. False when that failed, after a message, or when the event does not matter.
 bool read_key(int index, key_entry* key) {
     constexpr char operation[] = "dmd_key_ev_get";
     input_event event = {};
@@ -93,7 +93,7 @@ bool read_key(int index, key_entry* key) {
     }
     const uint32_t time = static_cast<uint32_t>(dmd_key_time_ms());
     LOG_M_AS(operation, "code:%d, time:%d ms value:%d\n", event.code, static_cast<int>(time), event.value);
-    // The one moment in 49 days that would mark a free entry counts as the next.
+    // 0 would mark a free entry, so that one millisecond in 49 days counts as the next.
     *key = {event.code, std::max(time, 1U), static_cast<uint16_t>(event.value)};
     return true;
 }
@@ -180,7 +180,7 @@ int dmd_get_key_device() {
         }
         char path[sizeof INPUT_DIR + sizeof entry->d_name];
         format_text(path, sizeof path, "%s/%s", INPUT_DIR, name);
-        // Nothing that lies there keeps the daemon waiting, neither in open nor in read.
+        // Neither open nor read blocks, whatever lies there.
         UniqueFd fd(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
         if (!fd.valid() || !dmd_is_key_device(fd.get())) {
             continue;
@@ -244,7 +244,7 @@ int dmd_key_ev_get() {
         if ((returned & POLLIN) != 0) {
             taken |= read_key(i, &candidate);
         }
-        // One that has hung up would be ready for ever, as one whose reads fail.
+        // It would stay ready for ever.
         if ((returned & ~POLLIN) != 0 || failed_reads[i] == FAILED_READS_MAX) {
             drop_device(i--);
             LOG_M("a key device is gone, %d left\n", key_device_count);

@@ -33,9 +33,9 @@ bool dmd_is_key_device(int fd);
 // Entry of the key thread; its argument is not used. Never returns.
 void* dmd_key_event_detect_thread(void* argument);
 
-// Waits for input and takes at most one event from each device; the last of them goes into the sequence, and
-// a complete sequence is acted on before this returns. Lets go of devices that have hung up or whose reads
-// fail again and again. 1 when a key event was taken, else 0.
+// Waits for input and reads at most one event from each device. The last key event goes into the sequence; a
+// complete sequence is acted on before this returns. Closes devices that have hung up or whose reads keep
+// failing. 1 when there was a key event, else 0.
 int dmd_key_ev_get();
 
 // Acts on a full sequence, on the calling thread, and empties it.
