@@ -36,9 +36,8 @@ constexpr size_t ARCHIVE_NAME_SIZE = PREFIX_LENGTH + STEM_LENGTH + sizeof ARCHIV
 // What one walk over the dump archives finds.
 struct archive_survey {
     unsigned long long total_bytes = 0;
-    char oldest_archive[ARCHIVE_NAME_SIZE] = "";
+    char oldest_archive[ARCHIVE_NAME_SIZE] = "";  // empty before the first one
     file_time oldest_time = {};
-    bool oldest_known = false;
 };
 
 // The paths that are reserved: a dump in progress, or a leftover that is being removed. Two at most, one
@@ -121,15 +120,14 @@ void survey_entry(int dir, const char* entry, archive_survey* survey) {
     survey->total_bytes += static_cast<unsigned long long>(status.st_size);
     LOG_D_AS(OPERATION, "dump file - %s, file size %d, time %lu, del time %lu\n", path_of(archive, path),
              static_cast<int>(status.st_size), time.seconds, survey->oldest_time.seconds);
-    if (survey->oldest_known && !is_later(survey->oldest_time, time)) {
-        return;
-    }
-    if (survey->oldest_known) {
+    if (survey->oldest_archive[0] != '\0') {
+        if (!is_later(survey->oldest_time, time)) {
+            return;
+        }
         LOG_D_AS(OPERATION, "the older dump %s, time %lu\n", entry, time.seconds);
     }
     copy_text(survey->oldest_archive, archive);
     survey->oldest_time = time;
-    survey->oldest_known = true;
 }
 
 }  // namespace
