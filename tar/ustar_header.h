@@ -7,6 +7,11 @@
 // Unit of an archive in bytes: headers are one block, data is padded to whole blocks.
 constexpr int TAR_BLOCK_SIZE = 512;
 
+// Bytes that `size` bytes of data take in an archive.
+constexpr int padded_to_blocks(int size) {
+    return (size + TAR_BLOCK_SIZE - 1) / TAR_BLOCK_SIZE * TAR_BLOCK_SIZE;
+}
+
 // Zero bytes that end an archive: two blocks.
 constexpr int TAR_END_SIZE = 2 * TAR_BLOCK_SIZE;
 
@@ -44,22 +49,9 @@ struct ustar_header {
 };
 
 static_assert(sizeof(ustar_header) == TAR_BLOCK_SIZE);
-static_assert(offsetof(ustar_header, mode) == 100);
-static_assert(offsetof(ustar_header, uid) == 108);
-static_assert(offsetof(ustar_header, gid) == 116);
-static_assert(offsetof(ustar_header, size) == 124);
-static_assert(offsetof(ustar_header, mtime) == 136);
 static_assert(offsetof(ustar_header, chksum) == 148);
-static_assert(offsetof(ustar_header, typeflag) == 156);
-static_assert(offsetof(ustar_header, linkname) == 157);
 static_assert(offsetof(ustar_header, magic) == 257);
-static_assert(offsetof(ustar_header, version) == 263);
-static_assert(offsetof(ustar_header, uname) == 265);
-static_assert(offsetof(ustar_header, gname) == 297);
-static_assert(offsetof(ustar_header, devmajor) == 329);
-static_assert(offsetof(ustar_header, devminor) == 337);
 static_assert(offsetof(ustar_header, prefix) == 345);
-static_assert(offsetof(ustar_header, pad) == 500);
 
 // Writes `value` into the `width` bytes at `field`: width - 1 zero-padded octal digits and a terminator. Of a
 // value with one or two digits more the first is dropped (with two, the digits fill the field and there is no
@@ -67,10 +59,9 @@ static_assert(offsetof(ustar_header, pad) == 500);
 // any number, and the field was left unchanged.
 int format_octal_field(char* field, int width, uint64_t value);
 
-// Reads a number as strtol does in base 8, but never beyond the `width` bytes at `field`: leading blanks and
-// a sign are taken, what follows the digits is ignored, and a text without digits is 0. A number that does
-// not fit its field as text stands there in binary, marked by the first bit. What an int64_t cannot hold
-// becomes the nearest that it can.
+// Reads a number as strtol does in base 8, but never beyond the `width` bytes at `field`. A number whose text
+// would not fit stands there in binary, marked by the first bit; one that an int64_t cannot hold becomes the
+// nearest that it can.
 int64_t parse_number_field(const char* field, size_t width);
 
 // The checksum of a block: the sum of its bytes with the checksum field read as eight spaces.
