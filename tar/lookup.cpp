@@ -49,42 +49,21 @@ bool resize(LineBuffer* line, int size) {
     return true;
 }
 
-// Sets the offset of `fd` back so that the next read begins at `next` of the bytes that end at `read_end`.
-bool step_back(int fd, const char* next, const char* read_end) {
-    return lseek(fd, static_cast<off_t>(next - read_end), SEEK_CUR) >= 0;
-}
-
-// Sets the offset of `fd` behind the next line feed. False when there is none, or on an error.
-bool skip_line_rest(int fd, LineBuffer* line) {
-    for (;;) {
-        const int got = read_fully(fd, line->text, LINE_STEP);
-        if (got <= 0) {
-            return false;
-        }
-        const char* const feed = static_cast<char*>(memchr(line->text, '\n', got));
-        if (feed != nullptr) {
-            return step_back(fd, feed + 1, line->text + got);
-        }
-    }
-}
-
 // Reads the next line that ends with a line feed, begins like an entry and fits; others are skipped. Returns
-// its text, or null when there is none, on an error or without memory.
+// its text, or null when there is none, on an error or without memory. The offset of `fd` is left behind it.
 char* next_line(int fd, LineBuffer* line) {
     int used = 0;
+    bool fits = true;
     for (;;) {
-        const int wanted = std::min(used + LINE_STEP, line->limit);
-        if (wanted == used) {
-            if (!skip_line_rest(fd, line)) {
-                return nullptr;
-            }
+        if (used == line->limit) {
+            fits = false;  // only its end is looked for
             used = 0;
-            continue;
         }
-        if (!resize(line, wanted)) {
+        const int size = std::min(used + LINE_STEP, line->limit);
+        if (!resize(line, size)) {
             return nullptr;
         }
-        const int got = read_fully(fd, line->text + used, wanted - used);
+        const int got = read_fully(fd, line->text + used, size - used);
         if (got <= 0) {
             return nullptr;
         }
@@ -93,14 +72,16 @@ char* next_line(int fd, LineBuffer* line) {
         if (feed == nullptr) {
             continue;
         }
-        if (!step_back(fd, feed + 1, line->text + used)) {
+        const auto beyond = static_cast<off_t>(line->text + used - (feed + 1));
+        if (lseek(fd, -beyond, SEEK_CUR) < 0) {
             return nullptr;
         }
         *feed = '\0';
-        if (strchr("# \t", line->text[0]) == nullptr) {  // also finds the terminator of an empty line
+        if (fits && strchr("# \t", line->text[0]) == nullptr) {  // also finds the terminator of an empty line
             return line->text;
         }
         used = 0;
+        fits = true;
     }
 }
 
@@ -127,16 +108,13 @@ auto set_gecos(User* user, char* text) -> decltype(user->pw_gecos = text) {
 template <typename User>
 void set_gecos(User* /*user*/, ...) {}
 
-// Reads an id: decimal digits and nothing else, in 32 bits. (strtoul would take blanks, signs and an empty
-// field, which would name root.)
+// Reads an id: decimal digits and nothing else, in 32 bits. (strtoull alone would take blanks, signs and an
+// empty field, which would name root.)
 bool parse_id(const char* text, uint32_t* id) {
-    uint64_t value = 0;
-    const char* at = text;
-    for (; *at >= '0' && *at <= '9' && value <= UINT32_MAX; at++) {
-        value = value * 10 + (*at - '0');
-    }
+    const size_t digits = strspn(text, "0123456789");
+    const unsigned long long value = strtoull(text, nullptr, 10);
     *id = static_cast<uint32_t>(value);
-    return at != text && *at == '\0' && value <= UINT32_MAX;
+    return digits > 0 && text[digits] == '\0' && value <= UINT32_MAX;
 }
 
 // Splits a list at its commas into a newly allocated array that ends with null; null without memory.
@@ -203,9 +181,6 @@ struct group* read_group_entry(int fd) {
 
 struct passwd* getpwuid(uid_t uid) {
     const UniqueFd file(open("/etc/passwd", O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-    if (!file.valid()) {
-        return nullptr;
-    }
     passwd* entry;
     do {
         entry = __getpwent(file.get());
@@ -215,9 +190,6 @@ struct passwd* getpwuid(uid_t uid) {
 
 struct group* getgrgid(gid_t gid) {
     const UniqueFd file(open("/etc/group", O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-    if (!file.valid()) {
-        return nullptr;
-    }
     group* entry;
     do {
         entry = read_group_entry(file.get());
