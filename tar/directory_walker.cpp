@@ -15,49 +15,14 @@
 
 namespace {
 
-// First size in bytes of a directory's list of names; it doubles as needed.
-constexpr size_t FIRST_NAMES_SIZE = 1024;
-
-// The names in a directory, each terminated, one after the other.
-struct NameList {
-    UniqueBuffer text;
-    size_t used = 0;
-    size_t capacity = 0;
-};
-
-bool add_name(NameList* names, const char* name) {
-    const size_t size = strlen(name) + 1;
-    if (names->capacity - names->used < size) {
-        const size_t capacity = names->capacity == 0 ? FIRST_NAMES_SIZE : names->capacity * 2;
-        char* const grown = static_cast<char*>(realloc(names->text.get(), capacity));
-        if (grown == nullptr) {
-            return false;
-        }
-        static_cast<void>(names->text.release());  // realloc freed it
-        names->text.reset(grown);
-        names->capacity = capacity;
-    }
-    memcpy(names->text.get() + names->used, name, size);
-    names->used += size;
-    return true;
-}
-static_assert(FIRST_NAMES_SIZE > sizeof(dirent::d_name), "one doubling must make room for any name");
-
-// False when not all names could be read.
-bool read_names(DIR* directory, NameList* names) {
-    for (;;) {
+// The next entry but "." and ".."; null at the end, where errno is 0, and on an error.
+const dirent* next_entry(DIR* directory) {
+    const dirent* entry;
+    do {
         errno = 0;
-        const dirent* const entry = readdir(directory);
-        if (entry == nullptr) {
-            return errno == 0;
-        }
-        if (strcmp(entry->d_name, ".") == 0 || strcmp(entry->d_name, "..") == 0) {
-            continue;
-        }
-        if (!add_name(names, entry->d_name)) {
-            return false;
-        }
-    }
+        entry = readdir(directory);
+    } while (entry != nullptr && (strcmp(entry->d_name, ".") == 0 || strcmp(entry->d_name, "..") == 0));
+    return entry;
 }
 
 // Unlike opendir it stays off a link that has taken the directory's place since its status was read.
@@ -101,25 +66,24 @@ int recursive_action(const char* path, int recurse, int follow_links, int depth_
         }
     }
 
-    // All names are read before the first is walked: a stream held open on each level would let a deep tree
-    // take every descriptor from the rest of the daemon.
     UniqueDir directory = open_directory(path, follow_links);
-    NameList names;
-    int result = directory != nullptr && read_names(directory.get(), &names);
-    if (result == 0) {
-        LOG_M("%s: not all of its entries can be read - %s", path, strerror(errno));
-    }
     if (directory == nullptr) {
+        LOG_M("%s: not all of its entries can be read - %s", path, strerror(errno));
         return 0;
     }
-    directory.reset();
-    for (size_t at = 0; at < names.used; at += strlen(names.text.get() + at) + 1) {
-        const UniqueBuffer child(concat_path_file(path, names.text.get() + at));
+    int result = 1;
+    while (const dirent* const entry = next_entry(directory.get())) {
+        const UniqueBuffer child(concat_path_file(path, entry->d_name));
         if (!recursive_action(child.get(), recurse, follow_links, depth_first, file_action, directory_action,
                               user_data)) {
             result = 0;
         }
     }
+    if (errno != 0) {
+        LOG_M("%s: not all of its entries can be read - %s", path, strerror(errno));
+        result = 0;
+    }
+    directory.reset();
     if (depth_first && !directory_action(path, &status, user_data)) {
         result = 0;
     }
@@ -138,9 +102,7 @@ char* concat_path_file(const char* path, const char* name) {
         LOG_M("outbuf malloc failed.\n");
         return nullptr;
     }
-    size_t length = copy_text(joined, size, path);
-    length += copy_text(joined + length, size - length, separator);
-    copy_text(joined + length, size - length, name);
+    format_text(joined, size, "%s%s%s", path, separator, name);
     return joined;
 }
 

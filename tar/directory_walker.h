@@ -12,8 +12,8 @@ constexpr int WALK_SKIP_CONTENTS = 2;
 
 // Runs the actions on `path` and, with `recurse`, on everything below it, entries in the directory's own
 // order: the directory action for directories (after their contents with depth_first, otherwise before), the
-// file action for everything else. Symbolic links are followed only with follow_links. Holds at most one
-// descriptor at a time and a few hundred bytes of stack for each level (PATH_MAX bounds the levels to 2048).
+// file action for everything else. Symbolic links are followed only with follow_links. Each level on the way
+// holds a descriptor and a few hundred bytes of stack: the directory action bounds the depth.
 //
 // Returns true when every status call and every action succeeded; after a failed entry the walk goes on.
 int recursive_action(const char* path, int recurse, int follow_links, int depth_first,

@@ -21,12 +21,12 @@ struct HardLinkList {
     HardLinkList() = default;
     HardLinkList(const HardLinkList&) = delete;
     HardLinkList& operator=(const HardLinkList&) = delete;
-    ~HardLinkList() { drop_down_to(nullptr); }
+    ~HardLinkList();
 
-    // Frees the records that are newer than `kept`, which is in the list, or null for the whole list.
-    void drop_down_to(const hl_info* kept);
+    // The record that another name of the file left, or null when this is its first name.
+    const hl_info* find(const struct stat* status) const;
 };
 
-// Looks a file up. Returns the record that another name of it left, or null when this is its first name; then
-// a record is added when it has more names (without memory none is, with a message).
-const hl_info* addhard_link_info(HardLinkList* list, const char* path, const struct stat* status);
+// Adds a record of a file that is in the archive now, where it has more names. Without memory none is added,
+// with a message: its other names will be files of their own.
+void addhard_link_info(HardLinkList* list, const char* path, const struct stat* status);

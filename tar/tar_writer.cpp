@@ -35,40 +35,30 @@ constexpr int COPY_SIZE = 1024;
 constexpr uint64_t MAX_MEMBER_SIZE = 077777777777;
 static_assert(sizeof(stat::st_size) == 8 && sizeof(stat::st_ino) == 8, "as wide on a 32-bit phone");
 
-// Zero bytes for paddings and for the end of the archive.
-constexpr char ZEROS[COPY_SIZE] = {};
-static_assert(sizeof ZEROS >= TAR_END_SIZE);
-
 // Set once the message about leading "/" was logged, for all archives of the process.
 std::atomic_flag leading_slash_reported = ATOMIC_FLAG_INIT;
 
-const char* name_of_user(uint32_t id) {
-    const passwd* const user = getpwuid(id);
-    return user != nullptr ? user->pw_name : nullptr;
-}
-
-const char* name_of_group(uint32_t id) {
-    const group* const entry = getgrgid(id);
-    return entry != nullptr ? entry->gr_name : nullptr;
-}
-
-// Makes `name` that of `id`, where it has none the number.
-void look_up(owner_name* name, uint32_t id, const char* (*find)(uint32_t id), char behind_number) {
-    if (name->known && name->id == id) {
+void look_up_owners(owner_names* owners, uint32_t uid, uint32_t gid) {
+    if (owners->known && owners->uid == uid && owners->gid == gid) {
         return;
     }
+    *owners = {true, uid, gid, "", ""};
+    format_text(owners->user, sizeof owners->user, "%-8lld ", static_cast<long long>(uid));
+    format_text(owners->group, sizeof owners->group, "%-8lld\t", static_cast<long long>(gid));
     const MutexLock lock(lookup_mutex);
-    const char* const found = find(id);
-    if (found != nullptr) {
-        copy_text(name->text, found);  // a longer name is cut to 31 characters
-    } else {
-        format_text(name->text, sizeof name->text, "%-8lld%c", static_cast<long long>(id), behind_number);
+    const passwd* const user = getpwuid(uid);
+    if (user != nullptr) {
+        copy_text(owners->user, user->pw_name);  // a longer name is cut to 31 characters
     }
-    if (name->text[0] == '\0') {
-        copy_text(name->text, "root");
+    const group* const group = getgrgid(gid);
+    if (group != nullptr) {
+        copy_text(owners->group, group->gr_name);
     }
-    name->id = id;
-    name->known = true;
+    for (char* const name : {owners->user, owners->group}) {
+        if (name[0] == '\0') {
+            copy_text(name, sizeof owners->user, "root");
+        }
+    }
 }
 
 template <size_t N>
@@ -132,10 +122,9 @@ bool write_tar_header(ustar_header* header, const char* path, const char* member
     fill_number(header->mtime, static_cast<uint32_t>(status->st_mtime));
     copy_field(header->magic, "ustar");
     copy_field(header->version, "  ");
-    look_up(&info->user, status->st_uid, name_of_user, ' ');
-    look_up(&info->group, status->st_gid, name_of_group, '\t');
-    copy_field(header->uname, info->user.text);
-    copy_field(header->gname, info->group.text);
+    look_up_owners(&info->owners, status->st_uid, status->st_gid);
+    copy_field(header->uname, info->owners.user);
+    copy_field(header->gname, info->owners.group);
     if (!fill_type(header, status, info->current_hard_link)) {
         if (!S_ISLNK(status->st_mode)) {
             LOG_M("%s: Unknown file type", path);
@@ -147,91 +136,42 @@ bool write_tar_header(ustar_header* header, const char* path, const char* member
     return true;
 }
 
-bool write_zeros(tb_info* info, uint64_t count) {
-    while (count > 0) {
-        const int part = static_cast<int>(std::min<uint64_t>(count, sizeof ZEROS));
-        if (!write_archive(info, ZEROS, part)) {
-            return false;
-        }
-        count -= part;
+// Opens a regular file whose status was read before. Whatever has taken its place since then neither blocks
+// the daemon nor leads it elsewhere. On failure errno tells why.
+UniqueFd open_file(const char* path) {
+    UniqueFd file(open(path, O_RDONLY | O_LARGEFILE | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
+    struct stat status;
+    if (file.valid() && (fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode))) {
+        file.reset();
+        errno = ESTALE;
     }
-    return true;
+    return file;
 }
 
-// The data of a regular file whose status was read before.
-class MemberData {
-  public:
-    // Opens it and reads the first piece. Whatever has taken the file's place since its status was read
-    // neither blocks the daemon nor leads it elsewhere. False on failure, with errno set.
-    bool open_file(const char* path, const struct stat* status) {
-        size_ = static_cast<uint64_t>(status->st_size);
-        file_.reset(open(path, O_RDONLY | O_LARGEFILE | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
-        if (!file_.valid()) {
-            return false;
-        }
-        if (size_ > MAX_MEMBER_SIZE) {
-            errno = EFBIG;  // readers would lose their place behind a size that its field cannot tell
-            return false;
-        }
-        const int wanted = next_size(size_);
-        char* const data = block_ + sizeof(ustar_header);
-        // Not read: a FIFO, which others than root may make, has no place to read from. A device in the
-        // file's place that brings as much as the file is taken for it.
-        do {
-            got_ = static_cast<int>(pread(file_.get(), data, wanted, 0));
-        } while (got_ < 0 && errno == EINTR);
-        if (got_ < wanted || wanted == 0) {
-            struct stat opened;
-            if (fstat(file_.get(), &opened) != 0) {
-                return false;
-            }
-            if (!S_ISREG(opened.st_mode)) {
-                errno = ESTALE;
-                return false;
-            }
-            got_ = read_fully(file_.get(), data, wanted);
-            return true;
-        }
-        return size_ == static_cast<uint64_t>(got_) || lseek(file_.get(), got_, SEEK_SET) == got_;
-    }
+enum class Written { WHOLE, FILLED_UP, NOT };
 
-    // Writes the header and the data, padded to whole blocks. Where the file ends early or cannot be read,
-    // zero bytes stand in and *intact becomes false. False on a write error.
-    bool write_with_header(tb_info* info, const ustar_header& header, bool* intact) {
-        // The header goes with the first piece, and the padding with the last one: most members are one
-        // piece.
-        memcpy(block_, &header, sizeof header);
-        int used = sizeof header;
-        uint64_t remaining = size_;
-        while (remaining > 0 && got_ > 0) {
-            remaining -= got_;
-            const uint64_t padding = remaining == 0 ? padding_of(size_) : 0;
-            memset(block_ + used + got_, 0, padding);
-            if (!write_archive(info, block_, used + got_ + static_cast<int>(padding))) {
-                return false;
-            }
-            used = 0;
-            got_ = remaining > 0 ? read_fully(file_.get(), block_, next_size(remaining)) : 0;
+// Writes a member's header and `size` bytes of data, padded to whole blocks. Where the file ends early or
+// cannot be read, zero bytes fill it up.
+Written write_blocks(tb_info* info, const ustar_header& header, int file, uint64_t size) {
+    static_assert(COPY_SIZE % TAR_BLOCK_SIZE == 0, "so that every piece has room for its padding");
+    char blocks[sizeof header + COPY_SIZE];
+    memcpy(blocks, &header, sizeof header);
+    int used = sizeof header;  // it goes with the first piece: many members are written at once
+    bool readable = true;
+    do {
+        const int wanted = static_cast<int>(std::min<uint64_t>(size, COPY_SIZE));
+        const int padded = padded_to_blocks(wanted);
+        const int got = readable ? std::max(read_fully(file, blocks + used, wanted), 0) : 0;
+        readable = got == wanted;
+        memset(blocks + used + got, 0, padded - got);
+        if (!write_archive(info, blocks, used + padded)) {
+            return Written::NOT;
         }
-        *intact = remaining == 0;
-        return (used == 0 || write_archive(info, block_, used)) &&
-               (*intact || write_zeros(info, remaining + padding_of(size_)));
-    }
-
-  private:
-    static constexpr uint64_t padding_of(uint64_t size) {
-        return (TAR_BLOCK_SIZE - size % TAR_BLOCK_SIZE) % TAR_BLOCK_SIZE;
-    }
-    static int next_size(uint64_t remaining) {
-        return static_cast<int>(std::min<uint64_t>(remaining, COPY_SIZE));
-    }
-    static_assert(COPY_SIZE % TAR_BLOCK_SIZE == 0, "so that every piece leaves room for its padding");
-
-    UniqueFd file_;
-    uint64_t size_ = 0;
-    int got_ = 0;  // bytes of the piece that was read last
-    char block_[sizeof(ustar_header) + COPY_SIZE];
-};
+        size -= wanted;
+        used = 0;
+    } while (size > 0);
+    return readable ? Written::WHOLE : Written::FILLED_UP;
+}
 
 // Takes away what a write error left half written, so that what follows stands on its block.
 void cut_archive(tb_info* info, int64_t start) {
@@ -241,16 +181,16 @@ void cut_archive(tb_info* info, int64_t start) {
     info->size = start;
 }
 
-// write_file_to_tarball as an action of the walker.
+// write_file_to_tarball as an action of the walker. Below a path that is too long every path is.
 int write_member(const char* path, const struct stat* status, void* user_data) {
-    return write_file_to_tarball(path, status, static_cast<tb_info*>(user_data));
+    const int done = write_file_to_tarball(path, status, static_cast<tb_info*>(user_data));
+    return S_ISDIR(status->st_mode) && strlen(path) > MAX_PATH_LENGTH ? WALK_SKIP_CONTENTS : done;
 }
 
 }  // namespace
 
 int write_file_to_tarball(const char* path, const struct stat* status, tb_info* info) {
-    const hl_info* const earlier_links = info->hard_links.newest;
-    info->current_hard_link = addhard_link_info(&info->hard_links, path, status);
+    info->current_hard_link = info->hard_links.find(status);
     if (S_ISSOCK(status->st_mode)) {
         LOG_M("%s: socket ignored", path);
         return 1;
@@ -263,35 +203,47 @@ int write_file_to_tarball(const char* path, const struct stat* status, tb_info* 
     if (member_name != path && !leading_slash_reported.test_and_set()) {
         LOG_M("Removing leading '/' from member names");
     }
-    if (strlen(path) > MAX_PATH_LENGTH || *member_name == '\0') {
+    if (*member_name == '\0') {
         LOG_M("%s: no name for a member; skipping", path);
-        info->hard_links.drop_down_to(earlier_links);  // other names of it have no member to point at
+        return 1;
+    }
+    if (strlen(path) > MAX_PATH_LENGTH) {
+        LOG_M("%s: path too long for a member; skipping", path);
         return 1;
     }
 
-    MemberData data;
-    const bool has_data = S_ISREG(status->st_mode) && info->current_hard_link == nullptr;
-    if (has_data && !data.open_file(path, status)) {
-        LOG_M("%s: Cannot open: %s", path, strerror(errno));
-        info->hard_links.drop_down_to(earlier_links);
-        return 0;
-    }
     ustar_header header;
     if (!write_tar_header(&header, path, member_name, status, info)) {
-        info->hard_links.drop_down_to(earlier_links);
         return 0;
     }
-    const int64_t start = info->size;
-    bool intact = true;
-    const bool written = has_data ? data.write_with_header(info, header, &intact)
-                                  : write_archive(info, &header, sizeof header);
-    if (!written) {
-        cut_archive(info, start);
-        info->hard_links.drop_down_to(earlier_links);
-    } else if (!intact) {
-        LOG_M("%s: shorter than its size, or unreadable; zeros stand in", path);
+    UniqueFd file;
+    uint64_t size = 0;
+    if (header.typeflag == TAR_REGULAR) {
+        size = static_cast<uint64_t>(status->st_size);
+        file = open_file(path);
+        if (!file.valid()) {
+            LOG_M("%s: Cannot open: %s", path, strerror(errno));
+            return 0;
+        }
+        if (size > MAX_MEMBER_SIZE) {
+            LOG_M("%s: larger than a member can be", path);
+            return 0;
+        }
     }
-    return written && intact;
+    const int64_t start = info->size;
+    const Written written = write_blocks(info, header, file.get(), size);
+    if (written == Written::NOT) {
+        cut_archive(info, start);
+        return 0;
+    }
+    if (info->current_hard_link == nullptr) {
+        addhard_link_info(&info->hard_links, path, status);
+    }
+    if (written == Written::FILLED_UP) {
+        LOG_M("%s: shorter than its size, or unreadable; zeros stand in", path);
+        return 0;
+    }
+    return 1;
 }
 
 int write_tar_file(const char* archive_path, char** operands) {
@@ -324,7 +276,8 @@ int write_tar_file(const char* archive_path, char** operands) {
     }
     // An archive without its end, or that the file system did not take, is not complete either.
     const int64_t end = info.size;
-    if (!write_zeros(&info, TAR_END_SIZE)) {
+    constexpr char ZEROS[TAR_END_SIZE] = {};
+    if (!write_archive(&info, ZEROS, sizeof ZEROS)) {
         cut_archive(&info, end);
         complete = false;
     }

@@ -9,11 +9,13 @@
 #include "tar/hard_links.h"
 #include "tar/ustar_header.h"
 
-// The name of a user or a group as a header tells it.
-struct owner_name {
+// The names of a member's owners.
+struct owner_names {
     bool known;
-    uint32_t id;
-    char text[sizeof(ustar_header::uname)];
+    uint32_t uid;
+    uint32_t gid;
+    char user[sizeof(ustar_header::uname)];
+    char group[sizeof(ustar_header::gname)];
 };
 
 // One archive being written.
@@ -23,9 +25,8 @@ struct tb_info {
     HardLinkList hard_links;
     const hl_info* current_hard_link;  // the record that matched the member being written, or null
     int64_t size;                      // bytes written so far
-    owner_name user;    // of the last member: few archives have more than one, and each lookup reads a file
-    owner_name group;   // the same
-    bool write_failed;  // the archive did not take all bytes once, and a message said so
+    owner_names owners;                // of the last member: the next one's are mostly the same
+    bool write_failed;                 // the archive did not take all bytes once, and a message said so
 };
 
 // Writes an archive of `operands`, a null-terminated list of paths, each with everything below it. Returns 1

@@ -90,7 +90,7 @@ TEST(Allocation, MayFailOnADebugBuild) {
     sweep_dump(" 1 : -10! ", "dsm_power_key1");
     sweep_dump(" 441 : -10!  441 ", "dsm_sensorhub0");
     output_of("mkdir /data/tree; touch /data/tree/a; ln /data/tree/a /data/tree/b");
-    sweep(" 11 : 11!  11  1  1! ", [words = std::vector<std::string>{"/data/tree"}]() mutable {
+    sweep(" 11 : 11  11!  1! ", [words = std::vector<std::string>{"/data/tree"}]() mutable {
         const int written = write_tar_file("/data/a.tar", pointers_to(&words).data());
         return 10 * written + read_tar_file(UniqueFd(open("/data/a.tar", O_RDONLY)).get(), 0, nullptr);
     });
