@@ -31,13 +31,29 @@ bool make_parent(const TarMember& member) {
     return make_directory(dirname(parent), MODE_AS_CREATED, MAKE_PARENTS) == 0;
 }
 
-// Opens a regular member's new file. The set-id bits come with the owner.
+// Makes a regular member's new file, in the place of what has its name, and opens it. The set-id bits come
+// with the owner.
 UniqueFd create_file(const TarMember& member) {
-    if (!make_parent(member)) {
-        return UniqueFd();
+    const auto create = [&member] {
+        const mode_t mode = member.mode & PERMISSIONS & ~SET_ID_BITS;
+        return UniqueFd(open(member.name, O_WRONLY | O_CREAT | O_EXCL | O_LARGEFILE | O_CLOEXEC, mode));
+    };
+    // Mostly its directory is there and nothing has its name: what is in the way is cleared when it shows.
+    UniqueFd file = create();
+    if (!file.valid() &&
+        ((errno == ENOENT && make_parent(member)) || (errno == EEXIST && unlink(member.name) == 0))) {
+        file = create();
     }
-    const mode_t mode = member.mode & PERMISSIONS & ~SET_ID_BITS;
-    return UniqueFd(open(member.name, O_WRONLY | O_CREAT | O_EXCL | O_LARGEFILE | O_CLOEXEC, mode));
+    return file;
+}
+
+// apply_member_attributes for a file that is open.
+void apply_attributes_to(int file, const TarMember& member) {
+    static_cast<void>(fchown(file, member.uid, member.gid) != 0);  // may not be allowed
+    const timespec times[] = {{0, UTIME_NOW}, {member.mtime, 0}};
+    if (fchmod(file, member.mode & PERMISSIONS) == 0) {
+        futimens(file, times);
+    }
 }
 
 // A hard link's target. The writer stores it as an absolute path; like the members it lies below the current
@@ -51,52 +67,94 @@ dev_t device_of(const TarMember& member) {
     return high_minor | (member.devmajor & 0xfff) << 8 | (member.devminor & 0xff);
 }
 
-}  // namespace
-
+// Whether what is made at `name`, a path without a leading "/", could lie elsewhere: ".." is in it, or a link
+// stands on its way, as archives can bring them.
 bool leads_out(const char* name) {
-    char path[MEMBER_NAME_SIZE];
-    copy_text(path, name);
-    for (char* part = path;;) {
-        char* const slash = strchr(part, '/');
-        if (slash != nullptr) {
-            *slash = '\0';
-        }
-        if (strcmp(part, "..") == 0) {
+    const char* part = name;
+    for (;;) {
+        const char* const end = part + strcspn(part, "/");
+        if (end - part == 2 && memcmp(part, "..", 2) == 0) {
             return true;
         }
-        if (slash == nullptr) {
+        if (*end == '\0') {
             return false;
         }
+        char way[MEMBER_NAME_SIZE];
+        copy_text(way, end - name + 1, name);
         struct stat status;
-        if (lstat(path, &status) == 0 && S_ISLNK(status.st_mode)) {
+        if (lstat(way, &status) == 0 && S_ISLNK(status.st_mode)) {
             return true;
         }
-        *slash = '/';
-        part = slash + 1;
+        part = end + 1;
     }
 }
 
+// Whether the member is a hard link to what stands in its place, as when a path was archived twice.
 bool is_link_to_itself(const TarMember& member) {
     const char* const target = target_of(member);
+    if (member.typeflag != TAR_HARD_LINK || leads_out(target)) {
+        return false;
+    }
     struct stat found;
     struct stat there;
-    return member.typeflag == TAR_HARD_LINK && !leads_out(target) && lstat(target, &found) == 0 &&
-           lstat(member.name, &there) == 0 && there.st_dev == found.st_dev && there.st_ino == found.st_ino &&
-           !S_ISDIR(found.st_mode);
+    return lstat(target, &found) == 0 && lstat(member.name, &there) == 0 && found.st_dev == there.st_dev &&
+           found.st_ino == there.st_ino && !S_ISDIR(found.st_mode);
+}
+
+// Makes a directory. False with a message.
+bool extract_directory(const TarMember& member, PendingDirectories* pending) {
+    // Until its contents are made it belongs to its maker alone.
+    if (make_directory(member.name, S_IRWXU, MAKE_PARENTS) != 0) {
+        return false;
+    }
+    // Below a file nothing was made: by the end a link may be in the file's place, and lead elsewhere.
+    struct stat status;
+    if (lstat(member.name, &status) == 0) {
+        pending->add(member);
+    }
+    return true;
+}
+
+}  // namespace
+
+bool is_regular(const TarMember& member) {
+    return member.typeflag == TAR_REGULAR || member.typeflag == TAR_REGULAR_OLD;
+}
+
+bool skip_data(const TarMember& member) {
+    return !is_regular(member) || tar_extract_regular_file(member, 0);
+}
+
+PendingDirectories::~PendingDirectories() {
+    while (first_ != nullptr) {
+        const UniqueBlock<Entry> entry(first_);
+        first_ = entry->next;
+        apply_member_attributes(entry->member);
+    }
+}
+
+void PendingDirectories::add(const TarMember& member) {
+    Entry* const added = allocate<Entry>().release();
+    if (added == nullptr) {
+        apply_member_attributes(member);
+        return;
+    }
+    Entry** at = &first_;
+    while (*at != nullptr && strlen((*at)->member.name) >= strlen(member.name)) {
+        at = &(*at)->next;
+    }
+    *added = {member, *at};
+    *at = added;
 }
 
 int tar_extract_regular_file(const TarMember& member, int extract) {
-    UniqueFd file;
-    if (extract) {
-        file = create_file(member);
-    }
+    UniqueFd file = extract ? create_file(member) : UniqueFd();
     bool made = file.valid();
     char buffer[READ_SIZE];
     int64_t remaining = member.size;
     while (remaining > 0) {
         const int wanted = static_cast<int>(std::min<int64_t>(remaining, READ_SIZE));
-        const int padded = (wanted + TAR_BLOCK_SIZE - 1) / TAR_BLOCK_SIZE * TAR_BLOCK_SIZE;
-        const int got = read_fully(member.fd, buffer, padded);
+        const int got = read_fully(member.fd, buffer, padded_to_blocks(wanted));
         if (got <= 0) {
             LOG_M("Unexpected EOF in archive");
             return 0;
@@ -108,14 +166,11 @@ int tar_extract_regular_file(const TarMember& member, int extract) {
         }
         remaining -= used;
     }
-    if (!extract) {
-        return 1;
+    if (made) {
+        apply_attributes_to(file.get(), member);
+        made = file.reset() == 0;
     }
-    if (file.reset() != 0 || !made) {
-        return 0;
-    }
-    apply_member_attributes(member);
-    return 1;
+    return made || !extract;
 }
 
 int tar_extract_hard_link(const TarMember& member) {
@@ -161,14 +216,9 @@ int make_directory(const char* path, long mode, int flags) {
         if (stat(path, &status) == 0 || errno != ENOENT) {
             return 0;
         }
-        const size_t size = strlen(path) + 1;
-        const UniqueBuffer copy = allocate_zeroed(size);
-        if (copy == nullptr) {
-            LOG_M("Cannot create directory `%s'", path);
-            return -1;
-        }
-        copy_text(copy.get(), size, path);
-        const char* const parent = dirname(copy.get());
+        char copy[MEMBER_NAME_SIZE];
+        copy_text(copy, path);
+        const char* const parent = dirname(copy);
         const mode_t mask = umask(0);  // there is no other way to read it
         umask(mask);
         // What is its own parent has no other: "." in a directory that was removed.
@@ -203,4 +253,35 @@ int apply_member_attributes(const TarMember& member) {
         result = utimensat(AT_FDCWD, name, times, AT_SYMLINK_NOFOLLOW);
     }
     return result;
+}
+
+bool extract_member(const TarMember& member, PendingDirectories* pending) {
+    if (leads_out(member.name)) {
+        LOG_M_AS("read_tar_file", "%s: Not extracted: leads out of the directory", member.name);
+        skip_data(member);
+        return false;
+    }
+    if (is_link_to_itself(member)) {
+        return true;
+    }
+    if (!is_regular(member)) {
+        unlink(member.name);
+    }
+    switch (member.typeflag) {
+        case TAR_REGULAR:
+        case TAR_REGULAR_OLD:
+            return tar_extract_regular_file(member, 1);
+        case TAR_DIRECTORY:
+            return extract_directory(member, pending);
+        case TAR_HARD_LINK:
+            return tar_extract_hard_link(member);
+        case TAR_SYMLINK:
+            return tar_extract_symlink(member);
+        case TAR_CHARACTER_DEVICE:
+        case TAR_BLOCK_DEVICE:
+        case TAR_FIFO:
+            return tar_extract_special(member);
+        default:
+            return false;
+    }
 }

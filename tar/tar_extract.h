@@ -25,27 +25,49 @@ struct TarMember {
     uint32_t devminor;
 };
 
-// Members are made under the current directory, and no call here reaches beyond it. What is checked could
-// change before it is relied on: nothing else may make or replace anything in the directory meanwhile.
+// Regular members alone have data, whatever size the others name.
+bool is_regular(const TarMember& member);
 
-// Whether what is made at `name`, a path without a leading "/", could lie elsewhere: ".." is in it, or a link
-// stands on its way, as archives can bring them.
-bool leads_out(const char* name);
+// Reads past the member's data, if it has any. False when the archive ended within it, with a message.
+bool skip_data(const TarMember& member);
 
-// Whether the member is a hard link to what stands in its place, as when a path was archived twice.
-bool is_link_to_itself(const TarMember& member);
+// Directories that were made and still lack their attributes: making their contents changes their times, and
+// a read-only one would take none. They are set when the run ends, however it ends, contents first.
+class PendingDirectories {
+  public:
+    PendingDirectories() = default;
+    PendingDirectories(const PendingDirectories&) = delete;
+    PendingDirectories& operator=(const PendingDirectories&) = delete;
+    ~PendingDirectories();
 
-// The operations below that make something expect a name that does not lead out. Where directories on its way
-// are missing, they are made.
+    // Without memory the attributes are set at once. Of two members with one name the later one tells.
+    void add(const TarMember& member);
 
-// Reads past the member's data and, with `extract`, makes the file where nothing has its name. Returns 1, or
-// 0 when the data ended early or the file could not be made whole. Unless the archive ends or cannot be read,
-// it is read up to the next header in any case.
+  private:
+    struct Entry {
+        TarMember member;
+        Entry* next;
+    };
+
+    Entry* first_ = nullptr;  // by falling length of the names: contents have longer ones
+};
+
+// Makes a member below the current directory, in the place of what has its name; only directories stay, with
+// what is in them. Missing directories on its way are made. Its data is read up to the next header in any
+// case, unless the archive ends or cannot be read. False when it was not made as the archive has it: with a
+// message, but for a file that could not be made.
+//
+// Nothing outside the current directory is touched: a name with "..", or with a link on its way, is refused.
+// What was checked could change before it is relied on, so nothing else may change the directory meanwhile.
+bool extract_member(const TarMember& member, PendingDirectories* pending);
+
+// The steps of extract_member, for names that stay inside. They return 1, or 0 when it failed.
+
+// With `extract`, makes the file, in the place of what has its name. Reads past the data.
 int tar_extract_regular_file(const TarMember& member, int extract);
 
-// Make the link or the node, where nothing has its name. Return 1, or 0 with a message. A hard link's target
-// is looked up below the current directory, like the members. The mode says which node; where it names none,
-// nothing is made, with a message.
+// Make the link or the node where nothing has its name. A hard link's target is looked up below the current
+// directory, like the members. The mode says which node; where it names none, nothing is made.
 int tar_extract_hard_link(const TarMember& member);
 int tar_extract_symlink(const TarMember& member);
 int tar_extract_special(const TarMember& member);
@@ -56,8 +78,9 @@ constexpr int MAKE_PARENTS = 4;
 // A mode for make_directory: as the umask leaves it.
 constexpr long MODE_AS_CREATED = -1;
 
-// Makes a directory with the permissions `mode`. Returns 0 on success, and with MAKE_PARENTS also when the
-// path exists, whatever it is, or its status cannot be read; -1 with a message on failure.
+// Makes a directory, whose path is no longer than a member's name, with the permissions `mode`. Returns 0 on
+// success, and with MAKE_PARENTS also when the path exists, whatever it is, or its status cannot be read; -1
+// with a message on failure.
 int make_directory(const char* path, long mode, int flags);
 
 // Sets the owner, the mode and the times of what was made: accessed now, modified at the member's time. An
