@@ -26,17 +26,22 @@ void take(std::string* block, const char* what, size_t offset, std::string expec
     block->replace(offset, width, width, '\0');
 }
 
+// What the fields must hold; what is shorter than its field is followed by zero bytes.
+struct HeaderFields {
+    std::string name, mode;
+    std::string uid = "0000000", gid = "0000000", size = "00000000000", mtime = "00000000000";
+    char type;
+    std::string uname = "root", gname = "root", major = "", minor = "";
+};
+
 struct HeaderCase {
     const char* what;
     std::string path;
     mode_t mode;
-    uint32_t uid, gid;
-    int64_t mtime;
-    dev_t device;
-    // What the fields must hold; what is shorter than its field is followed by zero bytes.
-    std::string name, mode_field, uid_field, gid_field, size_field, mtime_field;
-    char type;
-    std::string uname, gname, major, minor;
+    uint32_t uid = 0, gid = 0;
+    int64_t mtime = 0;
+    dev_t device = 0;
+    HeaderFields fields;
 };
 
 }  // namespace
@@ -54,27 +59,91 @@ TEST(TarHeader, HoldsWhatTheStatusSaysAndNothingElse) {
     ASSERT_EQ(0, mkdir("/data/android_logs", 0750));
     write_file(kmsg, std::string(1000, 'k'));
     const std::string long_name = std::string(49, 'd') + "/" + std::string(49, 'e');
-    const std::string zero = "00000000000";
     const HeaderCase cases[] = {
-        {"regular", kmsg, S_IFREG | 0644, 1000, 1007, 1433153472, 0, kmsg.substr(1), "0100644", "0001750",
-         "0001757", "00000001750", "12533027700", '0', "system", "log", "", ""},
-        {"directory of 99 characters", long_name, S_IFDIR | 0750, 0, 0, 0, 0, long_name + "/", "0040750",
-         "0000000", "0000000", zero, zero, '5', "root", "root", "", ""},
-        {"no such user or group", "//d", S_IFDIR | 01777, 2000, 3003, 1, 0, "d/", "0041777", "0003720",
-         "0005673", zero, "00000000001", '5', "2000     ", "3003    \t", "", ""},
-        {"block device, empty user name", "b", S_IFBLK | 0600, 7, 0, 0, 0x51234, "b", "0060600", "0000007",
-         "0000000", zero, zero, '4', "root", "root", "0000022", "0000064"},
-        {"character device", "c", S_IFCHR | 0666, 0, 0, 0, 0x0103, "c", "0020666", "0000000", "0000000", zero,
-         zero, '3', "root", "root", "0000001", "0000003"},
-        {"FIFO", "f", S_IFIFO | 0600, 0, 0, 0, 0x0103, "f", "0010600", "0000000", "0000000", zero, zero, '6',
-         "root", "root", "", ""},
-        {"one and two digits too many, names of 40 and 31 characters", "d", S_IFDIR, EIGHT_DIGITS,
-         NINE_DIGITS, TWELVE_DIGITS, 0, "d/", "0040000", "7654321", "23456701", zero, "23456701234", '5',
-         std::string(31, 'u'), std::string(31, 'g'), "", ""},
-        {"three digits too many", "d", S_IFDIR, TEN_DIGITS, 0, INT64_MAX, 0, "d/", "0040000", "", "0000000",
-         zero, "37777777777", '5', std::to_string(TEN_DIGITS) + " ", "root", "", ""},
-        {"before 1970", "d", S_IFDIR, 0, 0, -1, 0, "d/", "0040000", "0000000", "0000000", zero, "37777777777",
-         '5', "root", "root", "", ""},
+        {.what = "regular",
+         .path = kmsg,
+         .mode = S_IFREG | 0644,
+         .uid = 1000,
+         .gid = 1007,
+         .mtime = 1433153472,
+         .fields = {.name = kmsg.substr(1),
+                    .mode = "0100644",
+                    .uid = "0001750",
+                    .gid = "0001757",
+                    .size = "00000001750",
+                    .mtime = "12533027700",
+                    .type = '0',
+                    .uname = "system",
+                    .gname = "log"}},
+        {.what = "directory of 99 characters",
+         .path = long_name,
+         .mode = S_IFDIR | 0750,
+         .fields = {.name = long_name + "/", .mode = "0040750", .type = '5'}},
+        {.what = "no such user or group",
+         .path = "//d",
+         .mode = S_IFDIR | 01777,
+         .uid = 2000,
+         .gid = 3003,
+         .mtime = 1,
+         .fields = {.name = "d/",
+                    .mode = "0041777",
+                    .uid = "0003720",
+                    .gid = "0005673",
+                    .mtime = "00000000001",
+                    .type = '5',
+                    .uname = "2000     ",
+                    .gname = "3003    \t"}},
+        {.what = "block device, empty user name",
+         .path = "b",
+         .mode = S_IFBLK | 0600,
+         .uid = 7,
+         .device = 0x51234,
+         .fields = {.name = "b",
+                    .mode = "0060600",
+                    .uid = "0000007",
+                    .type = '4',
+                    .major = "0000022",
+                    .minor = "0000064"}},
+        {.what = "character device",
+         .path = "c",
+         .mode = S_IFCHR | 0666,
+         .device = 0x0103,
+         .fields = {.name = "c", .mode = "0020666", .type = '3', .major = "0000001", .minor = "0000003"}},
+        {.what = "FIFO",
+         .path = "f",
+         .mode = S_IFIFO | 0600,
+         .device = 0x0103,
+         .fields = {.name = "f", .mode = "0010600", .type = '6'}},
+        {.what = "one and two digits too many, names of 40 and 31 characters",
+         .path = "d",
+         .mode = S_IFDIR,
+         .uid = EIGHT_DIGITS,
+         .gid = NINE_DIGITS,
+         .mtime = TWELVE_DIGITS,
+         .fields = {.name = "d/",
+                    .mode = "0040000",
+                    .uid = "7654321",
+                    .gid = "23456701",
+                    .mtime = "23456701234",
+                    .type = '5',
+                    .uname = std::string(31, 'u'),
+                    .gname = std::string(31, 'g')}},
+        {.what = "three digits too many",
+         .path = "d",
+         .mode = S_IFDIR,
+         .uid = TEN_DIGITS,
+         .mtime = INT64_MAX,
+         .fields = {.name = "d/",
+                    .mode = "0040000",
+                    .uid = "",
+                    .mtime = "37777777777",
+                    .type = '5',
+                    .uname = std::to_string(TEN_DIGITS) + " "}},
+        {.what = "before 1970",
+         .path = "d",
+         .mode = S_IFDIR,
+         .mtime = -1,
+         .fields = {.name = "d/", .mode = "0040000", .mtime = "37777777777", .type = '5'}},
     };
     for (const HeaderCase& c : cases) {
         SCOPED_TRACE(c.what);
@@ -88,7 +157,7 @@ TEST(TarHeader, HoldsWhatTheStatusSaysAndNothingElse) {
         status.st_mtime = static_cast<time_t>(c.mtime);
         status.st_rdev = c.device;
         const std::string archive = archive_of(c.path, status);
-        ASSERT_EQ(c.type == '0' ? 512U + 1024U : 512U, archive.size());
+        ASSERT_EQ(c.fields.type == '0' ? 512U + 1024U : 512U, archive.size());
         std::string block = archive.substr(0, 512);
 
         unsigned int sum = 8 * ' ';
@@ -98,18 +167,18 @@ TEST(TarHeader, HoldsWhatTheStatusSaysAndNothingElse) {
         char checksum[8];
         snprintf(checksum, sizeof checksum, "%06o", sum);
         take(&block, "chksum", 148, std::string(checksum) + '\0' + ' ', 8);
-        take(&block, "name", 0, c.name, 100);
-        take(&block, "mode", 100, c.mode_field, 8);
-        take(&block, "uid", 108, c.uid_field, 8);
-        take(&block, "gid", 116, c.gid_field, 8);
-        take(&block, "size", 124, c.size_field, 12);
-        take(&block, "mtime", 136, c.mtime_field, 12);
-        take(&block, "typeflag", 156, std::string(1, c.type), 1);
+        take(&block, "name", 0, c.fields.name, 100);
+        take(&block, "mode", 100, c.fields.mode, 8);
+        take(&block, "uid", 108, c.fields.uid, 8);
+        take(&block, "gid", 116, c.fields.gid, 8);
+        take(&block, "size", 124, c.fields.size, 12);
+        take(&block, "mtime", 136, c.fields.mtime, 12);
+        take(&block, "typeflag", 156, std::string(1, c.fields.type), 1);
         take(&block, "magic and version", 257, std::string("ustar\0  ", 8), 8);
-        take(&block, "uname", 265, c.uname, 32);
-        take(&block, "gname", 297, c.gname, 32);
-        take(&block, "devmajor", 329, c.major, 8);
-        take(&block, "devminor", 337, c.minor, 8);
+        take(&block, "uname", 265, c.fields.uname, 32);
+        take(&block, "gname", 297, c.fields.gname, 32);
+        take(&block, "devmajor", 329, c.fields.major, 8);
+        take(&block, "devminor", 337, c.fields.minor, 8);
         EXPECT_EQ(std::string(512, '\0'), block);
     }
 }

@@ -17,17 +17,26 @@ TEST(TarReader, AgreesWithOtherTools) {
     ASSERT_EQ(0, mkdir("t", 0750));
     ASSERT_EQ(0, mkdir("t/sub", 0700));
     const std::string deep(60, 'd');
-    for (const int size : {0, 1, 511, 512, 513, 10239, 10240, 10241, 20480, 20481, 300000}) {
-        const std::string path = (size % 2 ? "t/f" : "t/sub/f") + std::to_string(size);
-        std::string content(size, 'c');
-        for (int i = 0; i < size; i += 7) {
-            content[i] = static_cast<char>(i / 7);
+    struct File {
+        std::string path;
+        int size;
+        mode_t mode = 0600;
+    };
+    const File files[] = {{"t/empty", 0},          {"t/program", 1, 04755}, {"t/sub/f511", 511},
+                          {"t/sub/f512", 512},     {"t/f513", 513},         {"t/f10239", 10239},
+                          {"t/sub/f10240", 10240}, {"t/f10241", 10241},     {"t/sub/f20480", 20480},
+                          {"t/f20481", 20481},     {"t/large", 300000}};
+    for (const File& file : files) {
+        std::string content;
+        for (int number = 0; content.size() < static_cast<size_t>(file.size); ++number) {
+            content += std::to_string(number);
         }
-        write_file(path, content);
+        content.resize(file.size);
+        write_file(file.path, content);
         // Where the owner cannot be set, it is the same for all.
-        static_cast<void>(chown(path.c_str(), 1000, 100007) != 0);
-        ASSERT_EQ(0, chmod(path.c_str(), size % 2 ? 04755 : 0600));
-        set_file_time(path, 1000000000 + size);
+        static_cast<void>(chown(file.path.c_str(), 1000, 100007) != 0);
+        ASSERT_EQ(0, chmod(file.path.c_str(), file.mode));
+        set_file_time(file.path, 1000000000 + file.size);
     }
     ASSERT_EQ(0, link("t/sub/f512", "t/again"));
     set_file_time("t/sub", 86400);
@@ -85,111 +94,111 @@ TEST(TarReader, GoesOnBehindWhatIsDamaged) {
     const std::string name100 = std::string(49, 'n') + "/" + std::string(50, 'm');
     const std::string link_fault = "[M/tar_extract_hard_link] ";
     LogCapture log;
-    read_archive(file("//a") + END, 0);  // says once that it removes the "/"
-    // The outcome: the results of extracting and of reading through, and what is made.
-    const auto check = [&log](const char* what, const std::string& archive, const std::string& outcome,
-                              const std::vector<std::string>& messages = {}) {
+    read_archive(file("//a") + END, 0);            // says once that it removes the "/"
+    enum Outcome { COMPLETE, ONLY_READS, FAILS };  // ONLY_READS: it is complete, but not all could be made
+    const auto check = [&log](const char* what, const std::string& archive, Outcome outcome,
+                              const std::string& files, const std::vector<std::string>& messages = {}) {
         SCOPED_TRACE(what);
         enter_new("/data/out");
         log.clear();
         const int before = open_descriptors("self");
-        const int extracted = read_archive(archive, 1);
-        const std::string all = made();
+        EXPECT_EQ(outcome == COMPLETE, read_archive(archive, 1));
+        EXPECT_EQ(files, made());
         EXPECT_EQ(messages, log.lines());
         EXPECT_EQ("", output_of("find . -type f -perm /6000"));
         output_of("rm -rf /data/out/*");
         write_file("a", "kept");
-        const int read = read_archive(archive, 0);
-        EXPECT_EQ("a=4 ", made());
-        EXPECT_EQ(outcome, std::to_string(extracted) + " " + std::to_string(read) + " " + all);
+        EXPECT_EQ(outcome != FAILS, read_archive(archive, 0));
+        EXPECT_EQ("a=4 ", made()) << "reading through changes nothing";
         EXPECT_EQ(before, open_descriptors("self"));
         output_of("rm -r /data/out");
     };
-    check("nothing", "", "0 0 ", {NO_END});
-    check("no end", file("a"), "0 0 a=0 ", {NO_END});
-    check("one end block", file("a") + END.substr(512), "1 1 a=0 ");
-    check("bad checksum", file("a", "1") + damaged(header("b")) + file("c") + END, "0 0 a=1 c=0 ",
+    check("nothing", "", FAILS, "", {NO_END});
+    check("no end", file("a"), FAILS, "a=0 ", {NO_END});
+    check("one end block", file("a") + END.substr(512), COMPLETE, "a=0 ");
+    check("bad checksum", file("a", "1") + damaged(header("b")) + file("c") + END, FAILS, "a=1 c=0 ",
           {BAD, DELAYED});
-    check("header without name, damaged", file("a") + damaged(header("")) + file("c") + END, "1 1 a=0 ");
-    check("the same behind a failure", damaged(header("b")) + damaged(header("//")) + file("c") + END, "0 0 ",
-          {BAD, DELAYED});
-    check("no name", header("") + header("//") + file("c") + END, "1 1 c=0 ");
-    check("cut header", file("a") + std::string(511, 'h'), "0 0 a=0 ",
+    check("header without name, damaged", file("a") + damaged(header("")) + file("c") + END, COMPLETE,
+          "a=0 ");
+    check("the same behind a failure", damaged(header("b")) + damaged(header("//")) + file("c") + END, FAILS,
+          "", {BAD, DELAYED});
+    check("no name", header("") + header("//") + file("c") + END, COMPLETE, "c=0 ");
+    check("cut header", file("a") + std::string(511, 'h'), FAILS, "a=0 ",
           {"[M/read_tar_file] Error reading tar file"});
-    check("cut data", file("a") + file("b", std::string(1100, 'b')).substr(0, 1300), "0 0 a=0 b=788 ",
+    check("cut data", file("a") + file("b", std::string(1100, 'b')).substr(0, 1300), FAILS, "a=0 b=788 ",
           {EARLY, NO_END, DELAYED});
-    check("a cut set-id program", header("s", '0', "1001", "", "0104755") + END.substr(512), "0 0 s=512 ",
+    check("a cut set-id program", header("s", '0', "1001", "", "0104755") + END.substr(512), FAILS, "s=512 ",
           {EARLY, NO_END, DELAYED});
-    check("cut padding", file("b", "data").substr(0, 600), "0 0 b=4 ", {NO_END});
-    check("unknown type", file("a") + header("b", '7') + file("c") + END, "0 0 a=0 ",
+    check("cut padding", file("b", "data").substr(0, 600), FAILS, "b=4 ", {NO_END});
+    check("unknown type", file("a") + header("b", '7') + file("c") + END, FAILS, "a=0 ",
           {"[M/read_tar_file] Unknown file type '7' in tar file"});
     check("long names",
           header("L", 'K', "1") + smuggled + header("L", 'L', "1000") + smuggled + file("long", smuggled) +
               file("b") + END,
-          "1 1 b=0 ", {"[M/read_tar_file] long: Long name or link name, skipping"});
+          COMPLETE, "b=0 ", {"[M/read_tar_file] long: Long name or link name, skipping"});
     check(
         "damage behind a long name",
         header("L", 'L', "1") + smuggled + damaged(header("b")) + header("") + file("long") + file("c") + END,
-        "0 0 c=0 ", {BAD, "[M/read_tar_file] long: Long name or link name, skipping", DELAYED});
+        FAILS, "c=0 ", {BAD, "[M/read_tar_file] long: Long name or link name, skipping", DELAYED});
     check("another format's prefix",
           sealed(header("a").replace(257, 8, std::string("ustar  ", 8)).replace(345, 5, "times")) + END,
-          "1 1 a=0 ");
-    check("cut long name", header("L", 'L', "1000"), "0 0 ", {EARLY, NO_END, DELAYED});
-    check("no size", header("a", '0', "x") + header("b", '0', "") + END, "1 1 a=0 b=0 ");
+          COMPLETE, "a=0 ");
+    check("cut long name", header("L", 'L', "1000"), FAILS, "", {EARLY, NO_END, DELAYED});
+    check("no size", header("a", '0', "x") + header("b", '0', "") + END, COMPLETE, "a=0 b=0 ");
     check("blanks, and no terminator",
-          header("a", '0', " 1 x") + smuggled + header("b", '0', "000000000001") + smuggled + END,
-          "1 1 a=1 b=1 ");
+          header("a", '0', " 1 x") + smuggled + header("b", '0', "000000000001") + smuggled + END, COMPLETE,
+          "a=1 b=1 ");
     check("a binary size",
           header("a", '0', std::string("\200\0\0\0\0\0\0\0\0\0\0\1", 12)) + smuggled + file("b") + END,
-          "1 1 a=1 b=0 ");
-    check("a negative binary size", header("a", '0', std::string(12, '\377')) + file("b") + END, "0 0 b=0 ",
-          {BAD, DELAYED});
-    check("a huge binary size", header("a", '0', "\277" + std::string(11, '\377')) + END, "0 0 a=1024 ",
+          COMPLETE, "a=1 b=0 ");
+    check("a negative binary size", header("a", '0', std::string(12, '\377')) + file("b") + END, FAILS,
+          "b=0 ", {BAD, DELAYED});
+    check("a huge binary size", header("a", '0', "\277" + std::string(11, '\377')) + END, FAILS, "a=1024 ",
           {EARLY, NO_END, DELAYED});
-    check("names with dots", header("./", '5') + file("d/./e", "1") + header("f/./", '5') + END,
-          "0 1 d:d f:d ",
+    check("names with dots", header("./", '5') + file("d/./e", "1") + header("f/./", '5') + END, ONLY_READS,
+          "d:d f:d ",
           {"[M/make_directory] Cannot create directory `d/.'",
            "[M/make_directory] Cannot create directory `f/.'", DELAYED});
-    check("the least binary size", header("a", '0', "\300" + std::string(11, '\0')) + file("b") + END,
-          "0 0 b=0 ", {BAD, DELAYED});
+    check("the least binary size", header("a", '0', "\300" + std::string(11, '\0')) + file("b") + END, FAILS,
+          "b=0 ", {BAD, DELAYED});
     check("an old directory that cannot be made", header("l", '2', "0", "x") + header("l/d/") + END,
-          "0 1 l>x ", {"[M/read_tar_file] l/d: Not extracted: leads out of the directory", DELAYED});
-    check("negative size", header("a", '0', "-1") + file("b") + END, "0 0 b=0 ", {BAD, DELAYED});
-    check("huge size", header("a", '0', "777777777777") + file("b") + END, "0 0 a=1536 ",
+          ONLY_READS, "l>x ", {"[M/read_tar_file] l/d: Not extracted: leads out of the directory", DELAYED});
+    check("negative size", header("a", '0', "-1") + file("b") + END, FAILS, "b=0 ", {BAD, DELAYED});
+    check("huge size", header("a", '0', "777777777777") + file("b") + END, FAILS, "a=1536 ",
           {EARLY, NO_END, DELAYED});
-    check("more than 31 bits", header("a", '0', "020000000001") + smuggled + smuggled + END, "0 0 a=2048 ",
+    check("more than 31 bits", header("a", '0', "020000000001") + smuggled + smuggled + END, FAILS, "a=2048 ",
           {EARLY, NO_END, DELAYED});
-    check("more than 32 bits", header("a", '0', "040000000001") + smuggled + smuggled + END, "0 0 a=2048 ",
+    check("more than 32 bits", header("a", '0', "040000000001") + smuggled + smuggled + END, FAILS, "a=2048 ",
           {EARLY, NO_END, DELAYED});
     check("full names",
-          header(name100, '0', "1") + smuggled + header("l", '2', "0", std::string(100, 'l')) + END,
-          "1 1 l>" + std::string(100, 'l') + " " + name100 + "=1 " + name100.substr(0, 49) + ":d ");
+          header(name100, '0', "1") + smuggled + header("l", '2', "0", std::string(100, 'l')) + END, COMPLETE,
+          "l>" + std::string(100, 'l') + " " + name100 + "=1 " + name100.substr(0, 49) + ":d ");
     check("old regular files and directories",
-          header("d/", '\0', "1") + header("e") + header("d/f", '\0', "1") + smuggled + END,
-          "1 1 d/f=1 d:d e=0 ");
-    check("a mode without type", header("p", '6', "0", "", "0000644") + END, "1 1 ",
+          header("d/", '\0', "1") + header("e") + header("d/f", '\0', "1") + smuggled + END, COMPLETE,
+          "d/f=1 d:d e=0 ");
+    check("a mode without type", header("p", '6', "0", "", "0000644") + END, COMPLETE, "",
           {"[M/tar_extract_special] p: No node has mode 644, nothing created"});
     check("data in the way",
           file("d/f", "1") + file("d", smuggled) + header("d", '6', "0", "", "0010644") +
               header("d", '4', "0", "", "0060644") + header("d", '2', "0", "f") +
               header("s/", '2', "0", "f") + END,
-          "0 1 d/f=1 d:d ",
+          ONLY_READS, "d/f=1 d:d ",
           {"[M/tar_extract_special] d: Cannot mkfifo", "[M/tar_extract_special] d: Cannot mknod",
            "[M/tar_extract_symlink] d: Cannot create symlink to 'f'",
            "[M/tar_extract_symlink] s/: Cannot create symlink to 'f'", DELAYED});
     check("a file on the way",
           file("f", "1") + header("f/p", '6', "0", "", "0010644") + header("f/n", '3', "0", "", "0020644") +
               header("f/l", '2', "0", "x") + header("f/h", '1', "0", "f") + file("f/g", smuggled) + END,
-          "0 1 f=1 ",
+          ONLY_READS, "f=1 ",
           {"[M/tar_extract_special] f/p: Cannot mkfifo", "[M/tar_extract_special] f/n: Cannot mknod",
            "[M/tar_extract_symlink] f/l: Cannot create symlink to 'x'",
            link_fault + "f/h: Cannot create hard link to 'f'", DELAYED});
-    check("directories below a file", file("f", "1") + header("f/d", '5') + header("f/d/e/") + END,
-          "1 1 f=1 ");
+    check("directories below a file", file("f", "1") + header("f/d", '5') + header("f/d/e/") + END, COMPLETE,
+          "f=1 ");
     check("hard links",
           file("f", "1") + header("f", '1', "0", "f") + header("g/h", '1', "0", "///f") +
               header("g", '1', "0", "g") + header("j", '1') + header("f", '1', "0", "none") + END,
-          "0 1 g/h=1 g:d ",
+          ONLY_READS, "g/h=1 g:d ",
           {link_fault + "g: Cannot create hard link to 'g'", link_fault + "j: Cannot create hard link to ''",
            link_fault + "f: Cannot create hard link to 'none'", DELAYED});
 }
