@@ -38,7 +38,7 @@ UniqueFd create_file(const TarMember& member) {
         const mode_t mode = member.mode & PERMISSIONS & ~SET_ID_BITS;
         return UniqueFd(open(member.name, O_WRONLY | O_CREAT | O_EXCL | O_LARGEFILE | O_CLOEXEC, mode));
     };
-    // Mostly its directory is there and nothing has its name: what is in the way is cleared when it shows.
+    // Mostly the directory is there and nothing has the name: only a failure is looked into.
     UniqueFd file = create();
     if (!file.valid() &&
         ((errno == ENOENT && make_parent(member)) || (errno == EEXIST && unlink(member.name) == 0))) {

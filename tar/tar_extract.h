@@ -12,7 +12,7 @@ constexpr size_t MEMBER_NAME_SIZE = sizeof(ustar_header::prefix) + 1 + sizeof(us
 
 // One member of an archive that is being read, as its header describes it.
 struct TarMember {
-    int fd;                       // the archive, read up to the member's data; not owned
+    int fd;                       // the archive, read up to the member's data; whoever opened it closes it
     char name[MEMBER_NAME_SIZE];  // without leading "/"
     uint16_t mode;                // with the bits of the file's type, where the archive has them
     uint32_t uid;
@@ -54,8 +54,8 @@ class PendingDirectories {
 
 // Makes a member below the current directory, in the place of what has its name; only directories stay, with
 // what is in them. Missing directories on its way are made. Its data is read up to the next header in any
-// case, unless the archive ends or cannot be read. False when it was not made as the archive has it: with a
-// message, but for a file that could not be made.
+// case, unless the archive ends or cannot be read. False when it was not made as the archive has it; the log
+// tells why, but for a file that could not be made.
 //
 // Nothing outside the current directory is touched: a name with "..", or with a link on its way, is refused.
 // What was checked could change before it is relied on, so nothing else may change the directory meanwhile.
@@ -83,7 +83,7 @@ constexpr long MODE_AS_CREATED = -1;
 // with a message on failure.
 int make_directory(const char* path, long mode, int flags);
 
-// Sets the owner, the mode and the times of what was made: accessed now, modified at the member's time. An
-// owner that may not be set is left as it is. A link gets the owner only. Returns the result of the last step
+// Sets the owner, the mode and the times of what was made: accessed now, modified at the member's time. Where
+// the owner may not be set, the rest is. A link gets the owner only. Returns the result of the last step
 // taken, 0 on success.
 int apply_member_attributes(const TarMember& member);

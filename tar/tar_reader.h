@@ -8,9 +8,9 @@
 // selects what lies below it.
 //
 // Returns 1 when the end of the archive was reached and no member failed; 0 when a member failed, when the
-// archive has no end or when nobody knows whether a member has data; -1 when reading failed between two
-// members and none had failed before. But for a file that cannot be made, the log
-// tells what was wrong. Owners, modes and times that cannot be set do not make a member fail.
+// archive has no end, or when it has a type of member that is not known, which ends the run; -1 when reading
+// failed between two members and none had failed before. The log tells what was wrong, but not why a file
+// could not be made. Owners, modes and times that cannot be set do not make a member fail.
 //
 // While one run extracts, nothing else may change the current directory or what is in it.
 int read_tar_file(int fd, int extract, char** patterns);

@@ -20,7 +20,7 @@ struct owner_names {
 
 // One archive being written.
 struct tb_info {
-    int tar_fd;                  // the archive, open for writing; owned by whoever made this record
+    int tar_fd;                  // the archive, open for writing; whoever opened it closes it
     struct stat archive_status;  // the archive's own status, right after it was opened
     HardLinkList hard_links;
     const hl_info* current_hard_link;  // the record that matched the member being written, or null
