@@ -1,8 +1,12 @@
 // Moving through text that is edited in place.
 #include "config/text_cursor.h"
 
+#include <cstring>
+
+#include "platform/text.h"
+
 bool is_whitespace(char character) {
-    return character == ' ' || character == '\t' || character == '\r' || character == '\n';
+    return character != '\0' && strchr(WORD_SEPARATORS, character) != nullptr;
 }
 
 void skip_whitespace(text_cursor* cursor) {

@@ -5,21 +5,19 @@
 // never taken for more than it shows.
 #pragma once
 
-#include "platform/text.h"
-
 struct text_cursor {
     char* at;
     char* end;
 };
 
-// Whether `character` is space, tab, CR or LF; nothing else separates words.
+// Whether the cursor is at its end or at a NUL byte.
+bool at_end(const text_cursor& cursor);
+
+// Whether `character` is one of WORD_SEPARATORS.
 bool is_whitespace(char character);
 
 // Moves over whitespace, to any other character or the end.
 void skip_whitespace(text_cursor* cursor);
-
-// Moves to just after the next LF. When none follows, the text ends here: writes a terminator at the cursor.
-void skip_line(text_cursor* cursor);
 
 // The next `wanted`, or null.
 char* find_character(const text_cursor& cursor, char wanted);
@@ -31,3 +29,7 @@ char* take_word(text_cursor* cursor, char* separator);
 // Terminates the line at the cursor in place of its LF and moves to just after that. Returns the line, or
 // null, with nothing changed, when no LF follows.
 char* take_line(text_cursor* cursor);
+
+// Skips the rest of the line that a word was taken from, given the separator after the word. When no LF
+// follows, the text ends here: writes a terminator at the cursor.
+void skip_line(text_cursor* cursor, char separator);

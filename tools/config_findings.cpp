@@ -8,6 +8,7 @@
 #include <set>
 
 #include "config/value_readers.h"
+#include "platform/text.h"
 
 namespace tools {
 namespace {
