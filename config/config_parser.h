@@ -1,7 +1,12 @@
 // The parser of the configuration file.
 #pragma once
 
+#include <cstddef>
+
 #include "config/settings.h"
+
+// Most bytes of the file that are read; what follows is cut off.
+constexpr size_t MAX_CONFIG_BYTES = 61439;
 
 // Reads the file at `path` (null for the default one) into setting_list. Returns 0, or -1 when the file
 // cannot be read or its structure is broken; sections parsed before that stay in the list. Main thread only,

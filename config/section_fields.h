@@ -1,13 +1,8 @@
 // The fields of a section: the keywords, and the loop that reads them into the section's record.
 #pragma once
 
-#include <cstddef>
-
 #include "config/settings.h"
 #include "config/text_cursor.h"
-
-// Most bytes of the file that are read; what follows is cut off.
-constexpr size_t MAX_CONFIG_BYTES = 61439;
 
 enum field_code {
     FIELD_CLIENT_NAME,
@@ -19,23 +14,24 @@ enum field_code {
     FIELD_ERROR_NO,
     FIELD_RUNNING_TEST_SWITCH,
     FIELD_ACTION,
-    FIELD_NONE,  // no field is pending; also the number of fields
+    FIELD_COUNT,
 };
+
+// One occurrence of a section while its fields are read.
+struct section_reader;
 
 struct config_field {
-    const char* keyword;
     field_code code;
+    const char* keyword;
+    // Reads the value line at the cursor. Returns null, or the message that says what is wrong with it.
+    const char* (*read)(section_reader* section);
 };
 
-// The field keywords, by their codes.
-extern const config_field config_field_table[FIELD_NONE];
+// All fields, in the order of their codes.
+extern const config_field config_field_table[FIELD_COUNT];
 
 // The field of that keyword in any case, or null.
 const config_field* find_field(const char* word);
-
-// Gives the section its server. When that changes, the server's part starts afresh: the two layouts must not
-// be taken for each other.
-void set_algo(setting_info* setting, int32_t algo_type);
 
 // Read the fields that follow algo_type, to the end of the body, into a section of that algo_type. Return 0,
 // or -1 at the first bad field; what was stored before it stays.

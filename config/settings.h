@@ -52,12 +52,10 @@ struct setting_info {
     char device_name[32];
     char ic_name[4];
     char module_name[4];
-    union {  // by server_part
-        listen_setting listen;
-        poll_setting poll;
-    };
-    char algo_first;   // always 1: every occurrence of the section must begin with algo_type
-    char server_part;  // the last algo_type but ALGO_UNKNOWN: whose layout the union has
+    // Of these only one is filled: a section is for one server, the last one that it named.
+    listen_setting listen;
+    poll_setting poll;
+    char algo_first;  // always 1: every occurrence of the section must begin with algo_type
 };
 
 // All sections, the one whose name was first met last at the head. Built by the main thread before any other

@@ -9,7 +9,7 @@
 #include <nlohmann/json.hpp>
 
 #include "clients/client_table.h"
-#include "config/section_fields.h"
+#include "config/config_parser.h"
 #include "emulator/phone.h"
 #include "tests/phone_test.h"
 #include "tools/config_check.h"

@@ -13,7 +13,6 @@
 #include <gtest/gtest.h>
 
 #include "clients/registry.h"
-#include "config/section_fields.h"
 #include "platform/log.h"
 #include "platform/owned.h"
 #include "tests/config_text.h"

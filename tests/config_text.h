@@ -19,18 +19,20 @@ inline int open_text(const char* text, size_t size) {
     return fd;
 }
 
+// Only one server's part has triggers; a section whose last server is unknown keeps them.
 inline int32_t trigger_count(const setting_info& setting) {
-    return setting.server_part == ALGO_POLL ? setting.poll.num_triggers : setting.listen.num_triggers;
+    return setting.poll.triggers != nullptr ? setting.poll.num_triggers : setting.listen.num_triggers;
 }
 
 inline trigger_info* trigger_slots(const setting_info& setting) {
-    return setting.server_part == ALGO_POLL ? setting.poll.triggers : setting.listen.triggers;
+    return setting.poll.triggers != nullptr ? setting.poll.triggers : setting.listen.triggers;
 }
 
 inline void free_settings(setting_info* head) {
     while (head != nullptr) {
         setting_info* next = head->next;
-        free(trigger_slots(*head));
+        free(head->listen.triggers);
+        free(head->poll.triggers);
         free(head);
         head = next;
     }

@@ -5,83 +5,16 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <map>
+#include <utility>
 
 #include "clients/client_table.h"
+#include "config/config_parser.h"
 #include "tools/config_findings.h"
 #include "tools/config_trace.h"
 #include "tools/operation_names.h"
 
 namespace tools {
 namespace {
-
-// Where the parts of a section stand in the file; 0 where they do not.
-struct TriggerLines {
-    int number = 0;
-    int action = 0;
-};
-struct SectionLines {
-    int header = 0;
-    size_t first_header = 0;       // which of the file's headers that is
-    size_t last_header = 0;        // which is the last of the section so far
-    std::vector<int> repetitions;  // headers of the same name that follow
-    int client = 0;
-    int num_triggers = 0;
-    std::map<int32_t, TriggerLines> triggers;  // by the index of their slot
-};
-using Places = std::map<const setting_info*, SectionLines>;
-
-Places find_places(const ConfigTrace& trace) {
-    Places places;
-    int header = 0;
-    size_t headers = 0;
-    for (const TraceStep& step : trace.steps) {
-        if (step.place == PLACE_HEADER) {
-            header = step.line;
-            ++headers;
-        }
-        if (step.setting == nullptr) {
-            continue;
-        }
-        SectionLines& lines = places[step.setting];
-        if (lines.header == 0) {
-            lines.header = header;
-            lines.first_header = headers;
-        } else if (headers > lines.last_header) {
-            lines.repetitions.push_back(header);
-        }
-        lines.last_header = headers;
-        if (step.place != PLACE_VALUE) {
-            continue;
-        }
-        switch (step.field) {
-            case FIELD_CLIENT_NAME:
-                if (step.messages.empty()) {
-                    lines.client = step.line;
-                }
-                break;
-            case FIELD_NUM_TRIGGERS:
-                if (step.messages.empty()) {  // there is a new array
-                    lines.num_triggers = step.line;
-                    lines.triggers.clear();
-                }
-                break;
-            case FIELD_ERROR_NO:
-                if (step.messages.empty()) {
-                    lines.triggers[step.trigger].number = step.line;
-                }
-                break;
-            case FIELD_ACTION:
-                if (!has_message(step, "Ivalid error action filed")) {  // the slot keeps what it had
-                    lines.triggers[step.trigger].action = step.line;
-                }
-                break;
-            default:
-                break;
-        }
-    }
-    return places;
-}
 
 const dmd_client_info* find_row(const char* name) {
     for (const dmd_client_info& row : default_clients) {
@@ -103,13 +36,8 @@ client_dump_operation operation_of(const dmd_client_info& row, int32_t algo_type
 // One section on its way from the parser's record to what a person reads.
 class SectionCheck {
   public:
-    SectionCheck(const setting_info& setting, bool parsed, const Places& places,
-                 std::vector<Finding>* findings)
-        : setting_(setting),
-          parsed_(parsed),
-          places_(places),
-          lines_(places.at(&setting)),
-          findings_(findings) {}
+    SectionCheck(const SectionLines& lines, bool parsed, StepFindings* found)
+        : setting_(*lines.setting), lines_(lines), parsed_(parsed), found_(found) {}
 
     CheckedSection run() {
         const bool poll = setting_.algo_type == ALGO_POLL;
@@ -150,7 +78,13 @@ class SectionCheck {
     }
 
   private:
-    void warn(int line, const std::string& text) { findings_->push_back({line, true, text, ""}); }
+    void warn(int line, const std::string& text) { found_->findings.push_back({line, true, text, ""}); }
+
+    int header_of(const setting_info* setting) const {
+        return std::find_if(found_->sections.begin(), found_->sections.end(),
+                            [setting](const SectionLines& lines) { return lines.setting == setting; })
+            ->header;
+    }
 
     // Whether the server takes this section for its client.
     bool check_client() {
@@ -166,8 +100,7 @@ class SectionCheck {
         const setting_info* const taken = find_setting(row_->name, setting_.algo_type);
         if (taken != &setting_) {
             warn(lines_.header, "section [" + section_.name + "] has no effect: section [" +
-                                    taken->section_name + "] at line " +
-                                    std::to_string(places_.at(taken).header) +
+                                    taken->section_name + "] at line " + std::to_string(header_of(taken)) +
                                     " is for the same client and server");
             return false;
         }
@@ -177,14 +110,14 @@ class SectionCheck {
     // A client has one set of names, which either server fills from its own section when it starts.
     void check_names(int32_t other_algo) {
         const setting_info* const other = find_setting(row_->name, other_algo);
-        if (other == nullptr || places_.at(other).header > lines_.header ||
+        if (other == nullptr || header_of(other) > lines_.header ||
             (section_.device == other->device_name && section_.ic == other->ic_name &&
              section_.module == other->module_name)) {
             return;
         }
         warn(lines_.header,
              "section [" + section_.name + "] and section [" + other->section_name + "] at line " +
-                 std::to_string(places_.at(other).header) + " name the device of " + section_.client +
+                 std::to_string(header_of(other)) + " name the device of " + section_.client +
                  " differently: either may hold where the driver gives none, also an empty one");
     }
 
@@ -272,13 +205,17 @@ class SectionCheck {
     }
 
     const setting_info& setting_;
-    const bool parsed_;  // the daemon watches nothing of a file that it takes for broken
-    const Places& places_;
     const SectionLines& lines_;
-    std::vector<Finding>* findings_;
+    const bool parsed_;  // the daemon watches nothing of a file that it takes for broken
+    StepFindings* const found_;
     const dmd_client_info* row_ = nullptr;
     CheckedSection section_;
 };
+
+// The line that an offset of the text is on, from 1.
+int line_of(const std::string& text, size_t offset) {
+    return 1 + static_cast<int>(std::count(text.data(), text.data() + offset, '\n'));
+}
 
 // What the whole file shows.
 void check_file(const CheckedConfig& config, const std::string& text, std::vector<Finding>* findings) {
@@ -310,26 +247,22 @@ CheckedConfig check_config(const std::string& path) {
     config.path = path;
     const ConfigTrace trace = trace_config(path);
     config.parsed = trace.parsed;
-    config.findings = find_in_steps(trace);
-    check_file(config, trace.text, &config.findings);
-    const Places places = find_places(trace);
-    std::map<size_t, const setting_info*> in_order;
-    for (const auto& [setting, lines] : places) {
-        in_order[lines.first_header] = setting;
-    }
-    for (const auto& [header, setting] : in_order) {
-        config.sections.push_back(SectionCheck(*setting, trace.parsed, places, &config.findings).run());
+    StepFindings found = find_in_steps(trace);
+    check_file(config, trace.text, &found.findings);
+    for (const SectionLines& lines : found.sections) {
+        config.sections.push_back(SectionCheck(lines, trace.parsed, &found).run());
     }
     if (config.parsed && config.sections.empty()) {
-        config.findings.push_back({0, true, "the file has no section: the daemon watches nothing", ""});
+        found.findings.push_back({0, true, "the file has no section: the daemon watches nothing", ""});
     }
-    auto& findings = config.findings;
+    std::vector<Finding>& findings = found.findings;
     std::stable_sort(findings.begin(), findings.end(),
                      [](const Finding& a, const Finding& b) { return a.line < b.line; });
     findings.erase(
         std::unique(findings.begin(), findings.end(),
                     [](const Finding& a, const Finding& b) { return a.line == b.line && a.text == b.text; }),
         findings.end());
+    config.findings = std::move(findings);
     return config;
 }
 

@@ -5,8 +5,10 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <cstring>
 #include <set>
 
+#include "config/section_fields.h"
 #include "config/value_readers.h"
 #include "platform/text.h"
 
@@ -14,6 +16,9 @@ namespace tools {
 namespace {
 
 #define REST_UNREAD "; the rest of the section is not read"
+
+// The message about a value that the parser then takes for the name of a field.
+constexpr char NOT_READ[] = "Unkown record!";
 
 // The parser's messages by a part of their text, the first that fits. An empty explanation: the message adds
 // nothing to another one, or to what the value itself shows.
@@ -38,7 +43,7 @@ const struct {
     {"algo_type field not first field", "the section is skipped: its first field must be algo_type"},
     {"Unknown algo", "the section is skipped: its algo_type is neither listen nor poll"},
     {"Error in file", "a word without an end" REST_UNREAD},
-    {"Unkown record!", "sampling_period has no effect in a listen section"},
+    {NOT_READ, "sampling_period has no effect in a listen section"},
     {"has invalid action info config", "an action without \"+slot\" is left out"},
     {"Invalid action config", "a \"+\" alone: the actions behind it are not read"},
     {"Ivalid error action filed", "not one valid action" REST_UNREAD},
@@ -51,6 +56,22 @@ const struct {
     {"Invalid sampling period value", "sampling_period must be exactly one number" REST_UNREAD},
     {"valid ", "no value that can be read" REST_UNREAD},
 };
+
+// What a message of the daemon means to the file's author; empty when it adds nothing.
+std::string explain(const std::string& message) {
+    for (const auto& complaint : complaints) {
+        if (message.find(complaint.part) != std::string::npos) {
+            return complaint.explanation;
+        }
+    }
+    return message;
+}
+
+bool has_message(const TraceStep& step, const char* part) {
+    return std::any_of(step.messages.begin(), step.messages.end(), [part](const std::string& message) {
+        return message.find(part) != std::string::npos;
+    });
+}
 
 std::vector<std::string> split(const std::string& line, const char* separators) {
     std::vector<std::string> words;
@@ -99,10 +120,6 @@ const char* similar_keyword(const std::string& word) {
     return nullptr;
 }
 
-bool is_keyword(const std::string& word) {
-    return find_field(word.c_str()) != nullptr || strcasecmp(word.c_str(), "algo_type") == 0;
-}
-
 // Bytes of a name that are kept, 0 when the field is no name.
 size_t name_limit(field_code field) {
     switch (field) {
@@ -121,16 +138,230 @@ size_t name_limit(field_code field) {
     }
 }
 
-// What was found so far.
-class Findings {
+// Goes through the steps of a trace.
+class StepWalk {
   public:
+    explicit StepWalk(const ConfigTrace& trace) : steps_(trace.steps) { explain_all(0, trace.messages); }
+
+    StepFindings run() {
+        for (; at_ < steps_.size(); ++at_) {
+            const TraceStep& step = steps_[at_];
+            if (step.place == PLACE_HEADER) {
+                take_header(step);
+            } else if (step.place == PLACE_WORD) {
+                take_word(step);
+            } else if (field_ != nullptr) {
+                take_value(step);
+            } else {
+                take_algo(step);
+            }
+        }
+        return std::move(found_);
+    }
+
+  private:
     void warn(int line, const std::string& text, const std::string& log = "") {
-        list_.push_back({line, true, text, log});
+        found_.findings.push_back({line, true, text, log});
     }
-    void note(int line, const std::string& text, const std::string& log) {
-        list_.push_back({line, false, text, log});
+
+    void explain_all(int line, const std::vector<std::string>& messages) {
+        for (const std::string& message : messages) {
+            std::string text = explain(message);
+            const size_t reason = message.find("err_info:");
+            if (reason != std::string::npos) {
+                text += ": " + message.substr(reason + strlen("err_info:"));
+            }
+            if (!text.empty()) {
+                warn(line, text, message);
+            }
+        }
     }
-    std::vector<Finding> take() { return std::move(list_); }
+
+    bool next_is(parse_place place) const {
+        return at_ + 1 < steps_.size() && steps_[at_ + 1].place == place;
+    }
+
+    void take_header(const TraceStep& step) {
+        explain_all(step.line, step.messages);
+        if (!next_is(PLACE_WORD)) {
+            warn(step.line,
+                 "a \"[\" without a \"]\": the daemon takes the file for broken, and watches nothing");
+            return;
+        }
+        check_name(step.line, "the section's name", step.text, sizeof(setting_info::section_name) - 1);
+        if (!step.first) {
+            const bool is_first_section = found_.sections.empty();
+            warn(step.line, std::string("a \"[\" inside a line begins a section") +
+                                (is_first_section ? "" : ", and takes the place of the character before it"));
+        }
+        if (step.text.find('\n') != std::string::npos) {
+            warn(step.line, "the section's name runs over the end of the line: its \"]\" is missing");
+        }
+        begin_section(step);
+    }
+
+    void begin_section(const TraceStep& step) {
+        const std::string name = step.text.substr(0, sizeof(setting_info::section_name) - 1);
+        const setting_info* const setting = find_section(setting_list, name.c_str());
+        std::vector<SectionLines>& sections = found_.sections;
+        const auto known =
+            std::find_if(sections.begin(), sections.end(),
+                         [setting](const SectionLines& lines) { return lines.setting == setting; });
+        section_ = static_cast<size_t>(known - sections.begin());
+        if (known != sections.end()) {
+            known->repetitions.push_back(step.line);
+        } else {
+            sections.push_back({setting, step.line});
+        }
+        header_line_ = step.line;
+        trigger_ = 0;
+        given_.clear();
+        open_number_ = nullptr;
+    }
+
+    void take_word(const TraceStep& step) {
+        field_ = find_field(step.text.c_str());
+        if (at_ > 0 && has_message(steps_[at_ - 1], NOT_READ)) {
+            return;  // the value of that field, which has its warning
+        }
+        if (has_message(step, "Ignoring unknown field")) {
+            check_unknown_word(step);
+        } else if (has_message(step, "Error in section")) {
+            // An empty section ends where the next one begins.
+            explain_all(header_line_, step.messages);
+        } else {
+            explain_all(step.line, step.messages);
+        }
+        if (!found_.sections.empty() && field_ != nullptr && !next_is(PLACE_VALUE) &&
+            !has_message(step, "algo_type field not first")) {
+            warn(step.line, step.text + " has no value");
+        }
+    }
+
+    // A line that is passed over: a misspelt keyword, or somebody's comment.
+    void check_unknown_word(const TraceStep& step) {
+        const std::string& log = step.messages[0];
+        if (const char* const meant = similar_keyword(step.text)) {
+            warn(step.line,
+                 quoted(step.text) + " is no field, and its line is passed over; is " + meant + " meant?",
+                 log);
+        } else if (strcasecmp(step.text.c_str(), "algo_type") == 0) {
+            warn(step.line, "algo_type counts as the first field of a section only", log);
+        } else {
+            found_.findings.push_back(
+                {step.line, false, quoted(step.text) + " is no field: its line is passed over", log});
+        }
+    }
+
+    void take_algo(const TraceStep& step) {
+        explain_all(step.line, step.messages);
+        const std::vector<std::string> words = split(step.text, WORD_SEPARATORS);
+        if (words.size() > 1) {
+            warn(step.line, "algo_type takes the first word only, " + quoted(words[0]));
+        }
+    }
+
+    void take_value(const TraceStep& step) {
+        const bool is_read = !has_message(step, NOT_READ);
+        if (is_read && !has_message(step, "_section failed!")) {
+            place_value(step);
+        }
+        explain_all(step.line, step.messages);
+        if (is_read) {
+            check_value(step);
+        }
+    }
+
+    // Where a value stands that the section has now, and what it takes the place of.
+    void place_value(const TraceStep& step) {
+        SectionLines& lines = found_.sections[section_];
+        const field_code code = field_->code;
+        if (code <= FIELD_NUM_TRIGGERS && !given_.insert(code).second) {
+            warn(step.line, std::string(field_->keyword) + " stands in the section already: this one counts" +
+                                (code == FIELD_NUM_TRIGGERS ? ", and the triggers so far are gone" : ""));
+        }
+        switch (code) {
+            case FIELD_CLIENT_NAME:
+                lines.client = step.line;
+                break;
+            case FIELD_NUM_TRIGGERS:
+                lines.num_triggers = step.line;
+                lines.triggers.clear();
+                open_number_ = nullptr;
+                break;
+            case FIELD_ERROR_NO:
+                if (open_number_ != nullptr) {
+                    warn(open_number_->line, "error_no " + split(open_number_->text, WORD_SEPARATORS)[0] +
+                                                 " has no action of its own: line " +
+                                                 std::to_string(step.line) + " takes its place");
+                }
+                open_number_ = &step;
+                lines.triggers[trigger_].number = step.line;
+                break;
+            case FIELD_ACTION:
+                lines.triggers[trigger_].action = step.line;
+                open_number_ = nullptr;
+                ++trigger_;
+                break;
+            default:
+                break;
+        }
+    }
+
+    // What a value loses without a word of the parser.
+    void check_value(const TraceStep& step) {
+        const std::vector<std::string> words = split(step.text, WORD_SEPARATORS);
+        if (words.empty()) {
+            return;
+        }
+        if (name_limit(field_->code) > 0) {
+            check_name_value(step.line, words);
+        } else if (field_->code == FIELD_ACTION) {
+            check_actions(step.line, words);
+        } else if (field_->code == FIELD_ERROR_NO || words.size() == 1) {
+            check_number(step.line, field_->keyword, words[0]);
+            if (words.size() > 1) {
+                warn(step.line, "error_no takes the first number only, " + quoted(words[0]));
+            }
+        }
+    }
+
+    void check_name_value(int line, const std::vector<std::string>& words) {
+        const std::string keyword = field_->keyword;
+        if (find_field(words[0].c_str()) != nullptr || strcasecmp(words[0].c_str(), "algo_type") == 0) {
+            warn(line, keyword + " takes the word " + quoted(words[0]) + ": its own value is missing");
+            return;
+        }
+        check_name(line, keyword, words[0], name_limit(field_->code));
+        if (words.size() > 1) {
+            warn(line, keyword + " takes the first word only, " + quoted(words[0]));
+        }
+    }
+
+    void check_actions(int line, const std::vector<std::string>& words) {
+        int stored = 0;
+        for (const std::string& word : words) {
+            const std::vector<std::string> parts = split(word, "+");
+            if (stored == MAX_ACTIONS) {
+                warn(line, "only the first " + std::to_string(MAX_ACTIONS) + " actions count; " +
+                               quoted(word) + " and what follows is cut off");
+                return;
+            }
+            if (parts.empty()) {
+                return;  // a "+" alone, where the parser ends too
+            }
+            if (parts.size() < 2) {
+                continue;  // the parser has complained
+            }
+            check_name(line, "client", parts[0], sizeof(action_config::client_name) - 1);
+            check_number(line, "slot", parts[1]);
+            if (parts.size() > 2) {
+                warn(line, "of the action " + quoted(word) + " only " + quoted(parts[0] + "+" + parts[1]) +
+                               " counts");
+            }
+            ++stored;
+        }
+    }
 
     void check_name(int line, const std::string& what, const std::string& name, size_t limit) {
         if (name.size() > limit) {
@@ -149,193 +380,21 @@ class Findings {
         }
     }
 
-    void check_name_value(const TraceStep& step, const std::vector<std::string>& words) {
-        const std::string keyword = config_field_table[step.field].keyword;
-        if (is_keyword(words[0])) {
-            warn(step.line, keyword + " takes the word " + quoted(words[0]) + ": its own value is missing");
-            return;
-        }
-        check_name(step.line, keyword, words[0], name_limit(step.field));
-        if (words.size() > 1) {
-            warn(step.line, keyword + " takes the first word only, " + quoted(words[0]));
-        }
-    }
-
-    void check_actions(const TraceStep& step, const std::vector<std::string>& words) {
-        int stored = 0;
-        for (const std::string& word : words) {
-            const std::vector<std::string> parts = split(word, "+");
-            if (stored == MAX_ACTIONS) {
-                warn(step.line, "only the first " + std::to_string(MAX_ACTIONS) + " actions count; " +
-                                    quoted(word) + " and what follows is cut off");
-                return;
-            }
-            if (parts.empty()) {
-                return;  // a "+" alone, where the parser ends too
-            }
-            if (parts.size() < 2) {
-                continue;  // the parser has complained
-            }
-            check_name(step.line, "client", parts[0], sizeof(action_config::client_name) - 1);
-            check_number(step.line, "slot", parts[1]);
-            if (parts.size() > 2) {
-                warn(step.line, "of the action " + quoted(word) + " only " +
-                                    quoted(parts[0] + "+" + parts[1]) + " counts");
-            }
-            ++stored;
-        }
-    }
-
-    // What a value loses without a word of the parser.
-    void check_value(const TraceStep& step) {
-        const std::vector<std::string> words = split(step.text, WORD_SEPARATORS);
-        if (words.empty()) {
-            return;
-        }
-        if (name_limit(step.field) > 0) {
-            check_name_value(step, words);
-        } else if (step.field == FIELD_ACTION) {
-            check_actions(step, words);
-        } else if (step.field == FIELD_ERROR_NO || words.size() == 1) {
-            check_number(step.line, config_field_table[step.field].keyword, words[0]);
-            if (words.size() > 1) {
-                warn(step.line, "error_no takes the first number only, " + quoted(words[0]));
-            }
-        }
-    }
-
-    void check_header(const TraceStep& step, bool is_first_section) {
-        check_name(step.line, "the section's name", step.text, sizeof(setting_info::section_name) - 1);
-        if (!step.first) {
-            warn(step.line, std::string("a \"[\" inside a line begins a section") +
-                                (is_first_section ? "" : ", and takes the place of the character before it"));
-        }
-        if (step.text.find('\n') != std::string::npos) {
-            warn(step.line, "the section's name runs over the end of the line: its \"]\" is missing");
-        }
-    }
-
-    // A line that is passed over: a misspelt keyword, or somebody's comment.
-    void check_unknown_word(const TraceStep& step, const std::string& log) {
-        if (const char* const meant = similar_keyword(step.text)) {
-            warn(step.line,
-                 quoted(step.text) + " is no field, and its line is passed over; is " + meant + " meant?",
-                 log);
-        } else if (strcasecmp(step.text.c_str(), "algo_type") == 0) {
-            warn(step.line, "algo_type counts as the first field of a section only", log);
-        } else {
-            note(step.line, quoted(step.text) + " is no field: its line is passed over", log);
-        }
-    }
-
-    void check_messages(const TraceStep& step, int header_line) {
-        for (const std::string& message : step.messages) {
-            if (step.place == PLACE_WORD && message.find("Ignoring unknown field") != std::string::npos) {
-                check_unknown_word(step, message);
-                continue;
-            }
-            // An empty section ends where the next one begins.
-            const bool is_empty = message.find("Error in section") != std::string::npos;
-            explain(is_empty ? header_line : step.line, message);
-        }
-    }
-
-    void explain(int line, const std::string& message) {
-        for (const auto& complaint : complaints) {
-            if (message.find(complaint.part) != std::string::npos) {
-                const size_t reason = message.find("err_info:");
-                if (*complaint.explanation != '\0') {
-                    warn(
-                        line,
-                        complaint.explanation +
-                            (reason != std::string::npos ? ": " + message.substr(reason + 9) : std::string()),
-                        message);
-                }
-                return;
-            }
-        }
-        warn(line, message, message);
-    }
-
-  private:
-    std::vector<Finding> list_;
+    const std::vector<TraceStep>& steps_;
+    size_t at_ = 0;
+    StepFindings found_;
+    const config_field* field_ = nullptr;  // of the last word, null when that is no keyword
+    size_t section_ = 0;                   // which of the sections this is
+    int header_line_ = 0;
+    int32_t trigger_ = 0;                     // index of the slot that the next action line completes
+    std::set<field_code> given_;              // what the section has so far of the fields that count once
+    const TraceStep* open_number_ = nullptr;  // the error_no that waits for its action
 };
 
 }  // namespace
 
-std::vector<Finding> find_in_steps(const ConfigTrace& trace) {
-    Findings findings;
-    for (const std::string& message : trace.messages) {
-        findings.explain(0, message);
-    }
-    int header_line = 0;
-    bool is_first_section = true;
-    std::set<field_code> given;              // what the section has so far of the fields that count once
-    const TraceStep* open_number = nullptr;  // the error_no that waits for its action
-    for (size_t i = 0; i < trace.steps.size(); ++i) {
-        const TraceStep& step = trace.steps[i];
-        const TraceStep* const next = i + 1 < trace.steps.size() ? &trace.steps[i + 1] : nullptr;
-        if (i > 0 && has_message(trace.steps[i - 1], "Unkown record!")) {
-            continue;  // the value of the field that has no effect
-        }
-        if (step.place == PLACE_HEADER) {
-            header_line = step.line;
-            open_number = nullptr;
-            given.clear();
-        }
-        if (step.place == PLACE_VALUE && step.field <= FIELD_NUM_TRIGGERS && step.messages.empty() &&
-            !given.insert(step.field).second) {
-            findings.warn(step.line,
-                          std::string(config_field_table[step.field].keyword) +
-                              " stands in the section already: this one counts" +
-                              (step.field == FIELD_NUM_TRIGGERS ? ", and the triggers so far are gone" : ""));
-        }
-        if (step.place == PLACE_VALUE && step.field == FIELD_ERROR_NO && step.messages.empty()) {
-            if (open_number != nullptr) {
-                findings.warn(open_number->line, "error_no " + split(open_number->text, WORD_SEPARATORS)[0] +
-                                                     " has no action of its own: line " +
-                                                     std::to_string(step.line) + " takes its place");
-            }
-            open_number = &step;
-        } else if (step.place == PLACE_VALUE &&
-                   (step.field == FIELD_ACTION || step.field == FIELD_NUM_TRIGGERS)) {
-            open_number = nullptr;
-        }
-        findings.check_messages(step, header_line);
-        switch (step.place) {
-            case PLACE_HEADER:
-                if (next != nullptr || trace.parsed) {
-                    findings.check_header(step, is_first_section);
-                    is_first_section = false;
-                } else {
-                    findings.warn(
-                        step.line,
-                        "a \"[\" without a \"]\": the daemon takes the file for broken, and watches nothing");
-                }
-                break;
-            case PLACE_WORD:
-                if (step.setting != nullptr && find_field(step.text.c_str()) != nullptr &&
-                    !has_message(step, "algo_type field not first") &&
-                    (next == nullptr || next->place != PLACE_VALUE)) {
-                    findings.warn(step.line, step.text + " has no value");
-                }
-                break;
-            case PLACE_ALGO:
-                if (split(step.text, WORD_SEPARATORS).size() > 1) {
-                    findings.warn(step.line, "algo_type takes the first word only, " +
-                                                 quoted(split(step.text, WORD_SEPARATORS)[0]));
-                }
-                break;
-            case PLACE_VALUE:
-                if (!has_message(step, "Unkown record!")) {
-                    findings.check_value(step);
-                }
-                break;
-            default:
-                break;
-        }
-    }
-    return findings.take();
+StepFindings find_in_steps(const ConfigTrace& trace) {
+    return StepWalk(trace).run();
 }
 
 }  // namespace tools

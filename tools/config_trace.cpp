@@ -2,9 +2,11 @@
 #include "tools/config_trace.h"
 
 #include <algorithm>
+#include <string_view>
 
 #include "config/config_parser.h"
 #include "platform/desk/log.h"
+#include "platform/text.h"
 
 namespace tools {
 namespace {
@@ -13,67 +15,49 @@ namespace {
 ConfigTrace* current = nullptr;
 const char* text_begin = nullptr;
 
-// The parser goes forward only, so its lines are counted once.
-size_t counted_bytes = 0;
-int counted_line = 1;
-
 void take_message(int /*priority*/, const char* /*tag*/, const char* message) {
     std::string text = message;
     text.erase(text.find_last_not_of('\n') + 1);
     (current->steps.empty() ? current->messages : current->steps.back().messages).push_back(text);
 }
 
-// Whether `character` ends what is read at the place.
-bool ends(parse_place place, char character) {
+// The characters that end what is read at the place.
+std::string ends_of(parse_place place) {
     switch (place) {
         case PLACE_HEADER:
-            return character == ']';
+            return "]";
         case PLACE_WORD:
-            return is_whitespace(character) || character == '\0';
+            return WORD_SEPARATORS + std::string(1, '\0');
         default:
-            return character == '\n' || character == '\0';
+            return std::string("\n\0", 2);
     }
 }
 
-void take_step(const parse_step& step) {
-    if (step.place == PLACE_TEXT) {
-        text_begin = step.at;
-        current->text.assign(step.at, step.length);
+void take_step(parse_place place, const text_cursor& rest) {
+    if (place == PLACE_TEXT) {
+        text_begin = rest.at;
+        current->text.assign(rest.at, rest.end);
         return;
     }
     const std::string& text = current->text;
-    const char* const end = text_begin + text.size();
+    std::vector<TraceStep>& steps = current->steps;
     // The last section's line end stands behind the text, and the parser may have passed it.
-    const char* at = std::min(step.at, end);
-    const auto offset = static_cast<size_t>(at - text_begin);
-    if (step.place == PLACE_HEADER) {
-        ++at;
-    } else if (step.place == PLACE_ALGO) {
-        const char* const value = std::find_if_not(at, end, is_whitespace);
-        const bool has_value = value != end && *value != '[' && *value != '\0';
-        // Without a value it is about the keyword, which ends with the separator before it.
-        at = has_value ? value : at - 1;
+    size_t offset = std::min(static_cast<size_t>(rest.at - text_begin), text.size());
+    // A section's body ends differently from what was in the file.
+    const std::string_view parsed(text_begin, text.size());
+    const size_t begin = place == PLACE_HEADER ? offset + 1 : offset;
+    size_t end = std::min(parsed.find_first_of(ends_of(place), begin), parsed.size());
+    if (place == PLACE_VALUE && at_end(rest)) {
+        // Without a value it is about the keyword.
+        offset = steps.back().offset;
+        end = begin;
     }
-    const char* const stop = std::find_if(at, end, [&](char c) { return ends(step.place, c); });
-    const auto shown = static_cast<size_t>(at - text_begin);
-    const size_t begin = step.place == PLACE_HEADER ? offset : shown;
-    if (begin > counted_bytes) {
-        counted_line += static_cast<int>(std::count(text.begin() + static_cast<ptrdiff_t>(counted_bytes),
-                                                    text.begin() + static_cast<ptrdiff_t>(begin), '\n'));
-        counted_bytes = begin;
-    }
-    size_t before = begin;
-    while (before > 0 && (text[before - 1] == ' ' || text[before - 1] == '\t' || text[before - 1] == '\r')) {
-        --before;
-    }
-    current->steps.push_back({step.place,
-                              counted_line,
-                              before == 0 || text[before - 1] == '\n',
-                              std::string(at, stop),
-                              step.setting,
-                              step.field,
-                              step.trigger,
-                              {}});
+    const size_t counted = steps.empty() ? 0 : steps.back().offset;
+    const auto line_ends = std::count(text.data() + counted, text.data() + offset, '\n');
+    const int line = (steps.empty() ? 1 : steps.back().line) + static_cast<int>(line_ends);
+    const size_t line_begin = offset == 0 ? 0 : text.rfind('\n', offset - 1) + 1;
+    const bool first = text.find_first_not_of(" \t\r", line_begin) == offset;
+    steps.push_back({place, offset, line, first, std::string(parsed.substr(begin, end - begin)), {}});
 }
 
 }  // namespace
@@ -81,8 +65,6 @@ void take_step(const parse_step& step) {
 ConfigTrace trace_config(const std::string& path) {
     ConfigTrace trace;
     current = &trace;
-    counted_bytes = 0;
-    counted_line = 1;
     desk_log_set_sink(take_message);
     parse_watcher = take_step;
     trace.parsed = parse_config_file(path.c_str()) == 0;
@@ -90,17 +72,6 @@ ConfigTrace trace_config(const std::string& path) {
     desk_log_set_sink(nullptr);
     current = nullptr;
     return trace;
-}
-
-bool has_message(const TraceStep& step, const char* part) {
-    return std::any_of(step.messages.begin(), step.messages.end(), [part](const std::string& message) {
-        return message.find(part) != std::string::npos;
-    });
-}
-
-int line_of(const std::string& text, size_t offset) {
-    return 1 + static_cast<int>(std::count(
-                   text.begin(), text.begin() + static_cast<ptrdiff_t>(std::min(offset, text.size())), '\n'));
 }
 
 }  // namespace tools

@@ -12,14 +12,10 @@ namespace tools {
 
 struct TraceStep {
     parse_place place;
-    int line;    // of the file, from 1
-    bool first;  // nothing but blanks stands before it on its line
-    // As the parser sees it: a header's name, also over line ends, without its end where there is no "]"; a
-    // word; a value line.
-    std::string text;
-    const setting_info* setting;
-    field_code field;
-    int32_t trigger;
+    size_t offset;     // in the file
+    int line;          // of the file, from 1
+    bool first;        // nothing but blanks stands before it on its line
+    std::string text;  // a header's name, without its end where there is no "]"; a word; a value line
     std::vector<std::string> messages;  // logged at this step, without their line ends
 };
 
@@ -32,11 +28,5 @@ struct ConfigTrace {
 
 // Lets the parser read the file into setting_list, which must be empty.
 ConfigTrace trace_config(const std::string& path);
-
-// Whether one of the step's messages has the part.
-bool has_message(const TraceStep& step, const char* part);
-
-// The line that an offset of the text is on, from 1.
-int line_of(const std::string& text, size_t offset);
 
 }  // namespace tools

@@ -31,7 +31,8 @@ void check(const setting_info& setting) {
     require_text(setting.module_name);
     const int32_t count = trigger_count(setting);
     require(count >= 0 && (count == 0 || trigger_slots(setting) != nullptr));
-    require(setting.algo_type == setting.server_part || setting.algo_type == ALGO_UNKNOWN);
+    require(setting.algo_type != ALGO_LISTEN || setting.poll.triggers == nullptr);
+    require(setting.algo_type != ALGO_POLL || setting.listen.triggers == nullptr);
     for (int32_t i = 0; i < count; ++i) {
         const trigger_info& trigger = trigger_slots(setting)[i];
         require(trigger.action_num >= 0 && trigger.action_num <= MAX_ACTIONS);
