@@ -13,7 +13,7 @@
 #include <cstring>
 
 #include "emulator/control_wire.h"
-#include "emulator/owned_fd.h"
+#include "platform/owned.h"
 
 namespace phone {
 
@@ -94,32 +94,32 @@ unsigned fill_address(const std::string& socket_name, void* address) {
     return static_cast<unsigned>(offsetof(sockaddr_un, sun_path) + 1 + socket_name.size());
 }
 
-int connect_to_phone(const std::string& socket_name, std::string* why) {
+UniqueFd connect_to_phone(const std::string& socket_name, std::string* why) {
     sockaddr_un address;
     const unsigned length = fill_address(socket_name, &address);
     if (length == 0) {
         *why = "'" + socket_name + "' is too long for the name of a phone";
-        return -1;
+        return {};
     }
-    OwnedFd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    UniqueFd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     const timeval timeout = {ANSWER_TIMEOUT_S, 0};
     if (!fd.valid() || setsockopt(fd.get(), SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof(timeout)) != 0 ||
         setsockopt(fd.get(), SOL_SOCKET, SO_SNDTIMEO, &timeout, sizeof(timeout)) != 0) {
         *why = std::string("no socket to ask a phone with: ") + strerror(errno);
-        return -1;
+        return {};
     }
     if (connect(fd.get(), reinterpret_cast<sockaddr*>(&address), length) != 0) {
         *why = "no phone answers at '" + socket_name +
                "' (boot one with 'phone boot', or say which one with --name): " + strerror(errno);
-        return -1;
+        return {};
     }
     ucred peer = {};
     socklen_t size = sizeof(peer);
     if (getsockopt(fd.get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0 || peer.uid != geteuid()) {
         *why = "what answers at '" + socket_name + "' belongs to another user";
-        return -1;
+        return {};
     }
-    return fd.release();
+    return fd;
 }
 
 bool request(const std::string& socket_name, const std::vector<std::string>& words, std::string* answer) {
@@ -132,7 +132,7 @@ bool request(const std::string& socket_name, const std::vector<std::string>& wor
         }
         name = inside;
     }
-    const OwnedFd fd(connect_to_phone(name, answer));
+    const UniqueFd fd = connect_to_phone(name, answer);
     if (!fd.valid()) {
         return false;
     }

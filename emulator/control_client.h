@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "platform/owned.h"
+
 namespace phone {
 
 // Environment variable that names the phone's control socket to every process inside it.
@@ -17,9 +19,9 @@ bool request(const std::string& socket_name, const std::vector<std::string>& wor
 // The control socket of the phone that the calling user named `name`.
 std::string socket_of_phone(const std::string& name);
 
-// Connects to a phone. Returns a descriptor that the caller closes, or -1 with the reason in *why. The peer
-// of that socket (SO_PEERCRED) is the phone's first process.
-int connect_to_phone(const std::string& socket_name, std::string* why);
+// Connects to a phone. Returns the socket, or none with the reason in *why. The peer of that socket
+// (SO_PEERCRED) is the phone's first process.
+UniqueFd connect_to_phone(const std::string& socket_name, std::string* why);
 
 // Fills `address` (a sockaddr_un) for a socket name; returns its length in bytes, 0 when the name is too
 // long.

@@ -7,8 +7,8 @@
 #include <cerrno>
 #include <cstring>
 
-#include "emulator/owned_fd.h"
 #include "emulator/refusal.h"
+#include "platform/owned.h"
 #include "triggers/command_message.h"
 
 namespace phone {
@@ -24,7 +24,7 @@ void send_command(const std::string& client, bool test_switch, int32_t number) {
     message.data = number;
 
     // The driver server sends this, and nobody may hold it up, not even a daemon that accepts nothing.
-    const OwnedFd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    const UniqueFd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     if (!fd.valid()) {
         throw refusal_errno("no socket to reach the daemon with");
     }

@@ -16,8 +16,8 @@
 #include "emulator/control_client.h"
 #include "emulator/driver_control.h"
 #include "emulator/driver_fuse.h"
-#include "emulator/owned_fd.h"
 #include "emulator/refusal.h"
+#include "platform/owned.h"
 
 namespace phone {
 
@@ -29,7 +29,7 @@ constexpr size_t CONNECTIONS_MAX = 32;
 constexpr size_t RECEIVE_SIZE = 256 * 1024;
 
 struct Connection {
-    OwnedFd fd;
+    UniqueFd fd;
     std::string received;
 };
 
@@ -40,7 +40,7 @@ bool is_own_user(int fd) {
 }
 
 void accept_connection(int listen_fd, std::list<Connection>* connections) {
-    OwnedFd fd(accept4(listen_fd, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+    UniqueFd fd(accept4(listen_fd, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
     if (!fd.valid() || !is_own_user(fd.get())) {
         return;
     }
@@ -138,13 +138,13 @@ void serve(const ServerOptions& doors, ControlState* state) {
 
 }  // namespace
 
-int listen_for_control(const std::string& socket_name) {
+UniqueFd listen_for_control(const std::string& socket_name) {
     sockaddr_un address;
     const unsigned length = fill_address(socket_name, &address);
     if (length == 0) {
         throw Refusal("the name of the phone is too long");
     }
-    OwnedFd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    UniqueFd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     if (!fd.valid()) {
         throw refusal_errno("no control socket");
     }
@@ -158,7 +158,7 @@ int listen_for_control(const std::string& socket_name) {
     if (listen(fd.get(), static_cast<int>(CONNECTIONS_MAX)) != 0) {
         throw refusal_errno("the control socket cannot listen");
     }
-    return fd.release();
+    return fd;
 }
 
 void run_driver_server(const ServerOptions& options) {

@@ -3,10 +3,12 @@
 
 #include <string>
 
+#include "platform/owned.h"
+
 namespace phone {
 
 // An abstract, listening socket of that name. Throws Refusal, also when another phone has it.
-int listen_for_control(const std::string& socket_name);
+UniqueFd listen_for_control(const std::string& socket_name);
 
 // What the server works with.
 struct ServerOptions {

@@ -8,10 +8,9 @@
 
 #include <cerrno>
 #include <cstring>
-#include <memory>
 
-#include "emulator/owned_fd.h"
 #include "emulator/refusal.h"
+#include "platform/owned.h"
 
 namespace phone {
 
@@ -35,7 +34,7 @@ void make_folder(const std::string& path, mode_t mode) {
 }
 
 void write_file(const std::string& path, const std::string& content, mode_t mode) {
-    const OwnedFd fd(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, mode));
+    const UniqueFd fd(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, mode));
     if (!fd.valid() || fchmod(fd.get(), mode) != 0) {
         throw refusal_errno("cannot make " + path);
     }
@@ -43,7 +42,7 @@ void write_file(const std::string& path, const std::string& content, mode_t mode
 }
 
 void write_existing(const std::string& path, const std::string& content) {
-    const OwnedFd fd(open(path.c_str(), O_WRONLY | O_CLOEXEC));
+    const UniqueFd fd(open(path.c_str(), O_WRONLY | O_CLOEXEC));
     if (!fd.valid() ||
         write(fd.get(), content.data(), content.size()) != static_cast<ssize_t>(content.size())) {
         throw refusal_errno("cannot write " + path);
@@ -57,7 +56,7 @@ void make_link(const std::string& target, const std::string& path) {
 }
 
 std::vector<std::string> names_in(const std::string& folder) {
-    const std::unique_ptr<DIR, int (*)(DIR*)> stream(opendir(folder.c_str()), closedir);
+    const UniqueDir stream(opendir(folder.c_str()));
     if (stream == nullptr) {
         throw refusal_errno("cannot list " + folder);
     }
@@ -71,7 +70,7 @@ std::vector<std::string> names_in(const std::string& folder) {
 }
 
 std::string read_file(const std::string& path, size_t limit) {
-    const OwnedFd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    const UniqueFd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC));
     if (!fd.valid()) {
         throw refusal_errno("cannot open " + path);
     }

@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "platform/owned.h"
+
 namespace phone {
 
 // Bytes of /data when no folder of the desk is bound there.
@@ -44,7 +46,7 @@ std::string place_in_phone(const std::string& build_dir, const std::string& prog
 
 // Makes the private root and moves the calling process into it; needs a mount namespace of its own. Returns
 // the descriptor of the driver's FUSE file system, which is mounted and served by nobody yet. Throws Refusal.
-int enter_private_root(const PhoneOptions& options);
+UniqueFd enter_private_root(const PhoneOptions& options);
 
 // Puts the driver's devices in their place; the driver server must be serving. Throws Refusal.
 void place_devices();

@@ -22,9 +22,9 @@
 #include "emulator/control_client.h"
 #include "emulator/driver_server.h"
 #include "emulator/files.h"
-#include "emulator/owned_fd.h"
 #include "emulator/phone.h"
 #include "emulator/refusal.h"
+#include "platform/owned.h"
 
 namespace phone {
 
@@ -93,7 +93,7 @@ void forward_held_signals(pid_t receiver) {
 // A shell in the phone makes itself the foreground of the terminal and cannot undo that at its end: its
 // process namespace has no number for the caller's process group.
 void take_terminal_back() {
-    const OwnedFd terminal(open("/dev/tty", O_RDWR | O_CLOEXEC));
+    const UniqueFd terminal(open("/dev/tty", O_RDWR | O_CLOEXEC));
     const pid_t foreground = terminal.valid() ? tcgetpgrp(terminal.get()) : -1;
     // A group that has processes is another job, which the caller's shell put there.
     if (foreground <= 0 || kill(-foreground, 0) == 0 || errno != ESRCH) {
@@ -127,8 +127,8 @@ void become_root(uid_t user, gid_t group) {
 }
 
 struct Pipe {
-    OwnedFd read_end;
-    OwnedFd write_end;
+    UniqueFd read_end;
+    UniqueFd write_end;
 };
 
 Pipe make_pipe() {
@@ -136,7 +136,7 @@ Pipe make_pipe() {
     if (pipe2(ends, O_CLOEXEC) != 0) {
         throw refusal_errno("no pipe");
     }
-    return {OwnedFd(ends[0]), OwnedFd(ends[1])};
+    return {UniqueFd(ends[0]), UniqueFd(ends[1])};
 }
 
 // What runs in a phone must not outlive who started it, however that one ends; the starter alone holds the
@@ -177,8 +177,8 @@ void start_media_server() {
 // The first process: starts the driver server, the media server and the command, and reaps whatever ends,
 // until the command does. Returns the command's exit status.
 int run_first_process(const PhoneOptions& options) {
-    OwnedFd listen_fd(listen_for_control(options.socket_name));
-    OwnedFd fuse_fd(enter_private_root(options));
+    UniqueFd listen_fd = listen_for_control(options.socket_name);
+    UniqueFd fuse_fd = enter_private_root(options);
     const std::string log_dir = options.data_dir.empty() ? "" : options.data_dir + "/kvdx_logs/dmd_log";
     Pipe placed = make_pipe();
     const pid_t driver = fork();
@@ -291,7 +291,7 @@ int run_phone(const PhoneOptions& options) {
 
 pid_t first_process_of(const std::string& socket_name) {
     std::string why;
-    const OwnedFd connection(connect_to_phone(socket_name, &why));
+    const UniqueFd connection = connect_to_phone(socket_name, &why);
     if (!connection.valid()) {
         throw Refusal(why);
     }
@@ -306,7 +306,7 @@ pid_t first_process_of(const std::string& socket_name) {
 
 [[noreturn]] void run_in_phone(const std::string& socket_name, const std::vector<std::string>& command) {
     const pid_t first = first_process_of(socket_name);
-    const OwnedFd phone(static_cast<int>(syscall(SYS_pidfd_open, first, 0)));
+    const UniqueFd phone(static_cast<int>(syscall(SYS_pidfd_open, first, 0)));
     if (!phone.valid()) {
         throw refusal_errno("cannot find the phone's first process");
     }

@@ -13,11 +13,11 @@
 #include "emulator/driver_fuse.h"
 #include "emulator/files.h"
 #include "emulator/kernel_files.h"
-#include "emulator/owned_fd.h"
 #include "emulator/phone.h"
 #include "emulator/properties.h"
 #include "emulator/refusal.h"
 #include "emulator/stand_ins.h"
+#include "platform/owned.h"
 
 namespace phone {
 
@@ -121,15 +121,15 @@ void show_as_on_desk(const std::string& path) {
 // machine's: to join a mount namespace, also the own one, leads there. The desk's /tmp is only where the file
 // system in memory is mounted until then; at DESK it is not covered.
 void change_root() {
-    const OwnedFd desk(open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
-    const OwnedFd self(static_cast<int>(syscall(SYS_pidfd_open, getpid(), 0)));
+    const UniqueFd desk(open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
+    const UniqueFd self(static_cast<int>(syscall(SYS_pidfd_open, getpid(), 0)));
     if (!desk.valid() || setns(self.get(), CLONE_NEWNS) != 0 || fchdir(desk.get()) != 0) {
         throw refusal_errno("cannot find the root of all mounts (this needs Linux 5.8 or later)");
     }
     if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
         throw refusal_errno("cannot make the mounts of the phone private");
     }
-    const OwnedFd tree(open_tree(AT_FDCWD, ".", OPEN_TREE_CLONE | OPEN_TREE_CLOEXEC | AT_RECURSIVE));
+    const UniqueFd tree(open_tree(AT_FDCWD, ".", OPEN_TREE_CLONE | OPEN_TREE_CLOEXEC | AT_RECURSIVE));
     if (!tree.valid()) {
         throw refusal_errno("cannot copy the mounts of the desk");
     }
@@ -236,8 +236,8 @@ void show_folder(const PhoneOptions& options, const std::string& folder) {
     protect(folder);
 }
 
-int mount_driver() {
-    OwnedFd fd(open((DESK + "/dev/fuse").c_str(), O_RDWR | O_CLOEXEC | O_NONBLOCK));
+UniqueFd mount_driver() {
+    UniqueFd fd(open((DESK + "/dev/fuse").c_str(), O_RDWR | O_CLOEXEC | O_NONBLOCK));
     if (!fd.valid()) {
         throw refusal_errno(
             "cannot open /dev/fuse, which stands in for the phone's driver (load it with 'modprobe fuse'; it "
@@ -249,12 +249,12 @@ int mount_driver() {
                                 ",rootmode=40000,user_id=" + std::to_string(geteuid()) +
                                 ",group_id=" + std::to_string(getegid()) + ",default_permissions,allow_other";
     mount_or_refuse("phone-driver", DRIVER, "fuse", MS_NOSUID | MS_NODEV, options.c_str());
-    return fd.release();
+    return fd;
 }
 
 }  // namespace
 
-int enter_private_root(const PhoneOptions& options) {
+UniqueFd enter_private_root(const PhoneOptions& options) {
     umask(0);
     change_root();
     make_system(options);
@@ -265,7 +265,7 @@ int enter_private_root(const PhoneOptions& options) {
     for (const std::string& folder : options.binds) {
         show_folder(options, folder);
     }
-    const int fuse_fd = mount_driver();
+    UniqueFd fuse_fd = mount_driver();
     if (umount2(DESK.c_str(), MNT_DETACH) != 0 || rmdir(DESK.c_str()) != 0) {
         throw refusal_errno("cannot let go of the desk's root");
     }

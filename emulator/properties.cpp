@@ -6,8 +6,8 @@
 
 #include <cstdio>
 
-#include "emulator/owned_fd.h"
 #include "emulator/refusal.h"
+#include "platform/owned.h"
 
 namespace phone {
 
@@ -30,7 +30,7 @@ std::string path_of(const std::string& name) {
 
 std::string read_property(const std::string& name) {
     const std::string path = path_of(name);
-    const OwnedFd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    const UniqueFd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC));
     if (!fd.valid()) {
         throw Refusal("property " + name + " is not set");
     }
@@ -55,7 +55,7 @@ void write_property(const std::string& name, const std::string& value) {
     // A name that no property can have, in the same folder: readers see the old value or the new one.
     const std::string fresh = "/dev/__properties__/.phone-" + name;
     const std::string line = value + "\n";
-    const OwnedFd fd(open(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
+    const UniqueFd fd(open(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
     if (!fd.valid() || write(fd.get(), line.data(), line.size()) != static_cast<ssize_t>(line.size()) ||
         rename(fresh.c_str(), path.c_str()) != 0) {
         throw refusal_errno("property " + name + " cannot be set");
