@@ -1,13 +1,9 @@
-// The phone's system properties: one file each in /dev/__properties__.
+// The phone's system properties, of which a person or a test may set any but those that no phone would keep.
 #pragma once
 
-#include <cstddef>
 #include <string>
 
 namespace phone {
-
-// Longest value in bytes that the phone's property service keeps.
-constexpr size_t PROPERTY_MAX = 91;
 
 // These work on the root of the calling process and throw Refusal.
 std::string read_property(const std::string& name);
