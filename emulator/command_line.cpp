@@ -13,9 +13,6 @@ namespace phone {
 namespace {
 
 constexpr uint64_t DATA_SIZE_MAX = uint64_t{1} << 40;
-// Stands before an operand of a request on its way through the option parser, so that none looks like an
-// option.
-constexpr char OPERAND_MARK = ' ';
 
 enum class Count { ONE, AT_MOST_ONE, AT_LEAST_ONE };
 
@@ -150,39 +147,21 @@ std::vector<std::string> take_rest(std::vector<std::string>* words) {
     return rest;
 }
 
-// The operands of a request are what they are, whatever they look like: from the first word on that is no
-// option they are marked, and so is what stands after "--".
-void mark_operands(std::vector<std::string>* words) {
-    if (words->empty() || runs_something(*words)) {
-        return;
-    }
-    size_t i = 1;
-    while (i < words->size() && (*words)[i][0] == '-' && (*words)[i] != "--") {
-        i += (*words)[i] == "--name" ? 2 : 1;
-    }
-    if (i < words->size() && (*words)[i] == "--") {
-        words->erase(words->begin() + static_cast<ptrdiff_t>(i));
-    }
-    for (; i < words->size(); ++i) {
-        (*words)[i].insert(0, 1, OPERAND_MARK);
-    }
-}
-
 // The empty value of a script's unset variable is not the same as no option.
 std::string not_empty(const std::string& value) {
     return value.empty() ? "its value is empty" : "";
 }
 
 void add_operand(CLI::App* app, const Operand& operand, Choices* choices) {
-    const auto take = [choices](const std::string& word) { choices->words.push_back(word.substr(1)); };
-    const auto take_all = [take](const std::vector<std::string>& words) {
-        std::for_each(words.begin(), words.end(), take);
-    };
+    const auto take = [choices](const std::string& word) { choices->words.push_back(word); };
+    const auto take_all = [choices](const std::vector<std::string>& words) { choices->words = words; };
     CLI::Option* const option =
         operand.count == Count::AT_LEAST_ONE
             ? app->add_option_function<std::vector<std::string>>(operand.name, take_all, operand.description)
             : app->add_option_function<std::string>(operand.name, take, operand.description);
     option->type_name("")->required(operand.count != Count::AT_MOST_ONE);
+    // Whatever stands behind the first operand is one too, even if it looks like an option.
+    app->positionals_at_end();
 }
 
 void add_boot_options(CLI::App* app, Choices* choices) {
@@ -228,7 +207,6 @@ bool runs_something(const std::vector<std::string>& words) {
 bool read_command_line(const std::string& program, const std::vector<std::string>& words, Choices* choices) {
     std::vector<std::string> parsed = words;
     const std::vector<std::string> rest = take_rest(&parsed);
-    mark_operands(&parsed);
     CLI::App app("Boots and drives a phone on the desk.", program);
     app.require_subcommand(1);
     app.footer("'phone COMMAND --help' shows what a command takes, with examples. To begin: phone boot\n");
