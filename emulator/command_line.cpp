@@ -65,11 +65,11 @@ const Command commands[] = {
      "  phone shell\n"
      "  phone shell -- ls -lR /data\n"},
     {"log-dir",
-     "Print where the reports are; on a terminal list and open it",
+     "Print where the reports are; on a terminal list them",
      false,
      false,
      {},
-     "Where the output is a terminal, the folder is listed, and on a graphical desktop opened.\n\n"
+     "Where the output is a terminal, the folder is listed.\n\n"
      "Examples:\n"
      "  phone log-dir\n"
      "  dmd-report \"$(phone log-dir)\"\n"},

@@ -139,7 +139,7 @@ int run(const Choices& choices) {
 }
 
 // A shell in the running phone, or the command after "--".
-[[noreturn]] void shell(const Choices& choices) {
+int shell(const Choices& choices) {
     std::vector<std::string> command = choices.words;
     if (command.empty()) {
         // Without a history file: /data holds what the daemon wrote and nothing else.
@@ -187,28 +187,6 @@ int press_keys(const Choices& choices) {
     return 0;
 }
 
-// Shows the folder in the desktop's file manager, where there is a desktop.
-void open_on_desktop(const std::string& folder) {
-    int begun[2];
-    if ((getenv("DISPLAY") == nullptr && getenv("WAYLAND_DISPLAY") == nullptr) ||
-        pipe2(begun, O_CLOEXEC) != 0) {
-        return;
-    }
-    if (fork() == 0) {
-        setsid();  // it outlives the terminal
-        const int nowhere = open("/dev/null", O_RDWR | O_CLOEXEC);
-        for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
-            dup2(nowhere, fd);
-        }
-        execlp("xdg-open", "xdg-open", folder.c_str(), nullptr);
-        _exit(0);  // a desktop without it has the list
-    }
-    close(begun[1]);
-    char none;
-    (void)!read(begun[0], &none, 1);  // ends when the program begins, or there is none
-    close(begun[0]);
-}
-
 int log_dir(const Choices& choices) {
     std::string folder = ask(choices, {"log-dir"});
     if (folder.empty()) {
@@ -223,7 +201,6 @@ int log_dir(const Choices& choices) {
         printf("(nothing is there yet)\n");
         return 0;
     }
-    open_on_desktop(folder);
     execlp("ls", "ls", "-l", folder.c_str(), nullptr);
     throw refusal_errno("cannot run ls");
 }
@@ -239,21 +216,19 @@ void fill_standard_descriptors() {
     }
 }
 
+// What the commands do; one that has no row here is a request to a running phone as it stands.
+constexpr struct {
+    const char* command;
+    int (*run)(const Choices& choices);
+} ACTIONS[] = {
+    {"boot", boot}, {"run", run}, {"shell", shell}, {"log-dir", log_dir}, {"key", press_keys},
+};
+
 int do_command(const Choices& choices) {
-    if (choices.command == "boot") {
-        return boot(choices);
-    }
-    if (choices.command == "run") {
-        return run(choices);
-    }
-    if (choices.command == "shell") {
-        shell(choices);
-    }
-    if (choices.command == "log-dir") {
-        return log_dir(choices);
-    }
-    if (choices.command == "key") {
-        return press_keys(choices);
+    for (const auto& action : ACTIONS) {
+        if (choices.command == action.command) {
+            return action.run(choices);
+        }
     }
     return ask_and_print(choices);
 }

@@ -139,13 +139,9 @@ expect "property" "value" "$("$phone" property --name "$name" a.b)"
 expect "shell" "value" "$("$phone" shell --name "$name" -- cat /dev/__properties__/a.b)"
 expect "status of a shell" 3 "$(status_of "$phone" shell --name "$name" -- sh -c 'exit 3')"
 expect "log-dir" "$scratch/kvdx_logs/dmd_log" "$("$phone" log-dir --name "$name")"
-# On a desktop the folder is opened, and whatever a terminal shows of it.
-mkdir -p "$scratch/bin" "$scratch/kvdx_logs/dmd_log" && touch "$scratch/kvdx_logs/dmd_log/a_report"
-printf '#!/bin/sh\necho "$@" > %s/opened\n' "$scratch" > "$scratch/bin/xdg-open" && chmod +x "$scratch/bin/xdg-open"
-DISPLAY=:0 PATH=$scratch/bin:$PATH script -qec "$phone log-dir --name $name" /dev/null < /dev/null > "$scratch/shown"
-grep -q a_report "$scratch/shown" || fail "log-dir does not list: $(cat "$scratch/shown")"
-wait_until [ -s "$scratch/opened" ] || fail "log-dir opens nothing"
-expect "what log-dir opens" "$scratch/kvdx_logs/dmd_log" "$(cat "$scratch/opened")"
+mkdir -p "$scratch/kvdx_logs/dmd_log" && touch "$scratch/kvdx_logs/dmd_log/a_report"
+script -qec "$phone log-dir --name $name" /dev/null < /dev/null > "$scratch/shown"
+grep -q a_report "$scratch/shown" || fail "log-dir does not list on a terminal: $(cat "$scratch/shown")"
 "$phone" shell --name "$name" -- sh -c "touch /data/shell; exec sleep $name" &
 shell_pid=$!
 wait_until [ -e "$scratch/shell" ] || fail "no shell"
