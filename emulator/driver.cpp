@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "emulator/client_names.h"
 #include "emulator/key_devices.h"
 #include "emulator/memory_image.h"
 #include "emulator/refusal.h"
@@ -17,56 +18,6 @@
 namespace phone {
 
 namespace {
-
-// The clients that the drivers of the phone register.
-constexpr const char* CLIENT_NAMES[] = {
-    "dsm_tp",
-    "dsm_lcd",
-    "dsm_pmu_irq",
-    "dsm_pmu_ocp",
-    "dsm_charger",
-    "dw_mmc",
-    "smartpa",
-    "dsm_battery",
-    "dsm_key",
-    "dsm_power_key",
-    "dsm_extisp",
-    "dsm_bluetooth",
-    "dsm_ovisp23",
-    "dsm_camera_user",
-    "dsm_wifi",
-    "dsm_ext4",
-    "dsm_apcp",
-    "dsm_flash",
-    "dsm_csi",
-    "dsm_sdcard",
-    "sdcard_vold",
-    "dsm_emmc",
-    "dsm_fs",
-    "dsm_battery_detect",
-    "dsm_compass",
-    "dsm_gsensor",
-    "dsm_als_ps",
-    "dsm_sensorhub",
-    "dsm_hall",
-    "dsm_nfc",
-    "dsm_pastar",
-    "dsm_spi",
-    "dsm_fpgaice40",
-    "dsm_modem_spi",
-    "dsm_anc_hs",
-    "dsm_audio",
-    "dsm_maxim_smartpa",
-    "dsm_ovisp22",
-    "dsm_smpl",
-    "dsm_recovery",
-    "dsm_selinux",
-    "dsm_pmu_coul",
-    "dsm_sdio",
-    "dsm_uart",
-    "dsm_charge_monitor",
-    "dsm_cpu_buck",
-};
 
 // The client whose forced dump leaves a memory image, and the image unless a test sets another.
 constexpr char IMAGE_CLIENT[] = "dsm_sensorhub";
