@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
-# Tests the manual pages: their format, and that those of the programs in the build folder name exactly the options
-# that the programs name in their help.
+# Tests the manual against the code: the format of the manual pages, the options in the pages of the programs in the
+# given build folder, and the clients that docs/configuration.md lists.
 set -u
 build=$(realpath "$1")
-cd -- "$(dirname -- "$(realpath -- "$0")")/../docs/man"
+# mandoc looks for the pages that a page refers to in the current folder.
+cd -- "$(dirname -- "$(realpath -- "$0")")/../docs/man" || exit
 failures=0
 
 fail() { echo "test-manual: $*"; failures=$((failures + 1)); }
@@ -19,4 +20,11 @@ for page in *.[0-9]; do
   [ -n "$in_help" ] || fail "$program has no help"
   [ "$in_help" = "$in_page" ] || fail "$page and the program differ: $(diff <(echo "$in_help") <(echo "$in_page"))"
 done
+
+# The list is the paragraph that begins with "The clients:".
+in_table=$(sed -n 's/^ *row("\([^"]*\)".*/\1/p' ../../clients/client_table.cpp | sort)
+in_list=$(sed -n '/^The clients:/,/^$/p' ../configuration.md | grep -oE '`[^`]+`' | tr -d '`' | sort)
+[ -n "$in_table" ] || fail "clients/client_table.cpp has no rows"
+[ "$in_table" = "$in_list" ] ||
+  fail "clients/client_table.cpp and docs/configuration.md differ: $(diff <(echo "$in_table") <(echo "$in_list"))"
 [ "$failures" -eq 0 ]
