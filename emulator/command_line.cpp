@@ -39,7 +39,7 @@ const Command commands[] = {
      true,
      true,
      {},
-     "The daemon's log goes to the terminal, and Ctrl-C ends the phone. Options of the daemon stand after "
+     "The daemon's log goes to the terminal, and Ctrl-C ends the phone. Put options of the daemon after "
      "'--'.\n\n"
      "Examples:\n"
      "  phone boot\n"
@@ -51,7 +51,7 @@ const Command commands[] = {
      true,
      true,
      {},
-     "The command stands after '--'; its exit status is that of phone.\n\n"
+     "Put the command after '--'. Its exit status becomes that of phone.\n\n"
      "Examples:\n"
      "  phone run -- ls -l /dev /data\n"
      "  phone run --bind /home/me/tests -- /home/me/tests/try-driver\n"},
@@ -60,16 +60,15 @@ const Command commands[] = {
      false,
      true,
      {},
-     "A command to run in its place stands after '--'.\n\n"
+     "To run a command instead, put it after '--'.\n\n"
      "Examples:\n"
      "  phone shell\n"
      "  phone shell -- ls -lR /data\n"},
     {"log-dir",
-     "Print where the reports are; on a terminal list them",
+     "Print where the reports are; on a terminal, list them too",
      false,
      false,
      {},
-     "Where the output is a terminal, the folder is listed.\n\n"
      "Examples:\n"
      "  phone log-dir\n"
      "  dmd-report \"$(phone log-dir)\"\n"},
@@ -78,7 +77,7 @@ const Command commands[] = {
      false,
      false,
      {CLIENT, {"ERROR", "Number of the error"}, {"TEXT", "What the driver says"}},
-     "The daemon deals with the errors that its configuration has a trigger for, and ignores others.\n\n"
+     "The daemon reports an error that its configuration has a trigger for, and ignores any other.\n\n"
      "Examples:\n"
      "  phone report dsm_tp 20002 'no answer from the controller'\n"
      "  phone report dsm_wifi 7 \"$(cat firmware.log)\"\n"},
@@ -87,8 +86,8 @@ const Command commands[] = {
      false,
      false,
      {CLIENT, {"NUMBER", "Its state from now on"}},
-     "The daemon asks the clients that have a poll section, each once in its period, until the state is set "
-     "anew.\n\n"
+     "The daemon asks for it once in each period, if the client has a poll section. It stays until you set "
+     "another.\n\n"
      "Example:\n"
      "  phone state dsm_pmu_coul 1\n"},
     {"command",
@@ -168,7 +167,7 @@ void add_boot_options(CLI::App* app, Choices* choices) {
     // A debug build is one that is not commercial; the option says so in a script.
     CLI::Option* const debug = app->add_flag("--debug-build", "Be a debug build (the default)");
     app->add_flag("--commercial", choices->commercial, "Be a commercial build")->excludes(debug);
-    app->add_option("--config", choices->config, "Configuration file of the daemon, in place of the sample")
+    app->add_option("--config", choices->config, "Configuration file of the daemon, instead of the sample")
         ->check(not_empty)
         ->type_name("FILE");
     app->add_option("--data", choices->data, "Folder of the desk that becomes /data")
@@ -177,7 +176,7 @@ void add_boot_options(CLI::App* app, Choices* choices) {
     app->add_option("--data-size", choices->data_size, "Size of /data without --data")
         ->check(CLI::Range(uint64_t{1}, DATA_SIZE_MAX))
         ->type_name("BYTES");
-    app->add_option("--bind", choices->binds, "Another folder of the desk to show, read-only; repeatable")
+    app->add_option("--bind", choices->binds, "Folder of the desk to show too, read-only; repeatable")
         ->allow_extra_args(false)
         ->check(not_empty)
         ->type_name("DIR");
@@ -185,7 +184,7 @@ void add_boot_options(CLI::App* app, Choices* choices) {
 
 void add_command(CLI::App* app, const Command& command, Choices* choices) {
     CLI::App* const added = app->add_subcommand(command.name, command.description);
-    added->add_option("--name", choices->name, "Name of the phone, where several run")
+    added->add_option("--name", choices->name, "Name of the phone, if several run")
         ->check(not_empty)
         ->type_name("NAME");
     if (command.boots) {
