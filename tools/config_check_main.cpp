@@ -42,10 +42,10 @@ int run(int argc, char** argv) {
     app.add_flag("--json", as_json, "Print one JSON document");
     app.footer(
         "The file is read by the daemon's own parser and checked against the daemon's own clients.\n"
-        "Where the output is no terminal, each line is a section, trigger, action, warning or note,\n"
-        "the word first, then the line of the file, its parts separated by tabs.\n\n"
-        "Exit status: 0 clean, 1 with warnings, 2 when the daemon cannot read the file and would\n"
-        "watch nothing, or when the command line is wrong.\n\n"
+        "If the output is not a terminal, each section, trigger, action, warning and note is a line:\n"
+        "that word, the line of the file, and the rest, separated by tabs.\n\n"
+        "Exit status: 0 if the file is clean; 1 if there are warnings; 2 if the daemon cannot read the\n"
+        "file and would watch nothing, or if the command line is wrong.\n\n"
         "Examples:\n"
         "  dmd-config-check config/device_state_monitor.conf\n"
         "  dmd-config-check my.conf | grep ^warning\n"
