@@ -35,13 +35,13 @@ constexpr size_t PAGE_CONTENT_MAX = 64 * 1024;
 
 constexpr char FOOTER[] =
     "It reads what dmd leaves in /data/kvdx_logs/dmd_log: the records dmd_record_N.txt and\n"
-    "dmd_commercial_record.txt, and the dumps dmd_dump_NUMBER_TIME.tar.gz and .txt.gz, also those left\n"
-    "uncompressed. In a folder it looks for these names, in all folders below too; a file that is named is\n"
-    "read whatever its name. A report that stands in a record and in archives is shown once.\n\n"
-    "On a terminal it prints a table, elsewhere the same with tabs between the columns, in which a\n"
-    "backslash begins a character that would disturb: \\t, \\n, \\r, \\\\, \\x1b. The column NOTE says "
-    "\"cut\" of a\n"
-    "report whose end, or a part of its head, is missing, and \"dump\" of a dump without a report.\n\n"
+    "dmd_commercial_record.txt, and the dumps dmd_dump_NUMBER_TIME.tar.gz and .txt.gz, uncompressed\n"
+    "or not. It searches a folder and all folders below for these names. It reads a file that you\n"
+    "name whatever its name is. A report that stands in a record and in archives is shown once; a\n"
+    "copy with a part missing is a row of its own.\n\n"
+    "On a terminal it prints a table. Elsewhere tabs separate the columns, and \\t, \\n, \\r, \\\\ and\n"
+    "\\x1b stand for characters that would break a line or a column. The column NOTE says \"cut\" if\n"
+    "the end of a report or a part of its head is missing, and \"dump\" for a dump without a report.\n\n"
     "Examples:\n"
     "  adb root; adb pull /data/kvdx_logs/dmd_log pulled\n"
     "  dmd-report pulled                                  all reports, by time\n"
@@ -49,8 +49,8 @@ constexpr char FOOTER[] =
     "  dmd-report pulled --since 2026-11-24 --until '2026-11-25 10:30'\n"
     "  dmd-report pulled --show 3                         the third of them, whole\n"
     "  dmd-report pulled --html reports.html              all for a browser, in one file\n\n"
-    "Exit status: 0 when everything was read; 1 when something could not be read or written, or no report\n"
-    "was found; 2 when the command line is wrong, or there is no report N.";
+    "Exit status: 0 if everything was read; 1 if something could not be read or written, or no report was\n"
+    "found; 2 if the command line is wrong, or there is no report N.";
 
 struct Choices {
     std::vector<std::string> paths;
@@ -241,16 +241,16 @@ int do_command_line(int argc, char** argv) {
                    "Only reports of that device, in any case; * and ? as in a shell; repeatable", "NAME");
     add_repeatable(&app, "--error", &choices.errors, "Only that error number, or a range N-M; repeatable",
                    "N");
-    app.add_option("--since", choices.since, "Only from that phone's time on: a day, or \"DAY HH:MM[:SS]\"")
+    app.add_option("--since", choices.since, "Only from that time on: a day, or \"DAY HH:MM[:SS]\"")
         ->check(not_empty)
         ->type_name("WHEN");
-    app.add_option("--until", choices.until, "Only up to that time, the whole day or minute included")
+    app.add_option("--until", choices.until, "Only up to that time, including the whole day or minute")
         ->check(not_empty)
         ->type_name("WHEN");
-    app.add_option("--show", choices.show, "Show the report of that number in the table whole")
+    app.add_option("--show", choices.show, "Show the whole report with that number in the table")
         ->check(is_number)
         ->type_name("N");
-    app.add_flag("--json", choices.json, "Print one JSON document, its problems in it");
+    app.add_flag("--json", choices.json, "Print one JSON document, with the problems in it");
     app.add_option("--html", choices.html, "Write a page for browsers; - for standard output")
         ->check(not_empty)
         ->type_name("FILE");
