@@ -1,11 +1,11 @@
 #!/bin/bash
-# The first process of the emulated machine of test-arm.sh: readies it, runs the tests, and turns it off.
+# The first process in the emulated machine of test-arm.sh. It prepares the machine, runs the tests, and turns it off.
 export PATH=/usr/sbin:/usr/bin HOME=/root TERM=dumb
 mount -t devtmpfs dev /dev
 exec < /dev/console > /dev/console 2>&1
 stty -echo
 
-# The root that a kernel starts with cannot be exchanged for another, which the phone emulator needs to do.
+# The phone emulator needs to exchange the root, but a kernel does not let go of the one that it starts with.
 if [ ! -e /new ]; then
   mkdir /new
   mount --bind / /new

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# Builds the daemon and shows the road of one error on an emulated phone: first on a debug build, with a dump
-# that an application asks for, a polled state, touch panel data by the volume keys and a memory image of the sensor
-# hub, then on a commercial one; and what the tools make of it. Ends by itself; the exit status is 0 only when
-# everything that it should show was there.
+# Builds the daemon and shows the road of one error on emulated phones, first a debug build and then a commercial one.
+# The debug build also shows a dump that an application asks for, a polled state, touch panel data by the volume keys,
+# a memory image of the sensor hub, and what the tools make of it all. The demo ends by itself. The exit status is 0
+# only if everything that it should show was there.
 set -eu
 cd -- "$(dirname -- "$(realpath -- "$0")")/.."
 scripts/setup.sh
@@ -25,7 +25,7 @@ end_phone() {
 }
 trap end_phone EXIT
 
-wait_for_log() { # TEXT TIMES [FILE]: waits at most five minutes for the daemon to have logged it
+wait_for_log() { # TEXT TIMES [FILE]: waits up to five minutes until the log has the text that often
   local tries=0
   until [ "$(grep -c -F -- "$1" "${3:-$log}")" -ge "$2" ]; do
     tries=$((tries + 1))
@@ -43,7 +43,7 @@ show() { # WHAT FILE: shows a file that must not be empty
   if [ -s "$2" ]; then cat "$2" && echo; else missing "$2"; fi
 }
 
-boot() { # KIND OPTION: boots a phone with the sample configuration, but for one period
+boot() { # KIND OPTION: boots a phone
   data=$work/$1
   log=$work/$1.log
   reports=$data/kvdx_logs/dmd_log
@@ -51,7 +51,7 @@ boot() { # KIND OPTION: boots a phone with the sample configuration, but for one
   mkdir -p "$data/android_logs"
   echo "<6>[   12.345678] touch: irq 17 without data" > "$data/android_logs/kmsgcat-log"
   : > "$log"
-  # The sample, but that the fuel gauge is asked for its state every 5 seconds, not once a minute.
+  # The sample configuration, with one change: dmd asks the fuel gauge for its state every 5 seconds, not every minute.
   sed 's/^sampling_period 12$/sampling_period 1/' config/device_state_monitor.conf > "$work/demo.conf"
   say "Booting a $1 build, the fuel gauge polled every 5 seconds; the daemon's log goes to $log"
   "$build/phone" boot --name "$name" "$2" --config "$work/demo.conf" --data "$data" > "$work/$1.banner" 2> "$log" < /dev/null 9>&- &
@@ -61,7 +61,7 @@ boot() { # KIND OPTION: boots a phone with the sample configuration, but for one
   show_line "$log" "default-client total: 46 ret = 0"
 }
 
-report() { # TIMES TEXT: the driver reports error 20002 of dsm_tp, and the daemon deals with it
+report() { # TIMES TEXT: the driver of dsm_tp reports error 20002, and the daemon deals with it. TIMES counts the errors
   say "The driver of dsm_tp reports error 20002: $2"
   phone report --name "$name" dsm_tp 20002 "$2"
   wait_for_log "[M/listen_server] Enter select" $(($1 + 1))
@@ -69,7 +69,7 @@ report() { # TIMES TEXT: the driver reports error 20002 of dsm_tp, and the daemo
   grep -F "[M/listen_server] dsm_tp has error (20002) reported" "$log" | tail -n 1
 }
 
-wait_for_report() { # CLIENT ERROR: waits until a forced dump of it is in the record and its archive announced
+wait_for_report() { # CLIENT ERROR: waits until the forced dump is in the record and its archive is announced
   wait_for_log "[M/dsm_force_dump_error] $1 finish dump" 1
   wait_for_log "cmd_line:archive -i /data/kvdx_logs/dmd_log/dmd_dump_$(printf %05d "$2")_" 1
 }
@@ -88,11 +88,11 @@ expect_in() { # FILE TEXT
   grep -q -F -- "$2" "$1" || missing "\"$2\" in $1"
 }
 
-show_line() { # FILE TEXT: shows the lines that hold it
+show_line() { # FILE TEXT: shows the lines that contain the text
   grep -F -- "$2" "$1" || missing "\"$2\" in $1"
 }
 
-show_archive() { # ERROR: lists the archive of it
+show_archive() { # ERROR: lists its archive
   local archive
   archive=$(ls "$reports/dmd_dump_$1"_??????.tar.gz 2> /dev/null || true)
   say "The dump archive, listed by the system's tar ($archive)"
@@ -105,7 +105,7 @@ show_archive() { # ERROR: lists the archive of it
   fi
 }
 
-show_dump() { # ERROR: unpacks the standalone dump of it into $work/dump and shows it, or its beginning
+show_dump() { # ERROR: unpacks its standalone dump into $work/dump and shows the beginning
   local dump
   dump=$(ls "$reports/dmd_dump_$1"_??????.txt.gz 2> /dev/null || true)
   say "The compressed dump ($dump)"
@@ -117,7 +117,7 @@ show_dump() { # ERROR: unpacks the standalone dump of it into $work/dump and sho
   fi
 }
 
-press() { # KEY...: somebody presses a combination, again where the machine was too slow for it
+press() { # KEY...: presses a combination, and again if the machine was too slow for it
   local before tries=0
   before=$(grep -c -F "dmd_key_dispatch combination_key:" "$log" || true)
   while [ $tries -lt 5 ]; do
@@ -131,14 +131,14 @@ press() { # KEY...: somebody presses a combination, again where the machine was 
   missing "the key combination $*"
 }
 
-expect_file() { # FILE CONTENT: what a file of the phone must hold
+expect_file() { # FILE CONTENT: shows a file of the phone, which must have that content
   local content
   content=$(in_phone cat "$1" || true)
   printf '%s: %s\n' "$1" "$content"
   [ "$content" = "$2" ] || missing "$2 in $1"
 }
 
-show_settings() { # VALUE: the three last settings, which must be the touch panel's at this value
+show_settings() { # VALUE: shows the last three settings, which must set the touch panel's to this value
   grep "^settings " "$data/commands.log" | tail -n 3 | tee "$work/settings"
   local name
   for name in show_touches pointer_location haptic_feedback_enabled; do
@@ -146,7 +146,7 @@ show_settings() { # VALUE: the three last settings, which must be the touch pane
   done
 }
 
-show_upload() { # what the description of the latest upload must say
+show_upload() { # shows the description of the latest upload
   show "The upload description" "$reports/apr_info.txt"
   expect_in "$reports/apr_info.txt" "device_name	touch_panel"
   expect_in "$reports/apr_info.txt" "error_no	20002"
@@ -226,8 +226,8 @@ expect_in "$work/reports.html" "touch controller does not answer"
 say "The same as a page with a timeline: $work/reports.html"
 
 boot commercial --commercial
-# The daemon removes the commercial record with the phone's rm once it has filed it. This phone's rm shows what it
-# removes first, or it would be gone before anybody could look.
+# Once the daemon has announced the commercial record, it removes it with the phone's rm. So this phone's rm first keeps
+# a copy of what it removes.
 in_phone sh -c 'printf "#!/bin/sh\ncat \"\$1\" >> /data/removed\nexec /bin/rm \"\$1\"\n" > /system/bin/rm && chmod 755 /system/bin/rm'
 report 1 "touch controller does not answer"
 report 2 "touch controller does not answer again"

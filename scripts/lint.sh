@@ -1,12 +1,12 @@
 #!/usr/bin/env bash
-# Checks the format of every source and the direction of every include, and runs clang-tidy over the daemon's, the
-# emulator's and the tools' sources. Needs clang-format and clang-tidy, and a configured build in build/address
-# (scripts/test.sh makes one).
+# Checks the format of every source and the direction of every include, and runs clang-tidy over all sources but the
+# tests. It needs clang-format, clang-tidy, and a configured build in build/address, which scripts/test.sh makes.
 set -eu
 cd -- "$(dirname -- "$(realpath -- "$0")")/.."
 git ls-files '*.cpp' '*.h' | xargs clang-format --dry-run --Werror
 
-# Every include points down, or stays in its folder. Folders from bottom to top, then the exceptions: file, included.
+# Every include points down or stays in its folder. The folders stand from bottom to top. The rules after them are the
+# exceptions.
 git grep -E '^ *# *include "' -- '*.cpp' '*.h' ':!tests' ':!bench' | awk -F '[:"]' '
   BEGIN {
     split("platform tar output config clients actions servers triggers daemon tools", order, " ")
@@ -21,6 +21,6 @@ git grep -E '^ *# *include "' -- '*.cpp' '*.h' ':!tests' ':!bench' | awk -F '[:"
   { print "lint: " $1 " includes " $3 ", which is above it"; bad = 1 }
   END { exit bad }'
 
-# One file at a time: what clang-tidy says of a file must not depend on the one before it.
+# One file at a time, so that what clang-tidy says about a file does not depend on the file before it.
 git ls-files '*.cpp' | grep -v '^tests/' |
   xargs -P "$(nproc)" -n 1 clang-tidy -p build/address --quiet

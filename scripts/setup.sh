@@ -1,8 +1,7 @@
 #!/usr/bin/env bash
-# Makes sure that what building, the emulated phone and the demo need is there: installs what is missing from Debian's
-# packages when it may, and otherwise says in one line what to install. Quiet when nothing is missing. With the word
-# "test" it looks after what test.sh needs too, with "arm" after what test-arm.sh does, with "bench" after what bench.sh
-# does.
+# Installs the Debian packages that are missing for building, for the emulated phone and for the demo. If it may not, it
+# says in one line what to install. If nothing is missing, it says nothing. The argument "test", "arm" or "bench" adds
+# the packages that test.sh, test-arm.sh or bench.sh needs.
 set -u
 cd -- "$(dirname -- "$(realpath -- "$0")")/.."
 purpose=${1:-}
@@ -13,12 +12,12 @@ esac
 
 have() { command -v "$1" > /dev/null 2>&1; }
 header() { echo "#include <$1>" | ${CXX:-c++} -std=c++17 -E -x c++ ${2:-} - > /dev/null 2>&1; }
-clang_links() { # with the given sanitizer's runtime
+clang_links() { # SANITIZER: whether clang can link its runtime
   mkdir -p build && echo 'int main(){}' | clang++ -x c++ -fsanitize="$1" -o build/probe - > /dev/null 2>&1
 }
 
 missing=()
-need() { # PACKAGE PROBE...: the package is missing when the probe fails
+need() { # PACKAGE PROBE...: the package is missing if the probe fails
   local package=$1
   shift
   "$@" || missing+=("$package")

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Puts the daemon under load: errors of all its clients at once, on a debug and on a commercial build, each in a
-# phone of its own. Every report must arrive once and whole; descriptors, memory and archives must stay bounded.
-# Takes the numbers of reports and the seconds that each build may take.
+# Puts the daemon under load: all its clients report errors at once, on a debug build and on a commercial build, each in
+# a phone of its own. Every report must arrive once and whole. Descriptors, memory and archives must stay bounded.
+# Arguments: the reports on a debug build, those on a commercial build, and the seconds for each.
 set -eu
 cd -- "$(dirname -- "$(realpath -- "$0")")/.."
 scripts/setup.sh

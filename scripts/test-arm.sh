@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Builds everything for the phone's processor, 32-bit ARM, and runs all tests on it: on Debian's armhf kernel in an
-# emulated machine, with the emulator's driver and keys. All of it lies in build/arm; the packages of the other
-# architecture are unpacked there and not installed. Takes arguments for ctest, as scripts/test.sh does.
+# Builds everything for the phone's processor, 32-bit ARM, and runs all tests in an emulated machine with Debian's armhf
+# kernel. Everything is in build/arm: the packages for ARM are unpacked there, not installed. Passes its arguments to
+# ctest, as scripts/test.sh does.
 set -eu
 cd -- "$(dirname -- "$(realpath -- "$0")")/.."
 scripts/setup.sh arm
@@ -14,8 +14,8 @@ mkdir -p "$arm"
 exec 9> "$arm/lock"
 flock -n 9 || { echo "test-arm: another run of this checkout is at work" >&2; exit 1; }
 
-# Packages for the emulated machine: the kernel, the programs that the tests run, and the libraries. What they
-# depend on comes with them; what only an installed system needs is not unpacked.
+# The packages for the emulated machine: the kernel, the programs that the tests run, and the libraries. apt-get adds
+# what they depend on. Packages that only an installed system needs are left out.
 packages="linux-image-armmp libstdc++6 libfuse3-dev libgtest-dev libcli11-dev bash bsdutils cmake coreutils
   dash diffutils findutils grep gzip libarchive-tools mawk mount passwd procps sed tar util-linux"
 left_out='^(debconf|initramfs-tools.*|klibc-utils|libc-dev-bin|libc6-dev|libicu-dev|libperl.*|linux-base|linux-libc-dev|perl.*|udev|usrmerge)_'
@@ -35,7 +35,7 @@ Dir::State::status "$apt/state/status";
 Dir::Cache "$apt/cache";
 END
   export APT_CONFIG=$apt/conf
-  # A source of this machine that cannot be read now may not be needed.
+  # This machine may have a source that cannot be read now, and that nobody needs.
   apt-get update -q || echo "test-arm: not all package lists could be read"
   # shellcheck disable=SC2086 # one word for each package
   apt-get install -q -y --download-only $packages
@@ -60,7 +60,7 @@ unpack_packages() {
   rm -rf "$root" && mv "$new" "$root"
 }
 
-# Fetched again when the list has changed, or when the folder is removed.
+# Fetches the packages again if the list has changed or the folder was removed.
 wanted=$(echo "$packages $left_out" | cksum)
 if [ "$(cat "$arm/packages" 2> /dev/null)" != "$wanted" ]; then
   echo "test-arm: fetching Debian's packages for ARM"
@@ -86,7 +86,7 @@ cp -a "$root/etc/alternatives" "$image/etc"
 (cd "$root" && find usr -path usr/include -prune -o -path 'usr/share/cmake*/Help' -prune -o -path usr/share/doc -prune -o \
   -path usr/share/locale -prune -o -path usr/share/man -prune -o -name gconv -prune -o -name '*.a' -prune -o -print |
   cpio -pdm --quiet "$image")
-# The build folder stands where it was made, as ctest's files want it.
+# The build folder keeps its path, because ctest's files name it.
 mkdir -p "$image$PWD"
 find scripts build/arm/build \( -name CMakeFiles -o -name '*.a' -o -name '.ninja*' \) -prune -o -print |
   cpio -pdm --quiet "$image$PWD"
@@ -101,8 +101,8 @@ cp scripts/arm-init.sh "$image/init"
 (cd "$image" && find . | cpio -o -H newc -R 0:0 --quiet) | gzip -1 > "$arm/initramfs.gz"
 rm -rf "$image"
 
-# What the machine prints goes to console.log; what comes after its init says so is the tests', of which one line
-# in ten is shown where they pass.
+# Writes everything that the machine prints to console.log. Shows what the tests print, but of those that pass only
+# one line in ten, or on a terminal only the latest.
 show() {
   local line tests=no begin='' end=$'\n'
   [ ! -t 1 ] || begin=$'\r\033[K' end=''

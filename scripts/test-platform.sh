@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Tests what is there for a platform tree, as far as a desk can: the security policies with stand-ins of what a platform
-# declares, the build files beside each other, and the daemon built for Android against the real headers of liblog and
-# libcutils. Works in the folder given.
+# Tests the files for a platform tree, as far as that is possible on a desk: compiles the security policies with
+# stand-ins for what a platform declares, compares the build files with each other, and builds the daemon for Android
+# with the real headers of liblog and libcutils. Works in the given folder.
 set -u
 work=$(realpath -m "$1")
 cd -- "$(dirname -- "$(realpath -- "$0")")/.."
@@ -9,11 +9,11 @@ mkdir -p "$work/lib"
 failures=0
 
 fail() { echo "test-platform: $*"; failures=$((failures + 1)); }
-quiet() { # COMMAND...: shows what it prints only where it fails
+quiet() { # COMMAND...: shows what the command prints only if it fails
   "$@" > "$work/log" 2>&1 || { cat "$work/log"; fail "$*"; }
 }
 
-# checkpolicy does not read file_contexts: it gets the labels there as those of so many file systems.
+# checkpolicy does not read file_contexts. So it gets each label there as that of a file system.
 policy() { # RELEASE VERSION FOLDER
   local stand_ins=tests/platform/sepolicy variant
   for variant in user userdebug; do
@@ -36,7 +36,7 @@ compile "$work/exception_log.o" -DDMD_ANDROID -c platform/android/exception_log.
 compile "$work/exception_log_test" -DDMD_ANDROID tests/platform/exception_log_test.cpp "$work/exception_log.o"
 quiet "$work/exception_log_test"
 
-# Debian's liblog is the phone's, without an exception log. Its libcutils has no properties.
+# Debian's liblog is the phone's, without an exception log. Debian's libcutils has no properties.
 libraries=$(dirname "$(find /usr/lib/*/android -name liblog.so -print -quit)")
 compile "$work/lib/libcutils.so" -shared -fPIC platform/desk/properties.cpp
 quiet cmake -S . -B "$work/build" -G Ninja -DANDROID=ON -DCMAKE_BUILD_TYPE=None \

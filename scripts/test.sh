@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Builds the daemon three times (plain, AddressSanitizer with UndefinedBehaviorSanitizer and the fuzz targets,
-# ThreadSanitizer) and runs all tests of all three.
+# Builds everything three times and runs all tests of each build: plain; with AddressSanitizer,
+# UndefinedBehaviorSanitizer and the fuzz targets; with ThreadSanitizer. Passes its arguments to ctest.
 set -eu
 cd -- "$(dirname -- "$(realpath -- "$0")")/.."
 scripts/setup.sh test
@@ -20,6 +20,6 @@ build build/plain
 build build/address -DCMAKE_CXX_COMPILER=clang++ -DDMD_SANITIZE=address -DDMD_FUZZ=ON
 build build/thread -DCMAKE_CXX_COMPILER=clang++ -DDMD_SANITIZE=thread
 
-# One run over the three builds, so that one summary counts every test.
+# One run over all three builds, so that one summary counts every test.
 printf 'subdirs("../plain" "../address" "../thread")\n' > build/all/CTestTestfile.cmake
 exec ctest --no-tests=error --test-dir build/all -j "$jobs" --output-on-failure "$@"
