@@ -1,9 +1,9 @@
-// The exception log of a phone whose liblog has none. Nothing uploads what it is told until the integrator
-// puts the call of the phone's own upload service here; so far an entry is a line of the ordinary log, under
-// its own tag.
+// The exception log for a phone whose liblog has none. It writes each entry into the ordinary log, under the
+// entry's own tag, and nothing is uploaded. Whoever brings dmd to a phone puts the call of the phone's upload
+// service here.
 #include "platform/phone_log.h"
 
 int __android_log_exception_write(const char* tag, int /*priority*/, const char* type, const char* text) {
-    // The priority asked for is the lowest, which a log may leave out.
+    // Not with the priority asked for: it is the lowest, and a log may leave such lines out.
     return __android_log_print(ANDROID_LOG_ERROR, tag, "exception log: %s\t%s", type, text);
 }
