@@ -150,7 +150,7 @@ TEST(Report, TakesARecordApart) {
     for (const auto& [bytes, before, expected] : cases) {
         const tools::Record record = tools::read_record(bytes, 10);
         std::string text;
-        for (const auto& [r, h] : record.reports) {
+        for (const tools::Report& r : record.reports) {
             text += r.device + " " + std::to_string(r.error_no) + " " + r.test_switch + " <" + r.processes +
                     "> <" + r.content + ">" + (r.cut ? " cut" : "") + "\n";
         }
@@ -174,7 +174,7 @@ TEST(Report, IsOneWhereverItStands) {
         {"the same in two records", {{R, a}, {"dmd_record_1.txt", a}}, "12 a 1\n12 a 1\n"},
         {"a text that ends in half a head",
          {{R, a + half + c}, {name, tar(a + half)}},
-         "12 a 2\n13 b\n========Device Bugreport========\n[Da 2\n14 c 1\n"},
+         "12 a 2\n13 b\n========Device Bugreport========\n[Da 1\n13 b 1\n14 c 1\n   |cut 1\n"},
         {"a head that is cut, and another report of its day",
          {{R, a + b}, {"dmd_record_1.txt", c + head("15").substr(0, 60)}},
          "   |cut 1\n12 a 1\n13 bb 1\n14 c 1\n"},
@@ -183,11 +183,13 @@ TEST(Report, IsOneWhereverItStands) {
          "12  2\n"},
         {"a record that is cut",
          {{R, a + b.substr(0, b.size() - 1)}, {name, tar(a + b)}},
-         "12 a 2\n13 bb 2\n"},
-        {"a cut one", {{R, a + b + c}, {name, cut_tar(b.size() - 1)}}, "12 a 2\n13 bb 2\n14 c 1\n"},
+         "12 a 2\n13 b 1\n13 bb 1\n"},
+        {"a cut one",
+         {{R, a + b + c}, {name, cut_tar(b.size() - 1)}},
+         "12 a 2\n13 bb 1\n13 b|cut 1\n14 c 1\n"},
         {"only cut", {{name, cut_tar(b.size() - 1)}}, "12 a 1\n13 b|cut 1\n"},
-        {"cut in the next head", {{R, a + b}, {name, cut_tar(9)}}, "12 a 2\n13 bb 1\n"},
-        {"cut in the head", {{R, a + b}, {name, cut_tar(60)}}, "12 a 2\n13 bb 2\n"},
+        {"cut in the next head", {{R, a + b}, {name, cut_tar(9)}}, "12 a 1\n12 a\n========|cut 1\n13 bb 1\n"},
+        {"cut in the head", {{R, a + b}, {name, cut_tar(60)}}, "   |cut 1\n12 a 2\n13 bb 1\n"},
     };
     for (const auto& [what, files, expected] : cases) {
         enter_pulled();

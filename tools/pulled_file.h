@@ -5,12 +5,12 @@
 
 #include <cstdint>
 #include <memory>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "platform/owned.h"
+#include "tools/report.h"
 
 struct archive;
 struct archive_entry;
@@ -19,12 +19,6 @@ namespace tools {
 
 // Bytes, uncompressed, after which no more of a file is read: what a phone leaves is far smaller.
 constexpr uint64_t FILE_MAX = uint64_t{1} << 30;
-
-// A file of which nothing can be read; its text says why.
-class Unreadable : public std::runtime_error {
-  public:
-    using std::runtime_error::runtime_error;
-};
 
 // The bytes of a regular file; of a file that begins as gzip does the uncompressed ones. Uses zlib:
 // libarchive passes over wrong checksums, and drops the last 64 KiB before the place where a file is cut.

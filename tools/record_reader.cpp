@@ -1,9 +1,11 @@
-// The grammar of a record file, as output/bug_head.cpp writes it.
+// The grammar of a record file: heads as output/bug_head.h has them, with anything between them.
 #include "tools/record_reader.h"
 
-#include <algorithm>
 #include <charconv>
+#include <string>
+#include <utility>
 
+#include "output/bug_head.h"
 #include "output/error_info.h"
 
 namespace tools {
@@ -11,9 +13,9 @@ namespace {
 
 using std::string_view;
 
-constexpr string_view TITLE = "\n========Device Bugreport========\n";
-constexpr string_view CONTENT = "[Content]:\n";
-constexpr string_view PROCESSES = "[Temperature]:null\n[Process]:\n";
+constexpr string_view TITLE = HEAD_TITLE;
+constexpr string_view PROCESSES = HEAD_PROCESSES;
+constexpr string_view CONTENT = HEAD_CONTENT;
 
 constexpr size_t DEVICE_MAX = sizeof(dmd_error_info::device_name) - 1;
 constexpr size_t SWITCH_MAX = sizeof(dmd_error_info::running_test_switch);
@@ -34,29 +36,29 @@ class Scanner {
     size_t position() const { return position_; }
     string_view rest() const { return bytes_.substr(position_); }
 
-    void literal(string_view text) {
-        take(text.size(), [text](size_t i, char c) { return c == text[i]; });
-    }
-    // A text in which '0' stands for any digit.
-    std::string digits(string_view shape) {
+    // Reads a text in which '0' stands for any digit, and '?' for any byte. Returns what stands there, or
+    // nothing when the match is over.
+    std::string text(string_view shape) {
         const size_t begin = position_;
-        take(shape.size(),
-             [shape](size_t i, char c) { return shape[i] == '0' ? c >= '0' && c <= '9' : c == shape[i]; });
+        for (size_t i = 0; i < shape.size() && match_ == Match::WHOLE; ++i) {
+            if (position_ == bytes_.size()) {
+                match_ = Match::CUT;
+            } else if (!fits(bytes_[position_], shape[i])) {
+                match_ = Match::NONE;
+            } else {
+                ++position_;
+            }
+        }
         return match_ == Match::WHOLE ? std::string(bytes_.substr(begin, shape.size())) : "";
     }
-    std::string text(size_t length) {
-        const size_t begin = position_;
-        take(length, [](size_t, char) { return true; });
-        return match_ == Match::WHOLE ? std::string(bytes_.substr(begin, length)) : "";
-    }
     int32_t number() {
+        if (match_ != Match::WHOLE) {
+            return 0;
+        }
         int32_t value = 0;
         const string_view all = rest();
         const auto [end, error] = std::from_chars(all.data(), all.data() + all.size(), value);
         const auto length = static_cast<size_t>(end - all.data());
-        if (match_ != Match::WHOLE) {
-            return 0;
-        }
         if (length == all.size() || all == "-") {
             match_ = Match::CUT;
         } else if (error != std::errc()) {
@@ -67,17 +69,8 @@ class Scanner {
     }
 
   private:
-    template <typename Fits>
-    void take(size_t length, Fits fits) {
-        for (size_t i = 0; i < length && match_ == Match::WHOLE; ++i) {
-            if (position_ == bytes_.size()) {
-                match_ = Match::CUT;
-            } else if (!fits(i, bytes_[position_])) {
-                match_ = Match::NONE;
-            } else {
-                ++position_;
-            }
-        }
+    static bool fits(char byte, char shape) {
+        return shape == '?' || (shape == '0' ? byte >= '0' && byte <= '9' : byte == shape);
     }
 
     string_view bytes_;
@@ -92,28 +85,25 @@ struct Head {
     Report report;
 };
 
-// What stands behind the five lines.
-bool is_behind_head(string_view rest) {
-    return starts_with(rest, CONTENT) || starts_with(rest, PROCESSES);
-}
-
 // Reads the lines from the error number on, behind a device's name.
 Head read_number_and_switch(Scanner scanner, Report report) {
-    scanner.literal("\n[Error no]:");
+    scanner.text("\n");
+    scanner.text(HEAD_ERROR_NO);
     report.error_no = scanner.number();
     report.has_error_no = scanner.match() == Match::WHOLE;
-    scanner.literal("\n[Runing_test_switch]:");
-    Head best = {scanner.match(), scanner.position(), report};
-    if (best.match != Match::WHOLE) {
-        return best;
+    scanner.text("\n");
+    scanner.text(HEAD_TEST_SWITCH);
+    if (scanner.match() != Match::WHOLE) {
+        return {scanner.match(), scanner.position(), report};
     }
-    best.match = Match::NONE;
+    Head best;
     // The switch comes from outside and may hold a line's end: the right one has more of the head behind it.
     for (size_t length = 0; length <= SWITCH_MAX; ++length) {
         Scanner line = scanner;
-        report.test_switch = line.text(length);
-        line.literal("\n");
-        const bool is_right = line.match() == Match::WHOLE && is_behind_head(line.rest());
+        report.test_switch = line.text(std::string(length, '?'));
+        line.text("\n");
+        const bool is_right = line.match() == Match::WHOLE &&
+                              (starts_with(line.rest(), CONTENT) || starts_with(line.rest(), PROCESSES));
         if (is_right || line.match() > best.match) {
             best = {line.match(), line.position(), report};
         }
@@ -124,27 +114,27 @@ Head read_number_and_switch(Scanner scanner, Report report) {
     return best;
 }
 
-// Reads the five lines at the beginning of the bytes.
+// Reads the five lines at the beginning of the bytes, which is a title.
 Head read_head(string_view bytes) {
     Scanner scanner(bytes);
     Report report;
     report.has_error_no = false;
-    scanner.literal(TITLE);
-    scanner.literal("[Date]:");
-    report.date = scanner.digits("0000-00-00");
-    scanner.literal("\n[Time]:");
-    report.time = scanner.digits("00:00:00");
-    scanner.literal("\n[Device]:");
+    scanner.text(TITLE);
+    scanner.text(HEAD_DATE);
+    report.date = scanner.text("0000-00-00");
+    scanner.text("\n");
+    scanner.text(HEAD_TIME);
+    report.time = scanner.text("00:00:00");
+    scanner.text("\n");
+    scanner.text(HEAD_DEVICE);
     if (scanner.match() != Match::WHOLE) {
-        // Of the title itself a part is not enough: it could as well be content.
-        const bool is_cut = scanner.match() == Match::CUT && scanner.position() >= TITLE.size();
-        return {is_cut ? Match::CUT : Match::NONE, bytes.size(), report};
+        return {scanner.match(), bytes.size(), report};
     }
     // The name may hold anything, also a line's end.
     Head best;
     for (size_t length = 0; length <= DEVICE_MAX && best.match != Match::WHOLE; ++length) {
         Scanner line = scanner;
-        report.device = line.text(length);
+        report.device = line.text(std::string(length, '?'));
         if (line.match() != Match::WHOLE) {
             break;
         }
@@ -170,28 +160,27 @@ size_t find_head(string_view bytes, Head* head) {
     return bytes.size();
 }
 
-// Where the content begins in what stands behind the five lines; without such a place, npos.
-size_t find_content(string_view body) {
+// Where the line before the content begins in what stands behind the five lines; without such a line, npos.
+size_t find_content_line(string_view body) {
     if (starts_with(body, CONTENT)) {
-        return CONTENT.size();
+        return 0;
     }
     if (!starts_with(body, PROCESSES)) {
         return string_view::npos;
     }
-    // After a process list that was cut off, the line does not begin a line.
-    size_t at = body.find("\n[Content]:\n");
-    at = at == string_view::npos ? body.find(CONTENT) : at + 1;
-    return at == string_view::npos ? at : at + CONTENT.size();
+    // After a process list that was cut off, it does not begin a line.
+    const size_t line_end = body.find(std::string("\n") + HEAD_CONTENT);
+    return line_end == string_view::npos ? body.find(CONTENT) : line_end + 1;
 }
 
 // Makes the report of its head and of what stands between that and the next one.
-RecordReport make_report(Head head, string_view bytes) {
-    RecordReport made = {std::move(head.report), ""};
-    Report& report = made.report;
+Report make_report(Head head, string_view bytes) {
+    Report report = std::move(head.report);
     const string_view body = bytes.substr(head.size);
-    size_t content = find_content(body);
-    report.cut = content == string_view::npos;
-    size_t processes_end = content - CONTENT.size();
+    const size_t content_line = find_content_line(body);
+    report.cut = content_line == string_view::npos;
+    size_t processes_end = content_line;
+    size_t content = content_line + CONTENT.size();
     if (report.cut) {
         // What is neither a process list nor a piece of the next line is content, whatever happened to the
         // head.
@@ -202,10 +191,10 @@ RecordReport make_report(Head head, string_view bytes) {
     if (starts_with(body, PROCESSES)) {
         report.processes = body.substr(PROCESSES.size(), processes_end - PROCESSES.size());
     }
-    made.head = bytes.substr(0, head.size + content);
+    report.head = bytes.substr(0, head.size + content);
     report.content = body.substr(content);
     report.bytes = report.content.size();
-    return made;
+    return report;
 }
 
 }  // namespace
@@ -225,31 +214,6 @@ Record read_record(string_view bytes, size_t reports_max) {
     }
     record.bytes_after = bytes.size() - at;
     return record;
-}
-
-bool is_beginning_of(const RecordReport& part, const RecordReport& whole) {
-    const string_view pieces[] = {whole.head, whole.report.content, TITLE};
-    const string_view wanted[] = {part.head, part.report.content};
-    // Compares two texts that are each in pieces.
-    size_t piece = 0;
-    string_view left = pieces[0];
-    for (string_view text : wanted) {
-        while (!text.empty()) {
-            while (left.empty()) {
-                if (++piece == std::size(pieces)) {
-                    return false;
-                }
-                left = pieces[piece];
-            }
-            const size_t length = std::min(text.size(), left.size());
-            if (text.substr(0, length) != left.substr(0, length)) {
-                return false;
-            }
-            text.remove_prefix(length);
-            left.remove_prefix(length);
-        }
-    }
-    return true;
 }
 
 }  // namespace tools

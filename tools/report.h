@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -33,6 +34,7 @@ struct Report {
     int32_t error_no = 0;      // as the driver gave it
     bool has_error_no = true;  // false when the head is cut before it
     std::string test_switch;   // empty when not known or not given
+    std::string head;          // its bytes in the record up to its content; of a dump empty
     std::string processes;     // the process list of a full head
     std::string content;       // of a report the driver's text; of a dump empty, see read_dump
     uint64_t bytes = 0;        // size of the content, of a dump uncompressed
@@ -46,6 +48,12 @@ struct Report {
 struct Problem {
     std::string file;
     std::string text;
+};
+
+// A file of which nothing, or no more, can be read; its text says why.
+class Unreadable : public std::runtime_error {
+  public:
+    using std::runtime_error::runtime_error;
 };
 
 }  // namespace tools

@@ -1,0 +1,39 @@
+// The reports found on a phone, each once: which of them are the same, and in which order they are told.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "tools/dump_name.h"
+#include "tools/report.h"
+
+namespace tools {
+
+// Holds no more than fits into a desk's memory: what adds to it throws Unreadable beyond that.
+class FoundReports {
+  public:
+    // Adds a report, or one more place of it when there is the same with that key. Returns its index.
+    size_t add(Report report, const ReportPlace& place, size_t key);
+    // Adds the reports of a record, in their order. Returns the index of each.
+    std::vector<size_t> add_record(std::vector<Report> reports, const ReportPlace& place);
+    // Tells that an archive of that name has a record with these reports, and what it holds beside.
+    void add_archive(const std::string& path, const DumpName& name, const std::vector<size_t>& reports,
+                     std::vector<Attachment> attachments);
+
+    // Gives all away, by date and time, numbered; those whose date is not known come last.
+    std::vector<Report> take();
+
+  private:
+    void make_room(size_t bytes);
+
+    std::vector<Report> reports_;
+    std::unordered_map<size_t, size_t> index_by_key_;
+    // By folder: how often its rolling files hold the report of a hash.
+    std::unordered_map<std::string, std::unordered_map<size_t, size_t>> rolling_;
+    size_t bytes_ = 0;
+    size_t places_ = 0;
+};
+
+}  // namespace tools
