@@ -6,67 +6,71 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <cwchar>
+#include <locale>
+#include <string_view>
 
 namespace tools {
 namespace {
 
-// Bytes of the character of UTF-8 at the place; 0 when there is none.
-size_t utf8_length(const std::string& text, size_t at) {
-    const auto byte = [&](size_t i) {
-        return at + i < text.size() ? static_cast<unsigned char>(text[at + i]) : 0U;
-    };
-    const unsigned first = byte(0);
-    const size_t length = first < 0x80 ? 1 : first < 0xc2 ? 0 : first < 0xe0 ? 2 : first < 0xf0 ? 3 : 4;
-    for (size_t i = 1; i < length; ++i) {
-        if ((byte(i) & 0xc0) != 0x80) {
-            return 0;
-        }
-    }
-    // Longer forms than needed, halves of pairs, and what lies beyond the last character.
-    const unsigned start = first << 8 | byte(1);
-    const bool is_wrong = (length == 3 && (start < 0xe0a0 || (start >= 0xeda0 && start < 0xee00))) ||
-                          (length == 4 && (start < 0xf090 || start >= 0xf490));
-    return is_wrong ? 0 : length;
+// A character of a text; of length 0 where the text is no UTF-8.
+struct Character {
+    char32_t code;
+    size_t length;
+};
+
+// The character at the place, in whatever locale.
+Character character_at(const std::string& text, size_t at) {
+    using Utf8 = std::codecvt<char32_t, char, std::mbstate_t>;
+    static const Utf8& utf8 = std::use_facet<Utf8>(std::locale::classic());
+    std::mbstate_t state = {};
+    char32_t code = 0;
+    char32_t* code_end = nullptr;
+    const char* const begin = text.data() + at;
+    const char* end = begin;
+    utf8.in(state, begin, text.data() + text.size(), end, &code, &code + 1, code_end);
+    const bool is_surrogate = code >= 0xd800 && code <= 0xdfff;  // which not every library refuses
+    return {code, is_surrogate ? 0 : static_cast<size_t>(end - begin)};
 }
 
-// Whether the character of that length is one that a terminal obeys rather than shows: a control character,
-// also one of two bytes, or one that turns the text around it round.
-bool is_control(const std::string& text, size_t at, size_t length) {
-    const std::string character = text.substr(at, length);
-    if (length < 3) {
-        return character < " " || character == "\x7f" ||
-               (character >= "\xc2\x80" && character < "\xc2\xa0") || character == "\u061c";
-    }
-    return character == "\u200e" || character == "\u200f" ||
-           (character >= "\u202a" && character <= "\u202e") ||
-           (character >= "\u2066" && character <= "\u2069") || character == "\ufeff";  // unseen
+// Whether a terminal obeys the character rather than shows it: control characters, and what cannot be seen
+// and turns the text around it round, or joins it.
+bool is_control(char32_t code) {
+    return code < 0x20 || (code >= 0x7f && code <= 0x9f) || code == 0x61c || code == 0x200e ||
+           code == 0x200f || (code >= 0x202a && code <= 0x202e) || (code >= 0x2066 && code <= 0x2069) ||
+           code == 0xfeff;
 }
 
-std::string escape(const std::string& text, const char* kept, bool escape_backslash) {
-    const std::string kept_text = kept;
+std::string escape_of(char byte) {
+    switch (byte) {
+        case '\t':
+            return "\\t";
+        case '\n':
+            return "\\n";
+        case '\r':
+            return "\\r";
+        case '\\':
+            return "\\\\";
+        default:
+            char form[8];
+            snprintf(form, sizeof form, "\\x%02x", static_cast<unsigned>(static_cast<unsigned char>(byte)));
+            return form;
+    }
+}
+
+// The text with each byte that would disturb as an escape, but for the characters to leave alone.
+std::string escape(const std::string& text, std::string_view leave_alone) {
     std::string escaped;
     for (size_t at = 0; at < text.size();) {
-        const char character = text[at];
-        const auto code = static_cast<unsigned char>(character);
-        const size_t length = utf8_length(text, at);
-        const bool is_harmless = length > 0 && !is_control(text, at, length);
-        if (character == '\\' && escape_backslash) {
-            escaped += "\\\\";
-        } else if (is_harmless || (length == 1 && kept_text.find(character) != std::string::npos)) {
+        const auto [code, length] = character_at(text, at);
+        const bool is_harmless = length > 0 && code != '\\' && !is_control(code);
+        if (is_harmless || leave_alone.find(text[at]) != std::string_view::npos) {
             escaped.append(text, at, length);
-            at += length - 1;
-        } else if (character == '\t') {
-            escaped += "\\t";
-        } else if (character == '\n') {
-            escaped += "\\n";
-        } else if (character == '\r') {
-            escaped += "\\r";
+            at += length;
         } else {
-            char form[8];
-            snprintf(form, sizeof form, "\\x%02x", static_cast<unsigned>(code));
-            escaped += form;
+            escaped += escape_of(text[at]);
+            ++at;
         }
-        ++at;
     }
     return escaped;
 }
@@ -75,14 +79,6 @@ std::string escape(const std::string& text, const char* kept, bool escape_backsl
 size_t width_of(const std::string& text) {
     return static_cast<size_t>(std::count_if(
         text.begin(), text.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xc0) != 0x80; }));
-}
-
-std::string tabbed(const std::vector<std::string>& cells) {
-    std::string line;
-    for (const std::string& cell : cells) {
-        line += (line.empty() && &cell == &cells.front() ? "" : "\t") + one_line(cell);
-    }
-    return line + "\n";
 }
 
 }  // namespace
@@ -106,23 +102,22 @@ std::string paint(const Terminal& terminal, Colour colour, const std::string& te
 }
 
 bool is_utf8(const std::string& text) {
-    size_t at = 0;
-    while (at < text.size()) {
-        const size_t length = utf8_length(text, at);
+    size_t length = 0;
+    for (size_t at = 0; at < text.size(); at += length) {
+        length = character_at(text, at).length;
         if (length == 0) {
             return false;
         }
-        at += length;
     }
     return true;
 }
 
 std::string one_line(const std::string& text) {
-    return escape(text, "", true);
+    return escape(text, "");
 }
 
 std::string without_controls(const std::string& text) {
-    return escape(text, "\n\t", false);
+    return escape(text, "\n\t\\");
 }
 
 std::string counted(size_t number, const char* what) {
@@ -131,37 +126,33 @@ std::string counted(size_t number, const char* what) {
 
 std::string format_table(const Terminal& terminal, const std::vector<Column>& columns,
                          const std::vector<Row>& rows) {
-    std::vector<std::string> titles;
-    std::vector<size_t> widths;
+    std::vector<Row> lines(1);
+    lines[0].colour = Colour::BOLD;
     for (const Column& column : columns) {
-        titles.push_back(column.title);
-        widths.push_back(width_of(column.title));
+        lines[0].cells.push_back(column.title);
     }
-    if (!terminal.is_terminal) {
-        std::string text = tabbed(titles);
-        for (const Row& row : rows) {
-            text += tabbed(row.cells);
-        }
-        return text;
-    }
-    for (const Row& row : rows) {
+    lines.insert(lines.end(), rows.begin(), rows.end());
+    std::vector<size_t> widths(columns.size());
+    for (Row& line : lines) {
         for (size_t i = 0; i < columns.size(); ++i) {
-            widths[i] = std::max(widths[i], width_of(one_line(row.cells[i])));
+            line.cells[i] = one_line(line.cells[i]);
+            widths[i] = std::max(widths[i], width_of(line.cells[i]));
         }
     }
-    const auto aligned = [&](const std::vector<std::string>& cells) {
-        std::string line;
+    const char* const separator = terminal.is_terminal ? "  " : "\t";
+    std::string text;
+    for (const Row& line : lines) {
+        std::string cells;
         for (size_t i = 0; i < columns.size(); ++i) {
-            const std::string cell = one_line(cells[i]);
-            const std::string blanks(widths[i] - width_of(cell), ' ');
-            line += i == 0 ? "" : "  ";
-            line += columns[i].is_number ? blanks + cell : cell + blanks;
+            const std::string& cell = line.cells[i];
+            const std::string blanks(terminal.is_terminal ? widths[i] - width_of(cell) : 0, ' ');
+            cells += i == 0 ? "" : separator;
+            cells += columns[i].is_number ? blanks + cell : cell + blanks;
         }
-        return line.substr(0, line.find_last_not_of(' ') + 1);
-    };
-    std::string text = paint(terminal, Colour::BOLD, aligned(titles)) + "\n";
-    for (const Row& row : rows) {
-        text += paint(terminal, row.colour, aligned(row.cells)) + "\n";
+        if (terminal.is_terminal) {
+            cells.erase(cells.find_last_not_of(' ') + 1);
+        }
+        text += paint(terminal, line.colour, cells) + "\n";
     }
     return text;
 }
