@@ -1,43 +1,31 @@
 // Filling the page in.
 #include "tools/report_page.h"
 
-#include <string>
+#include <cstddef>
+#include <string_view>
 
-#include "tools/report_page_text.h"
+#include "tools/report_json.h"
 
 namespace tools {
-namespace {
 
-// The document as a text that stands in a script element: a "<" could end that.
-std::string document_text(const nlohmann::json& document) {
-    std::string text;
-    for (const char character : document.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace)) {
-        if (character == '<') {
-            text += "\\u003c";
-        } else {
-            text += character;
-        }
-    }
-    return text;
-}
-
-}  // namespace
+// The page without its document, which CMakeLists.txt puts together of the files report_*.html, .css and .js.
+extern const char REPORT_PAGE[];
 
 std::string make_report_page(const nlohmann::json& document) {
-    // The document comes last: no mark is looked for in its texts.
-    const struct {
-        std::string mark;
-        std::string text;
-    } parts[] = {
-        {"/*report_page.css*/", REPORT_PAGE_CSS},      {"/*report_timeline.js*/", REPORT_TIMELINE_JS},
-        {"/*report_table.js*/", REPORT_TABLE_JS},      {"/*report_page.js*/", REPORT_PAGE_JS},
-        {"{\"reports\":[]}", document_text(document)},
-    };
-    std::string page = REPORT_PAGE_HTML;
-    for (const auto& part : parts) {
-        page.replace(page.find(part.mark), part.mark.size(), part.text);
+    constexpr std::string_view NO_DOCUMENT = "{\"reports\":[]}";
+    const std::string_view page = REPORT_PAGE;
+    const size_t place = page.find(NO_DOCUMENT);
+    std::string filled(page.substr(0, place));
+    for (const char character : text_of(document)) {
+        // It stands in a script element, which a "<" could end.
+        if (character == '<') {
+            filled += "\\u003c";
+        } else {
+            filled += character;
+        }
     }
-    return page;
+    filled += page.substr(place + NO_DOCUMENT.size());
+    return filled;
 }
 
 }  // namespace tools
