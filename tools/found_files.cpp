@@ -1,20 +1,22 @@
 // Searching folders.
 #include "tools/found_files.h"
 
-#include <dirent.h>
 #include <sys/stat.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <set>
+#include <system_error>
 #include <utility>
 
-#include "platform/owned.h"
 #include "tools/dump_name.h"
 
 namespace tools {
 namespace {
+
+namespace fs = std::filesystem;
 
 class Search {
   public:
@@ -54,27 +56,18 @@ void Search::path(const std::string& path) {
 
 void Search::folder(const std::string& folder) {
     std::vector<std::string> names;
-    const UniqueDir directory(opendir(folder.c_str()));
-    int error = directory == nullptr ? errno : 0;
-    while (directory != nullptr) {
-        errno = 0;
-        const dirent* const entry = readdir(directory.get());
-        if (entry == nullptr) {
-            error = errno;
-            break;
-        }
-        if (strcmp(entry->d_name, ".") != 0 && strcmp(entry->d_name, "..") != 0) {
-            names.emplace_back(entry->d_name);
-        }
+    std::error_code error;
+    for (fs::directory_iterator entry(folder, error); entry != fs::directory_iterator();
+         entry.increment(error)) {
+        names.push_back(entry->path().filename());
     }
-    if (error != 0) {
-        problems_->push_back({folder, strerror(error)});
+    if (error) {
+        problems_->push_back({folder, error.message()});
     }
     std::sort(names.begin(), names.end());
     std::stable_partition(names.begin(), names.end(), is_record_name);
     for (const std::string& name : names) {
-        std::string path = folder;
-        path += (folder.back() == '/' ? "" : "/") + name;
+        const std::string path = fs::path(folder) / name;
         const bool is_ours = is_record_name(name) || parse_dump_name(name).has_value();
         struct stat status;
         if (lstat(path.c_str(), &status) != 0) {

@@ -1,19 +1,15 @@
-// Reading one file of those pulled from a phone: uncompressed, and an archive's members.
+// Reading one file of those pulled from a phone, uncompressed.
 #pragma once
 
 #include <zlib.h>
 
 #include <cstdint>
-#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "platform/owned.h"
 #include "tools/report.h"
-
-struct archive;
-struct archive_entry;
 
 namespace tools {
 
@@ -58,50 +54,11 @@ class PulledFile {
     gz_header header_ = {};
     bool is_empty_ = false;
     bool is_gzip_ = false;
-    bool is_peeked_ = false;
     bool is_over_ = false;
-    std::string_view piece_;
+    std::string_view peeked_;
     uint64_t bytes_read_ = 0;
     std::string damage_;
     bool is_cut_ = false;
-};
-
-// Whether the bytes begin a tar archive.
-bool is_tar(std::string_view beginning);
-
-// The members of an archive, one after the other.
-class ArchiveReader {
-  public:
-    // The file must outlive the reader. Throws Unreadable when there is no memory for it.
-    explicit ArchiveReader(PulledFile* file);
-
-    // Goes to the next member. False at the end, and where no more can be read.
-    bool next();
-    // Of the member at hand.
-    std::string name() const;
-    bool is_file() const;
-    bool is_folder() const;
-    int64_t time() const;  // 0: none
-    // The next bytes of the member, valid until the next call. None at its end.
-    std::string_view read();
-    bool is_cut() const { return is_cut_; }  // bytes of the member are missing
-
-    // After the last member, as PulledFile's.
-    const std::string& damage() const { return damage_; }
-    // Whether it was read from its first member to its end.
-    bool is_complete() const { return is_complete_; }
-
-  private:
-    void note(const std::string& damage);
-    void finish();
-
-    PulledFile* file_;
-    std::unique_ptr<archive, int (*)(archive*)> archive_;
-    archive_entry* entry_ = nullptr;
-    bool is_over_ = false;
-    bool is_cut_ = false;
-    bool is_complete_ = false;
-    std::string damage_;
 };
 
 }  // namespace tools

@@ -5,6 +5,7 @@
 #include <optional>
 #include <utility>
 
+#include "tools/archive_reader.h"
 #include "tools/dump_name.h"
 #include "tools/found_files.h"
 #include "tools/found_reports.h"

@@ -1,7 +1,6 @@
 // The document's form.
 #include "tools/report_json.h"
 
-#include "tools/pulled_file.h"
 #include "tools/report_collection.h"
 #include "tools/terminal.h"
 

@@ -1,0 +1,138 @@
+// Archives, as much of them as can be read.
+#include "tools/archive_reader.h"
+
+#include <archive.h>
+#include <archive_entry.h>
+
+#include <cstring>
+
+namespace tools {
+namespace {
+
+constexpr size_t TAR_BLOCK = 512;
+constexpr size_t TAR_MARK_AT = 257;
+constexpr std::string_view TAR_MARK = "ustar";
+
+// Bytes of a member's name that are kept.
+constexpr size_t NAME_MAX_BYTES = 4096;
+
+bool is_zero(std::string_view bytes) {
+    return bytes.find_first_not_of('\0') == std::string_view::npos;
+}
+
+std::string error_of(archive* reader) {
+    const char* const text = archive_error_string(reader);
+    return text == nullptr ? "it cannot be read" : text;
+}
+
+}  // namespace
+
+bool is_tar(std::string_view beginning) {
+    return beginning.size() >= TAR_BLOCK && beginning.substr(TAR_MARK_AT, TAR_MARK.size()) == TAR_MARK;
+}
+
+ArchiveReader::ArchiveReader(PulledFile* file)
+    : file_(file), archive_(archive_read_new(), archive_read_free) {
+    const auto read_piece = [](archive*, void* context, const void** bytes) -> la_ssize_t {
+        const std::string_view piece = static_cast<PulledFile*>(context)->read();
+        *bytes = piece.data();
+        return static_cast<la_ssize_t>(piece.size());
+    };
+    if (archive_ == nullptr || archive_read_support_format_tar(archive_.get()) != ARCHIVE_OK) {
+        throw std::bad_alloc();
+    }
+    if (archive_read_open(archive_.get(), file, nullptr, read_piece, nullptr) != ARCHIVE_OK) {
+        throw Unreadable(error_of(archive_.get()));
+    }
+}
+
+bool ArchiveReader::next() {
+    while (!is_over_ && !read().empty()) {
+        // What was not asked for is passed over piece by piece, and so within the file's limit.
+    }
+    is_cut_ = false;
+    int64_t position = -1;
+    while (!is_over_) {
+        const int result = archive_read_next_header(archive_.get(), &entry_);
+        if (result == ARCHIVE_OK || result == ARCHIVE_WARN) {
+            return true;
+        }
+        const int64_t read_to = archive_filter_bytes(archive_.get(), 0);
+        if (result == ARCHIVE_EOF) {
+            if (read_to == archive_read_header_position(archive_.get())) {
+                note("is cut: the archive has no end");
+            }
+            is_complete_ = damage_.empty();
+            finish();
+        } else {
+            note("is damaged after " + std::to_string(read_to) + " bytes: " + error_of(archive_.get()));
+            // What stands behind a damaged header may be readable.
+            is_over_ = result != ARCHIVE_RETRY || read_to <= position;
+            position = read_to;
+        }
+    }
+    return false;
+}
+
+std::string ArchiveReader::name() const {
+    const char* name = archive_entry_pathname(entry_);
+    if (name == nullptr) {
+        name = archive_entry_pathname_utf8(entry_);
+    }
+    return name == nullptr ? "(a name that cannot be read)"
+                           : std::string(name, strnlen(name, NAME_MAX_BYTES));
+}
+
+bool ArchiveReader::is_file() const {
+    return archive_entry_filetype(entry_) == AE_IFREG;
+}
+
+bool ArchiveReader::is_folder() const {
+    return archive_entry_filetype(entry_) == AE_IFDIR;
+}
+
+int64_t ArchiveReader::time() const {
+    return archive_entry_mtime_is_set(entry_) != 0 ? archive_entry_mtime(entry_) : 0;
+}
+
+std::string_view ArchiveReader::read() {
+    const void* bytes = nullptr;
+    size_t size = 0;
+    la_int64_t offset = 0;
+    int result = entry_ == nullptr ? ARCHIVE_EOF : ARCHIVE_OK;
+    while (result == ARCHIVE_OK && size == 0) {
+        result = archive_read_data_block(archive_.get(), &bytes, &size, &offset);
+    }
+    if (result == ARCHIVE_OK) {
+        return {static_cast<const char*>(bytes), size};
+    }
+    if (result != ARCHIVE_EOF) {
+        is_cut_ = true;
+        is_over_ = true;
+        note("is cut within " + name());
+    }
+    entry_ = nullptr;
+    return {};
+}
+
+// What is wrong with the file below says more.
+void ArchiveReader::note(const std::string& damage) {
+    if (damage_.empty()) {
+        damage_ = file_->damage().empty() ? damage : file_->damage();
+    }
+}
+
+// Reads the file to its end, where its checksum stands.
+void ArchiveReader::finish() {
+    is_over_ = true;
+    for (std::string_view piece = file_->read(); !piece.empty(); piece = file_->read()) {
+        if (!is_zero(piece)) {
+            note("has bytes behind the end of the archive, which are not read");
+        }
+    }
+    if (!file_->damage().empty()) {
+        note(file_->damage());
+    }
+}
+
+}  // namespace tools
