@@ -9,6 +9,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "output/bug_head.h"
 #include "output/compressed_dump.h"
 #include "output/record.h"
 #include "tests/phone_test.h"
@@ -16,14 +17,15 @@
 #include "tools/record_reader.h"
 #include "tools/report_collection.h"
 #include "tools/report_print.h"
+#include "tools/terminal.h"
 
 namespace {
 
 using nlohmann::json;
 
 constexpr int32_t TIME = 1433153472;  // 2015-06-01 10:11:12 UTC
-const std::string R = "dmd_record_0.txt";
-const std::string MEMBER = "data/kvdx_logs/dmd_log/" + R;
+const std::string RECORD = "dmd_record_0.txt";
+const std::string MEMBER = "data/kvdx_logs/dmd_log/" + RECORD;
 
 struct Outcome {
     int status;
@@ -43,14 +45,30 @@ Outcome run_report(const std::string& words) {
     return {WEXITSTATUS(status), read_file("/tmp/out"), read_file("/tmp/err")};
 }
 
-std::string head(const std::string& second, int error_no = 20834, const std::string& device = "tpdev") {
-    return "\n========Device Bugreport========\n[Date]:2015-06-01\n[Time]:10:11:" + second +
-           "\n[Device]:" + device + "\n[Error no]:" + std::to_string(error_no) +
-           "\n[Runing_test_switch]:on\n";
+// The reports that the tool finds in the folder, as its JSON document has them.
+json reports_in(const std::string& folder) {
+    const Outcome outcome = run_report("--json " + folder);
+    EXPECT_EQ(0, outcome.status) << outcome.err;
+    const json document = json::parse(outcome.out);
+    EXPECT_EQ(json::array(), document["problems"]);
+    return document["reports"];
 }
 
-std::string report(const std::string& second, const std::string& content, int error_no = 20834) {
-    return head(second, error_no) + "[Content]:\n" + content;
+std::string head(const std::string& second, int error_no = 20834, const std::string& device = "tpdev") {
+    return HEAD_TITLE + ("[Date]:2015-06-01\n[Time]:10:11:" + second + "\n[Device]:" + device +
+                         "\n[Error no]:" + std::to_string(error_no) + "\n[Runing_test_switch]:on\n");
+}
+
+std::string report(const std::string& second, const std::string& content) {
+    return head(second) + HEAD_CONTENT + content;
+}
+
+std::string tar_of(const std::string& record) {
+    return file(MEMBER, record) + END;
+}
+
+bool holds(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
 }
 
 bool ends_with(const std::string& text, const std::string& end) {
@@ -58,292 +76,481 @@ bool ends_with(const std::string& text, const std::string& end) {
 }
 
 void enter_pulled() {
-    ASSERT_EQ(0, system("rm -rf /tmp/pulled && mkdir /tmp/pulled"));
+    ASSERT_EQ(0, system("rm -rf /tmp/pulled && mkdir -p /tmp/pulled/copy"));
     ASSERT_EQ(0, chdir("/tmp/pulled"));
 }
 
-}  // namespace
-
-TEST(Report, ShowsWhatTheDaemonWrote) {
+// A debug build whose clock is three hours behind, and what its reports collect.
+void prepare_phone() {
     setenv("TZ", "XXX+3", 1);
     set_commercial(false);
     write_file("/system/bin/top", "#!/bin/sh\nprintf 'a\\n\\nb\\n'\n");
     ASSERT_EQ(0, chmod("/system/bin/top", 0755));
-    ASSERT_EQ(
-        0,
-        system("mkdir -p /data/android_logs; printf log >/data/android_logs/kmsgcat-log; echo x >/data/x"));
-    const std::string contents[] = {std::string("a\0\xff\x1b[2J", 7), "no end\n\n[Content]:\nof a line",
-                                    "\n========Device Bugreport========\n[Date]:2015-06-01\nx", "",
-                                    std::string(600000, 'x')};
-    int error_no = -5;
-    for (const std::string& content : contents) {
-        dmd_error_info info = make_error_info(error_no, TIME + error_no);
-        strcpy(info.device_name, error_no == -4 ? "two\nlines\t\xff" : "tpdev");
-        ASSERT_EQ(0,
-                  dmd_direct_output(content.data(), static_cast<int>(content.size()), &info, "/data/x", 4));
-        ++error_no;
+    ASSERT_EQ(0, mkdir("/data/android_logs", 0755));
+    write_file("/data/android_logs/kmsgcat-log", "log");
+    write_file("/data/x", "x\n");
+}
+
+void write_report(int error_no, int32_t time, const std::string& content,
+                  const std::string& device = "tpdev") {
+    dmd_error_info info = make_error_info(error_no, time);
+    strcpy(info.device_name, device.c_str());
+    ASSERT_EQ(0, dmd_direct_output(content.data(), static_cast<int>(content.size()), &info, "/data/x", 4));
+}
+
+}  // namespace
+
+TEST(Report, TellsWhatTheDaemonWrote) {
+    prepare_phone();
+    const struct {
+        std::string device;
+        std::string content;
+    } cases[] = {
+        {"tpdev", "no end"},
+        {"two\nlines\t", "\n[Content]:\nof a line"},
+        {"tpdev", std::string(HEAD_TITLE) + "[Date]:2015-06-01\nx"},
+        {"tpdev", ""},
+        {"tpdev", std::string(600000, 'x')},
+    };
+    constexpr int COUNT = std::size(cases);
+    for (int i = 0; i < COUNT; ++i) {
+        write_report(i, TIME + i, cases[i].content, cases[i].device);
     }
+    const json reports = reports_in("/data");
+    ASSERT_EQ(std::size(cases), reports.size());
+    const json attachments = {{{"bytes", 3}, {"name", "data/android_logs/kmsgcat-log"}},
+                              {{"bytes", 2}, {"name", "data/x"}}};
+    for (int i = 0; i < COUNT; ++i) {
+        SCOPED_TRACE(i);
+        const json& found = reports[static_cast<size_t>(i)];
+        EXPECT_EQ("report", found["kind"]);
+        EXPECT_EQ("2015-06-01", found["date"]);
+        EXPECT_EQ("07:11:1" + std::to_string(2 + i), found["time"]);
+        EXPECT_EQ(cases[i].device, found["device"]);
+        EXPECT_EQ(i, found["error"]);
+        EXPECT_EQ("on", found["test_switch"]);
+        EXPECT_EQ("a\nb\n", found["processes"]);
+        EXPECT_EQ(cases[i].content, found["content"]);
+        EXPECT_EQ(cases[i].content.size(), found["bytes"]);
+        EXPECT_EQ(true, found["content_is_exact"]);
+        EXPECT_EQ("/" + MEMBER, found["file"]);
+        EXPECT_EQ(attachments, found["attachments"]);
+        const size_t archives_since = std::size(cases) - static_cast<size_t>(i);
+        EXPECT_EQ(1 + archives_since, found["places"].size());
+        EXPECT_EQ("/data/kvdx_logs/dmd_log/dmd_dump_0000" + std::to_string(i) + "_07111" +
+                      std::to_string(2 + i) + ".tar.gz",
+                  found["archive"]);
+    }
+}
+
+TEST(Report, KeepsTheBytesThatAreNoText) {
+    prepare_phone();
+    const std::string content("a\0\xff\x1b[2J\xed\xa0\x80", 10);
+    write_report(5, TIME, content, "dev\xff");
+    const json found = reports_in("/data")[0];
+    EXPECT_EQ(false, found["content_is_exact"]);
+    EXPECT_EQ("dev\xef\xbf\xbd", found["device"]);
+    EXPECT_EQ(content.size(), found["bytes"]);
+    const std::string shown = run_report("/data --show 1").out;
+    EXPECT_TRUE(ends_with(shown, "\n\nContent:\n" + content)) << shown;
+    EXPECT_TRUE(holds(shown, "\nDevice:       dev\\xff\n")) << shown;
+}
+
+TEST(Report, TellsOfDumpsWithoutAReport) {
+    prepare_phone();
     dmd_error_info info = make_error_info(20002, static_cast<int32_t>(time(nullptr)) - 60);
     const tm today = local_time(info.time);
     char date[16];
     strftime(date, sizeof date, "%Y-%m-%d", &today);
     dmd_compress_output("bytes\0\n", 7, &info, DUMP_BYTES);
     info.error_no = 123456;
-    dmd_compress_output("/data/x /system/bin/top", 0, &info, DUMP_PATHS);
+    dmd_compress_output("/data/x /data/android_logs/kmsgcat-log", 0, &info, DUMP_PATHS);
 
-    const Outcome outcome = run_report("--json /data");
-    ASSERT_EQ(0, outcome.status) << outcome.err;
-    const json document = json::parse(outcome.out);
-    EXPECT_EQ(json::array(), document["problems"]);
-    ASSERT_EQ(7U, document["reports"].size());
-    for (int i = 0; i < 5; ++i) {
-        SCOPED_TRACE(i);
-        const json r = document["reports"][static_cast<size_t>(i)];
-        EXPECT_EQ(i == 0, r["content_is_exact"] == false && r["device"] == "tpdev");
-        EXPECT_EQ(i == 1 ? "two\nlines\t\xef\xbf\xbd" : "tpdev", r["device"]);
-        EXPECT_TRUE(i == 0 || r["content"] == contents[i]);
-        EXPECT_EQ(contents[i].size(), r["bytes"]);
-        EXPECT_EQ("a\nb\n", r["processes"]);
-        const std::string second = std::to_string(107 + i).substr(1);
-        EXPECT_EQ((json{"2015-06-01", "07:11:" + second, i - 5, "on", "/" + MEMBER, "report"}),
-                  (json{r["date"], r["time"], r["error"], r["test_switch"], r["file"], r["kind"]}));
-        EXPECT_EQ(6U - static_cast<size_t>(i), r["places"].size()) << "the record, and each archive since";
-        EXPECT_EQ((json{{"file", r["archive"]}, {"member", MEMBER}}), r["places"].back());
-        EXPECT_EQ((json{{{"bytes", 3}, {"name", "data/android_logs/kmsgcat-log"}},
-                        {{"bytes", 2}, {"name", "data/x"}}}),
-                  r["attachments"]);
-        const Outcome shown = run_report("/data --show " + std::to_string(i + 1));
-        EXPECT_TRUE(ends_with(shown.out, "\n\nContent:\n" + contents[i])) << shown.out.substr(0, 2000);
+    const json reports = reports_in("/data");
+    ASSERT_EQ(2U, reports.size());
+    for (const json& found : reports) {
+        EXPECT_EQ("dump", found["kind"]);
+        EXPECT_EQ(date, found["date"]);
+        EXPECT_EQ(nullptr, found["device"]);
+        EXPECT_EQ(nullptr, found["content"]);
     }
-    const json dumps[] = {
-        {"dump", date, nullptr, nullptr, 123456, 2, 2 + read_file("/system/bin/top").size()},
-        {"dump", date, nullptr, nullptr, 20002, 0, 7},
-    };
-    for (const size_t i : {0, 1}) {
-        const json r = document["reports"][5 + i];
-        EXPECT_EQ(dumps[i], (json{r["kind"], r["date"], r["device"], r["content"], r["error"],
-                                  r["attachments"].size(), r["bytes"]}));
-    }
-    EXPECT_TRUE(ends_with(run_report("/data --show 7").out, std::string("\n\nContent:\nbytes\0\n", 18)));
+    EXPECT_EQ(123456, reports[0]["error"]);
+    EXPECT_EQ(2U, reports[0]["attachments"].size());
+    EXPECT_EQ(5, reports[0]["bytes"]);
+    EXPECT_EQ(20002, reports[1]["error"]);
+    EXPECT_EQ(0U, reports[1]["attachments"].size());
+    EXPECT_EQ(7, reports[1]["bytes"]);
+    EXPECT_EQ(json{reports[1]}, json::parse(run_report("/data --json --show 2").out)["reports"]);
+    EXPECT_TRUE(ends_with(run_report("/data --show 2").out, std::string("\n\nContent:\nbytes\0\n", 18)));
 }
 
 TEST(Report, TakesARecordApart) {
-    const std::string title = "\n========Device Bugreport========\n",
-                      full = "[Temperature]:null\n[Process]:\n";
-    // The record; the bytes before; of each report device, error, switch, processes, content and cut.
-    const std::tuple<std::string, size_t, std::string> cases[] = {
-        {"", 0, ""},
-        {"lost" + report("12", "x") + "\n", 4, "tpdev 20834 on <> <x\n>\n"},
-        {head("12", 1, "a\n[Error no]:5") + "[Content]:\n", 0, "a\n[Error no]:5 1 on <> <>\n"},
-        {head("12", -7, "") + full + "p\n[Content]:\nx\n[Content]:\n", 0, " -7 on <p\n> <x\n[Content]:\n>\n"},
-        {head("12") + full + "piece[Content]:\nx", 0, "tpdev 20834 on <piece> <x>\n"},
-        {head("12") + full + "p\n", 0, "tpdev 20834 on <p\n> <> cut\n"},
-        {head("12") + "[Cont" + report("13", "x"), 0, "tpdev 20834 on <> <> cut\ntpdev 20834 on <> <x>\n"},
-        {report("12", "x" + head("13").substr(0, 90)), 0, "tpdev 20834 on <> <x>\ntpdev 0  <> <> cut\n"},
-        {report("12", title.substr(0, 33)), 0, "tpdev 20834 on <> <" + title.substr(0, 33) + ">\n"},
-        {report("12", title + "[Date]:2015-6-1\n" + head("13").substr(0, 60) + "x"), 0,
-         "tpdev 20834 on <> <" + title + "[Date]:2015-6-1\n" + head("13").substr(0, 60) + "x>\n"},
-        {report("1x", "x"), report("1x", "x").size(), ""},
-        {head("12").substr(0, head("12").size() - 3) + "\n" + "b\n[Content]:\nx", 0,
-         "tpdev 20834 \nb <> <x>\n"},
+    struct Expected {
+        std::string device;
+        int32_t error_no;
+        std::string test_switch;
+        std::string processes;
+        std::string content;
+        bool cut = false;
     };
-    for (const auto& [bytes, before, expected] : cases) {
-        const tools::Record record = tools::read_record(bytes, 10);
-        std::string text;
-        for (const tools::Report& r : record.reports) {
-            text += r.device + " " + std::to_string(r.error_no) + " " + r.test_switch + " <" + r.processes +
-                    "> <" + r.content + ">" + (r.cut ? " cut" : "") + "\n";
+    const std::string full = head("12") + HEAD_PROCESSES;
+    const std::string half_title = std::string(HEAD_TITLE).substr(0, 33);
+    const std::string wrong_date = std::string(HEAD_TITLE) + "[Date]:2015-6-1\n";
+    const std::string no_head = head("13").substr(0, 60) + "x";
+    const struct {
+        std::string what;
+        std::string bytes;
+        size_t bytes_before;
+        std::vector<Expected> reports;
+    } cases[] = {
+        {"nothing", "", 0, {}},
+        {"the end of a lost report", "lost" + report("12", "x"), 4, {{"tpdev", 20834, "on", "", "x"}}},
+        {"a device with a line of a head",
+         head("12", 1, "a\n[Error no]:5") + HEAD_CONTENT,
+         0,
+         {{"a\n[Error no]:5", 1, "on", "", ""}}},
+        {"no device, and a content with a line of a head",
+         head("12", -7, "") + HEAD_PROCESSES + "p\n[Content]:\nx\n[Content]:\n",
+         0,
+         {{"", -7, "on", "p\n", "x\n[Content]:\n"}}},
+        {"a test switch with a line end",
+         head("12").substr(0, head("12").size() - 3) + "\nb\n[Content]:\nx",
+         0,
+         {{"tpdev", 20834, "\nb", "", "x"}}},
+        {"a process list without a line end", full + "p[Content]:\nx", 0, {{"tpdev", 20834, "on", "p", "x"}}},
+        {"a process list that is cut", full + "p\n", 0, {{"tpdev", 20834, "on", "p\n", "", true}}},
+        {"a head that another follows",
+         head("12") + "[Cont" + report("13", "x"),
+         0,
+         {{"tpdev", 20834, "on", "", "", true}, {"tpdev", 20834, "on", "", "x"}}},
+        {"a head that the record ends in",
+         report("12", "x" + head("13").substr(0, 90)),
+         0,
+         {{"tpdev", 20834, "on", "", "x"}, {"tpdev", 0, "", "", "", true}}},
+        {"a title that the record ends in",
+         report("12", half_title),
+         0,
+         {{"tpdev", 20834, "on", "", half_title}}},
+        {"a title without a date", report("12", wrong_date), 0, {{"tpdev", 20834, "on", "", wrong_date}}},
+        {"a head that goes on otherwise", report("12", no_head), 0, {{"tpdev", 20834, "on", "", no_head}}},
+        {"a time that is none", report("1x", "x"), report("1x", "x").size(), {}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        const tools::Record record = tools::read_record(c.bytes, 10);
+        EXPECT_EQ(c.bytes_before, record.bytes_before);
+        ASSERT_EQ(c.reports.size(), record.reports.size());
+        for (size_t i = 0; i < c.reports.size(); ++i) {
+            const tools::Report& found = record.reports[i];
+            const Expected& expected = c.reports[i];
+            EXPECT_EQ(expected.device, found.device);
+            EXPECT_EQ(expected.error_no, found.error_no);
+            EXPECT_EQ(expected.test_switch, found.test_switch);
+            EXPECT_EQ(expected.processes, found.processes);
+            EXPECT_EQ(expected.content, found.content);
+            EXPECT_EQ(expected.cut, found.cut);
         }
-        EXPECT_EQ(expected, text) << bytes;
-        EXPECT_EQ(before, record.bytes_before) << bytes;
     }
 }
 
 TEST(Report, IsOneWhereverItStands) {
     const std::string a = report("12", "a"), b = report("13", "bb"), c = report("14", "c");
-    const auto tar = [](const std::string& record) { return file(MEMBER, record) + END; };
-    const auto cut_tar = [&](size_t size) { return tar(a + b).substr(0, 512 + a.size() + size); };
-    const std::string name = "dmd_dump_20834_101113.tar",
-                      half = report("13", "b\n========Device Bugreport========\n[Da");
-    // The files; of the reports found the second, the content and the number of places.
-    const std::tuple<std::string, std::map<std::string, std::string>, std::string> cases[] = {
-        {"in the record and an archive", {{R, a + b + c}, {name, tar(a + b)}}, "12 a 2\n13 bb 2\n14 c 1\n"},
-        {"only in the archive", {{R, c}, {name, tar(a + b)}}, "12 a 1\n13 bb 1\n14 c 1\n"},
-        {"twice in one file", {{R, a + a + b}, {name, tar(a + a)}}, "12 a 2\n12 a 2\n13 bb 1\n"},
-        {"another content", {{R, a}, {"dmd_record_1.txt", a + "x"}}, "12 a 1\n12 ax 1\n"},
-        {"the same in two records", {{R, a}, {"dmd_record_1.txt", a}}, "12 a 1\n12 a 1\n"},
-        {"a text that ends in half a head",
-         {{R, a + half + c}, {name, tar(a + half)}},
-         "12 a 2\n13 b\n========Device Bugreport========\n[Da 1\n13 b 1\n14 c 1\n   |cut 1\n"},
-        {"a head that is cut, and another report of its day",
-         {{R, a + b}, {"dmd_record_1.txt", c + head("15").substr(0, 60)}},
-         "   |cut 1\n12 a 1\n13 bb 1\n14 c 1\n"},
+    const std::string archive = "dmd_dump_20834_101113.tar";
+    // The archive of a and b, which ends so many bytes behind a.
+    const auto cut_behind_a = [&](size_t size) { return tar_of(a + b).substr(0, 512 + a.size() + size); };
+    const struct {
+        std::string what;
+        std::map<std::string, std::string> files;
+        std::vector<std::string> reports;
+    } cases[] = {
+        {"in the record and an archive",
+         {{RECORD, a + b + c}, {archive, tar_of(a + b)}},
+         {"a in 2 places", "bb in 2 places, with archive", "c"}},
+        {"only in the archive", {{RECORD, c}, {archive, tar_of(a + b)}}, {"a", "bb, with archive", "c"}},
+        {"twice in one file",
+         {{RECORD, a + a + b}, {archive, tar_of(a + a)}},
+         {"a in 2 places", "a in 2 places", "bb"}},
+        {"the beginning of another", {{RECORD, a}, {"dmd_record_1.txt", a + "x"}}, {"a", "ax"}},
+        {"the same in two records of one phone", {{RECORD, a}, {"dmd_record_1.txt", a}}, {"a", "a"}},
+        {"pulled twice",
+         {{RECORD, a + b}, {"copy/" + RECORD, a + b + c}},
+         {"a in 2 places", "bb in 2 places", "c"}},
         {"a dump and its copy",
          {{"dmd_dump_00007_101112.txt", "x"}, {"copy/dmd_dump_00007_101112.txt", "x"}},
-         "12  2\n"},
-        {"a record that is cut",
-         {{R, a + b.substr(0, b.size() - 1)}, {name, tar(a + b)}},
-         "12 a 2\n13 b 1\n13 bb 1\n"},
-        {"a cut one",
-         {{R, a + b + c}, {name, cut_tar(b.size() - 1)}},
-         "12 a 2\n13 bb 1\n13 b|cut 1\n14 c 1\n"},
-        {"only cut", {{name, cut_tar(b.size() - 1)}}, "12 a 1\n13 b|cut 1\n"},
-        {"cut in the next head", {{R, a + b}, {name, cut_tar(9)}}, "12 a 1\n12 a\n========|cut 1\n13 bb 1\n"},
-        {"cut in the head", {{R, a + b}, {name, cut_tar(60)}}, "   |cut 1\n12 a 2\n13 bb 1\n"},
+         {" in 2 places"}},
+        {"a dump and another of that name",
+         {{"dmd_dump_00007_101112.txt", "x"}, {"copy/dmd_dump_00007_101112.txt", "y"}},
+         {"", ""}},
+        {"a copy that is cut in its content",
+         {{RECORD, a + b + c}, {archive, cut_behind_a(b.size() - 1)}},
+         {"a in 2 places", "bb", "b, cut, with archive", "c"}},
+        {"a copy that is cut in the next title",
+         {{RECORD, a + b}, {archive, cut_behind_a(9)}},
+         {"a", "a\n========, cut", "bb"}},
+        {"a copy that is cut in its head",
+         {{RECORD, a + b}, {archive, cut_behind_a(60)}},
+         {", cut", "a in 2 places", "bb"}},
+        {"a copy that is cut at its end",
+         {{RECORD, a + b}, {archive, cut_behind_a(b.size())}},
+         {"a in 2 places", "bb", "bb, cut, with archive"}},
     };
-    for (const auto& [what, files, expected] : cases) {
+    for (const auto& each : cases) {
         enter_pulled();
-        ASSERT_EQ(0, mkdir("copy", 0755));
-        for (const auto& [path, bytes] : files) {
+        for (const auto& [path, bytes] : each.files) {
             write_file(path, bytes);
         }
-        std::string found;
-        for (const tools::Report& r : tools::collect_reports({".", "./" + R}).reports) {
-            found += (r.time + "        ").substr(6, 2) + " " + r.content + (r.cut ? "|cut " : " ") +
-                     std::to_string(r.places.size()) + "\n";
-            EXPECT_TRUE(r.places.size() == 1 || r.places[0].member.empty()) << what;
-            EXPECT_EQ(r.time == "10:11:13" && r.places.back().file == "./" + name, !r.archive.empty());
+        std::vector<std::string> reports;
+        for (const tools::Report& found : tools::collect_reports({".", "./" + RECORD}).reports) {
+            const size_t places = found.places.size();
+            reports.push_back(found.content +
+                              (places > 1 ? " in " + std::to_string(places) + " places" : "") +
+                              (found.cut ? ", cut" : "") + (found.archive.empty() ? "" : ", with archive"));
         }
-        EXPECT_EQ(expected, found) << what;
+        EXPECT_EQ(each.reports, reports) << each.what;
     }
 }
 
-// Everything before the place where a file is cut is there, and a problem is named.
-TEST(Report, GivesAllBeforeADamage) {
+// Where a file is cut, everything before that place is there, and a problem is named.
+TEST(Report, GivesAllBeforeACut) {
     std::minstd_rand random(1);
-    std::string contents[3], record;
-    for (std::string& content : contents) {
-        while (content.size() < 30000) {
-            content += static_cast<char>(' ' + random() % 64);
+    std::string contents[3];
+    std::string record;
+    const char* const seconds[] = {"12", "13", "14"};
+    for (size_t i = 0; i < std::size(contents); ++i) {
+        while (contents[i].size() < 30000) {
+            contents[i] += static_cast<char>(' ' + random() % 64);
         }
-        record += report(std::to_string(12 + (&content - contents)), content);
+        record += report(seconds[i], contents[i]);
     }
+    const size_t head_size = report("12", "").size();
     enter_pulled();
     write_file("whole", file(MEMBER, record) + file("data/log", "log") + END);
     ASSERT_EQ(0, system("gzip -k whole"));
-    const std::string tar = read_file("whole"), gz = read_file("whole.gz");
-    const std::string tar_name = "dmd_dump_20834_101114.tar", gz_name = tar_name + ".gz";
-    // A file; how much of it is cut off at least; how many bytes before the cut may be missing.
-    const std::tuple<std::string, std::string, size_t, size_t> cases[] = {
-        {gz_name, gz, 1, 2000}, {tar_name, tar, 513, 512 + report("12", "").size()}};
-    for (const auto& [name, bytes, cut_off, missing] : cases) {
-        for (size_t size = 1; size <= bytes.size() - cut_off; size += 509) {
-            write_file(name, bytes.substr(0, size));
-            const tools::Collection collection = tools::collect_reports({name});
+    const struct {
+        std::string name;
+        std::string bytes;
+        size_t end;      // that is no loss: the last size to try lies so far before it
+        size_t missing;  // bytes before the cut that may not be there: compressed, or of a header
+    } cases[] = {
+        {"dmd_dump_20834_101114.tar.gz", read_file("whole.gz"), 1, 2000},
+        {"dmd_dump_20834_101114.tar", read_file("whole"), 513, 512 + head_size},
+    };
+    for (const auto& c : cases) {
+        for (size_t size = 1; size <= c.bytes.size() - c.end; size += 509) {
+            SCOPED_TRACE(c.name + " of size " + std::to_string(size));
+            write_file(c.name, c.bytes.substr(0, size));
+            const tools::Collection collection = tools::collect_reports({c.name});
+            EXPECT_FALSE(collection.problems.empty());
             size_t read = 0;
-            for (const tools::Report& r : collection.reports) {
-                const std::string& content = contents[r.number - 1];
-                const bool is_last = &r == &collection.reports.back();
-                EXPECT_EQ(content.substr(0, is_last ? r.content.size() : content.size()),
-                          is_last ? r.content.substr(0, content.size()) : r.content);
-                EXPECT_TRUE(is_last || !r.cut);
-                read += r.content.size() + report("12", "").size();
+            for (size_t i = 0; i < collection.reports.size(); ++i) {
+                const tools::Report& found = collection.reports[i];
+                const bool is_last = i + 1 == collection.reports.size();
+                ASSERT_TRUE(is_last || (!found.cut && found.content == contents[i]));
+                // Of the next title, which is cut, a piece counts as content.
+                const size_t common = std::min(found.content.size(), contents[i].size());
+                EXPECT_EQ(contents[i].substr(0, common), found.content.substr(0, common));
+                read += head_size + found.content.size();
             }
-            EXPECT_FALSE(collection.problems.empty()) << size;
-            EXPECT_GE(read + missing, std::min(size, record.size())) << size;
+            EXPECT_GE(read + c.missing, std::min(size, record.size()));
         }
     }
-    for (size_t at = 0; at < gz.size(); at += 1019) {
-        std::string changed = gz;
+}
+
+TEST(Report, NoticesAChangedByte) {
+    std::minstd_rand random(1);
+    std::string content;
+    while (content.size() < 60000) {
+        content += static_cast<char>(' ' + random() % 64);
+    }
+    enter_pulled();
+    write_file("whole", tar_of(report("12", content)));
+    ASSERT_EQ(0, system("gzip whole"));
+    const std::string bytes = read_file("whole.gz");
+    for (size_t at = 0; at < bytes.size(); at += 1019) {
+        std::string changed = bytes;
         changed[at] = static_cast<char>(changed[at] ^ 0x10);
-        write_file(gz_name, changed);
-        EXPECT_FALSE(tools::collect_reports({gz_name}).problems.empty()) << at;
+        write_file("dmd_dump_20834_101114.tar.gz", changed);
+        EXPECT_FALSE(tools::collect_reports({"dmd_dump_20834_101114.tar.gz"}).problems.empty()) << at;
     }
 }
 
 TEST(Report, SaysWhatCannotBeRead) {
-    const std::string good = report("12", "x"), evil = "\x1b[2J\n";
-    const std::string name = "dmd_dump_20834_101112.tar", gz = "dmd_dump_00001_000000.txt.gz";
-    const std::string tar = file(MEMBER, good), device = header(evil, '3', "0", "", "020644", "1", "3");
-    // What a shell does, a file and its bytes; the tool's status and what it says, or prints.
-    const std::tuple<std::string, std::string, std::string, int, std::string> cases[] = {
-        {":", R, good, 0, "\n1\t2015-06-01\t10:11:12\ttpdev\t20834\ton\t1\t./dmd_record_0.txt\t\n"},
-        {":", "other", good, 1, "dmd-report: .: holds no file named "},
-        {"mkfifo dmd_record_1.txt", R, good, 1, "./dmd_record_1.txt: is no regular file"},
-        {"ln -s . loop; ln -s /dev/zero dmd_record_1.txt", R, good, 1, "is a symbolic link"},
-        {":", R, "", 1, "./dmd_record_0.txt: is empty"},
-        {":", R, "junk" + good, 1, "4 bytes before the first report"},
-        {":", gz, "junk", 1, "is not compressed as its name says"},
-        {":", name, "junk", 1, "holds no report, but 4 bytes of something else"},
-        {"truncate -s 2G dmd_record_1.txt", R, good, 1, "holds a longer record than any phone"},
-        {"head -c 64M /dev/zero | gzip > m; for i in $(seq 17); do cat m; done >" + gz, R, good, 1,
-         "is read no further than its first GiB"},
-        {"(echo | gzip | head -c -8; printf 12345678) >" + gz, R, good, 1, "has a wrong checksum"},
-        {"(echo x | gzip; echo y | gzip; echo z) >" + gz, R, good, 1, "has bytes behind"},
-        {":", name, tar, 1, "is cut: the archive has no end"},
-        {":", name, tar + damaged(header("a")) + file("dmd_record_1.txt", report("13", "y")) + END, 1,
-         "\n2\t2015-06-01\t10:11:13"},
-        {":", name, tar + header("huge", '0', "77777777777") + END, 1, "is cut within huge"},
-        {":", name, tar + device + END, 0, ""},
-        {":", name, file("other", "x") + END, 0,
-         "\n1\t1970-01-01\t10:11:12\t\t20834\t\t1\t./" + name + "\tdump\n"},
-        {":", name, header(R, '2', "0", "/etc/passwd") + END, 0, "\tdump\n"},
-    };
-    for (const auto& [before, path, bytes, status, text] : cases) {
-        SCOPED_TRACE(before + " " + path + " " + text);
-        enter_pulled();
-        ASSERT_EQ(0, system(before.c_str()));
-        write_file(path, bytes);
+    const auto expect_problem = [](const std::string& said) {
         const Outcome outcome = run_report(".");
-        EXPECT_EQ(status, outcome.status) << outcome.err;
-        EXPECT_NE(std::string::npos, (outcome.out + outcome.err).find(text)) << outcome.out << outcome.err;
-        EXPECT_EQ(status == 0, outcome.err.empty());
-        EXPECT_TRUE(bytes.find(good) == std::string::npos || path == "other" ||
-                    outcome.out.find("\n1\t2015-06-01\t10:11:12") != std::string::npos);
+        EXPECT_EQ(1, outcome.status);
+        EXPECT_TRUE(holds(outcome.err, said)) << outcome.err;
+        EXPECT_TRUE(holds(outcome.out, "\n1\t2015-06-01\t10:11:12\t")) << "the other file is read";
+    };
+    const std::string archive = "dmd_dump_20834_101112.tar", dump = "dmd_dump_00001_000000.txt.gz";
+    const std::string member = file(MEMBER, report("13", "x"));
+    const struct {
+        std::string path;
+        std::string bytes;
+        std::string said;
+    } files[] = {
+        {"dmd_record_1.txt", "", "is empty"},
+        {"dmd_record_1.txt", "junk" + report("13", "x"), "4 bytes before the first report belong to none"},
+        {"dmd_record_1.txt", report("13", "x") + head("14"), "ends within the head of a report"},
+        {dump, "junk", "is not compressed as its name says"},
+        {archive, "junk", "holds no report, but 4 bytes of something else"},
+        {archive, member, "is cut: the archive has no end"},
+        {archive, member + damaged(header("a")) + END, "is damaged after "},
+        {archive, member + header("huge", '0', "77777777777") + END, "is cut within huge"},
+    };
+    for (const auto& c : files) {
+        SCOPED_TRACE(c.said);
+        enter_pulled();
+        write_file(RECORD, report("12", "x"));
+        write_file(c.path, c.bytes);
+        expect_problem("dmd-report: ./" + c.path + ": " + c.said);
     }
-    write_file(name, tar + device + END);
-    const tools::Report named = tools::collect_reports({name}).reports.at(0);
-    std::string shown;
-    tools::show_report({true, false}, named, [&](std::string_view piece) { shown += piece; });
-    EXPECT_NE(std::string::npos, shown.find("\\x1b[2J\\n, 0 bytes\n")) << shown;
+    const struct {
+        std::string command;  // that makes the file
+        std::string said;
+    } made[] = {
+        {"mkfifo dmd_record_1.txt", "./dmd_record_1.txt: is no regular file"},
+        {"ln -s . loop; ln -s /dev/zero dmd_record_1.txt", "./dmd_record_1.txt: is a symbolic link"},
+        {"truncate -s 2G dmd_record_1.txt", "holds a longer record than any phone makes"},
+        {"head -c 64M /dev/zero | gzip > m; for i in $(seq 17); do cat m; done >" + dump,
+         "is read no further than its first GiB"},
+        {"(echo | gzip | head -c -8; printf 12345678) >" + dump, "has a wrong checksum"},
+        {"(echo x | gzip; echo y | gzip; echo z) >" + dump, "has bytes behind its compressed data"},
+    };
+    for (const auto& c : made) {
+        SCOPED_TRACE(c.command);
+        enter_pulled();
+        write_file(RECORD, report("12", "x"));
+        ASSERT_EQ(0, system(c.command.c_str()));
+        expect_problem(c.said);
+    }
 }
 
-TEST(Report, ChoosesAndRefuses) {
+TEST(Report, FindsNothingInAFolderOfOtherFiles) {
     enter_pulled();
-    write_file(R, report("14", "c") + report("12", "\x1b\xc2\x9b", -5) + head("13", 7, "Lcd_Panel") +
-                      "[Content]:\nb");
-    write_file("dmd_dump_00007_101113.txt", "dump");
-    // Arguments; the status, and the numbers of the reports in the table or a part of the message.
-    const std::tuple<std::string, int, std::string> cases[] = {
-        {"", 0, "1 2 3 4 "},
-        {"--device tpdev", 0, "1 3 "},
-        {"--device 'lcd_*' --device '?PDE*'", 0, "1 2 3 "},
-        {"--error -5", 0, "1 "},
-        {"--error -9--5 --error 8-20834", 0, "1 3 "},
-        {"--error 7 --since 2015-06-01", 0, "2 "},
-        {"--since 2015-06-01T10:11:13", 0, "2 3 "},
-        {"--until '2015-06-01 10:11:13'", 0, "1 2 "},
-        {"--until 2015-06-01 --since '2015-06-01 10:11'", 0, "1 2 3 "},
-        {"--until '2015-06-01 10:10'", 1, ""},
+    write_file("other", report("12", "x"));
+    const Outcome searched = run_report(".");
+    EXPECT_EQ(1, searched.status);
+    EXPECT_TRUE(holds(searched.err, "dmd-report: .: holds no file named ")) << searched.err;
+    EXPECT_EQ(0, run_report("other").status) << "a file that is named is read whatever its name";
+}
+
+TEST(Report, ReadsWhatStandsBehindADamagedHeader) {
+    enter_pulled();
+    write_file("dmd_dump_20834_101112.tar", file(MEMBER, report("12", "x")) + damaged(header("a")) +
+                                                file("dmd_record_1.txt", report("13", "y")) + END);
+    EXPECT_TRUE(holds(run_report(".").out, "\n2\t2015-06-01\t10:11:13\t"));
+}
+
+// An archive may name anything: it is told, and nothing of it touched.
+TEST(Report, ShowsHarmfulMembersAsText) {
+    const std::string evil = "\x1b[2J\n", name = "dmd_dump_20834_101112.tar";
+    enter_pulled();
+    write_file(name, file(MEMBER, report("12", "x")) + header(evil, '3', "0", "", "020644", "1", "3") +
+                         header(RECORD, '2', "0", "/etc/passwd") + END);
+    const tools::Collection collection = tools::collect_reports({name});
+    EXPECT_TRUE(collection.problems.empty());
+    ASSERT_EQ(1U, collection.reports.size());
+    std::string shown;
+    tools::show_report({true, false}, collection.reports[0], [&](std::string_view piece) { shown += piece; });
+    EXPECT_TRUE(holds(shown, "\\x1b[2J\\n, 0 bytes\n")) << shown;
+    EXPECT_TRUE(holds(shown, RECORD + ", 0 bytes\n")) << shown;
+}
+
+TEST(Report, EscapesWhatDisturbsALine) {
+    const struct {
+        std::string text;
+        std::string shown;
+    } cases[] = {
+        {"\t\n\r\\", "\\t\\n\\r\\\\"},
+        {"\x1b\x7f", "\\x1b\\x7f"},
+        {std::string(1, '\0'), "\\x00"},
+        {"a\u00e9\u6f22\U0001f600", "a\u00e9\u6f22\U0001f600"},
+        {"\u0085", "\\xc2\\x85"},                      // a control character of two bytes
+        {"\u202e", "\\xe2\\x80\\xae"},                 // turns the text behind it round
+        {"\xc3x", "\\xc3x"},                           // half a character
+        {"\xc0\x80", "\\xc0\\x80"},                    // a longer form than needed
+        {"\xed\xa0\x80", "\\xed\\xa0\\x80"},           // half of a pair
+        {"\xf4\x90\x80\x80", "\\xf4\\x90\\x80\\x80"},  // beyond the last character
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(c.shown, tools::one_line(c.text));
+    }
+    EXPECT_EQ("\n\t\\ \\r\\x1b", tools::without_controls("\n\t\\ \r\x1b"));
+}
+
+class ReportOptions : public testing::Test {
+  protected:
+    void SetUp() override {
+        enter_pulled();
+        write_file(RECORD, report("14", "c") + head("12", -5, "\x1b\xc2\x9b") + HEAD_CONTENT + "a" +
+                               head("13", 7, "Lcd_Panel") + HEAD_CONTENT + "b");
+        write_file("dmd_dump_00007_101113.txt", "dump");  // without a date
+    }
+};
+
+TEST_F(ReportOptions, Choose) {
+    const struct {
+        std::string options;
+        std::vector<std::string> numbers;
+    } cases[] = {
+        {"", {"1", "2", "3", "4"}},
+        {"--device tpdev", {"3"}},
+        {"--device 'lcd_*' --device '?PDE*'", {"2", "3"}},
+        {"--device '[!l]*'", {"1", "3"}},
+        {"--error -5", {"1"}},
+        {"--error -9--5 --error 8-20834", {"1", "3"}},
+        {"--error 7 --since 2015-06-01", {"2"}},
+        {"--since 2015-06-01T10:11:13", {"2", "3"}},
+        {"--until '2015-06-01 10:11:13'", {"1", "2"}},
+        {"--until 2015-06-01 --since '2015-06-01 10:11'", {"1", "2", "3"}},
+        {"--until '2015-06-01 10:10'", {}},
+    };
+    for (const auto& c : cases) {
+        std::istringstream lines(run_report(". " + c.options).out);
+        std::string line;
+        std::getline(lines, line);  // the titles
+        std::vector<std::string> numbers;
+        while (std::getline(lines, line)) {
+            numbers.push_back(line.substr(0, line.find('\t')));
+        }
+        EXPECT_EQ(c.numbers, numbers) << c.options;
+    }
+}
+
+TEST_F(ReportOptions, ThatAreWrongAreRefused) {
+    const struct {
+        std::string options;
+        int status;
+        std::string said;
+    } cases[] = {
         {"--since 2015-02-29", 2, "--since: \"2015-02-29\" is no day, as "},
+        {"--error 9-7", 2, "--error: \"9-7\" is no error number, as "},
         {"--show 5", 2, "there is no report 5: there are 4 reports"},
         {"--show 1 --error 7", 2, "and no filter"},
         {"--show ''", 2, "is no number of a report"},
-        {"--html " + R, 1, "it is there and is no page"},
+        {"--device ''", 2, "--device: its value is empty"},
         {"--html x --json", 2, "goes with neither"},
         {"nosuch", 1, "nosuch: No such file or directory"},
         {">/dev/full", 1, "cannot write the output: No space left on device"},
         {">&-", 1, "cannot write the output: "},
-        {"--html /dev/null", 1, "is no regular file"},
-        {"--html nosuch/page", 1, "cannot write nosuch/page"},
         {"--help >/dev/full", 1, "cannot write the output"},
+        {"--html " + RECORD, 1, "it is there and is no page"},
+        {"--html /dev/null", 1, "is no regular file"},
+        {"--html nosuch/page", 1, "cannot write nosuch/page: No such file or directory"},
     };
-    for (const auto& [arguments, status, expected] : cases) {
-        const Outcome outcome = run_report(". " + arguments);
-        EXPECT_EQ(status, outcome.status) << arguments << outcome.err;
-        std::string numbers;
-        std::istringstream lines(outcome.out.substr(outcome.out.find('\n') + 1));
-        for (std::string line; std::getline(lines, line);) {
-            numbers += line.substr(0, 1) + " ";
-        }
-        EXPECT_TRUE(outcome.err.empty() ? numbers == expected
-                                        : outcome.err.find(expected) != std::string::npos)
-            << arguments << "\n"
-            << outcome.out << outcome.err;
+    for (const auto& c : cases) {
+        const Outcome outcome = run_report(". " + c.options);
+        EXPECT_EQ(c.status, outcome.status) << c.options;
+        EXPECT_TRUE(holds(outcome.err, c.said)) << c.options << "\n" << outcome.err;
     }
-    EXPECT_TRUE(ends_with(run_report(". --show 4").out, "\n\nContent:\ndump"));
-    EXPECT_EQ("dump", json::parse(run_report(". --json --show 4").out)["reports"][0]["kind"]);
-    EXPECT_EQ(0, run_report(". --html page --since 2015-06-01").status);
-    EXPECT_NE(std::string::npos, read_file("page").find("Lcd_Panel"));
-    EXPECT_EQ((std::vector<std::string>{"dmd_dump_00007_101113.txt", R, "page"}), names_in("."));
+}
+
+TEST_F(ReportOptions, WriteAPageInPlaceOfAPage) {
+    ASSERT_EQ(0, symlink("page", "link"));
+    EXPECT_EQ(0, run_report(". --html page").status);
+    EXPECT_EQ(0, run_report(". --html link --device 'Lcd*'").status);
+    EXPECT_TRUE(holds(read_file("page"), "Lcd_Panel"));
+    EXPECT_FALSE(holds(read_file("page"), "tpdev"));
+    EXPECT_EQ((std::vector<std::string>{"copy", "dmd_dump_00007_101113.txt", RECORD, "link", "page"}),
+              names_in("."));
 }
