@@ -79,7 +79,7 @@ void measure_debug_road(int rounds) {
     const auto taken = compare(rounds, {[&] {
                                             remove_archives();
                                             const auto start = clock::now();
-                                            report(FIRST_NUMBER, text);
+                                            report(CLIENT, ERROR_NUMBER, text);
                                             // The first line behind gzip and the archive's mode.
                                             const auto end = daemon.wait_for({"[M/dmd_file_upload] tag:"});
                                             daemon.wait_for({WAITS});
@@ -102,13 +102,13 @@ void measure_commercial_road(int rounds, size_t text_size) {
     fs::create_directories(PEER_FOLDER);
     Daemon daemon(true, READING_PAUSE_US);
     daemon.wait_until_ready();
-    report(FIRST_NUMBER, text);  // the only one of the day that is a commercial record too
+    report(CLIENT, ERROR_NUMBER, text);  // the only one of the day that is a commercial record too
     daemon.wait_for({WAITS});
     const auto taken =
         compare(rounds, {[&] {
                              kill(daemon.pid(), SIGSTOP);  // all wait in the driver when it begins
                              for (int i = 0; i < REPORTS; ++i) {
-                                 report(FIRST_NUMBER, text);
+                                 report(CLIENT, ERROR_NUMBER, text);
                              }
                              const auto start = clock::now();
                              kill(daemon.pid(), SIGCONT);
@@ -130,7 +130,7 @@ void measure_commercial_road(int rounds, size_t text_size) {
 
 void measure_roads(int rounds) {
     fs::current_path("/");
-    configure_one_client();
+    write_configuration({{CLIENT, "unit", ERROR_NUMBER, 1}});
     measure_debug_road(rounds);
     measure_commercial_road(rounds, 1024);
     measure_commercial_road(rounds, 30000);

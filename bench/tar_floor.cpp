@@ -1,11 +1,10 @@
-// The least that an archive tool can do which copies 1024 bytes at a time into an archive and 10240 out of
-// it: the same archives, the same files, nothing checked and nothing handled.
+// The least that an archive tool can do which copies 1024 bytes at a time into an archive: the same archives,
+// nothing checked and nothing handled. Arguments: the archive, what to pack.
 #include <dirent.h>
 #include <fcntl.h>
 #include <grp.h>
 #include <pwd.h>
 #include <sys/stat.h>
-#include <sys/uio.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -16,7 +15,6 @@ namespace {
 
 constexpr size_t BLOCK = 512;
 constexpr size_t WRITE_UNIT = 1024;
-constexpr size_t READ_UNIT = 10240;
 
 struct header {
     char name[100], mode[8], uid[8], gid[8], size[12], mtime[12], chksum[8], typeflag, linkname[100],
@@ -108,69 +106,14 @@ void add(const char* path) {
     closedir(folder);
 }
 
-void set_attributes(int file, const header& block) {
-    const timespec times[] = {{0, UTIME_NOW}, {strtol(block.mtime, nullptr, 8), 0}};
-    must(fchown(file, static_cast<uid_t>(strtol(block.uid, nullptr, 8)),
-                static_cast<gid_t>(strtol(block.gid, nullptr, 8))) == 0 &&
-             fchmod(file, strtol(block.mode, nullptr, 8) & 07777) == 0 && futimens(file, times) == 0,
-         block.name);
-}
-
-// Reads so many bytes and the header behind them.
-void get(char* bytes, size_t count, header* next) {
-    iovec parts[] = {{bytes, count}, {next, BLOCK}};
-    must(readv(archive, parts, 2) == static_cast<ssize_t>(count + BLOCK), "read");
-}
-
-void extract() {
-    static header folders[1000];
-    size_t folder_count = 0;
-    char unit[READ_UNIT];
-    header block, next;
-    for (get(unit, 0, &block); block.name[0] != '\0'; block = next) {
-        const auto sum = static_cast<unsigned>(strtol(block.chksum, nullptr, 8));
-        memcpy(block.chksum, "        ", 8);
-        must(sum_of(block) == sum, "checksum");
-        if (block.typeflag == '5') {
-            must(mkdir(block.name, 0700) == 0 && folder_count < 1000, block.name);
-            folders[folder_count++] = block;
-            get(unit, 0, &next);
-            continue;
-        }
-        const int file = open(block.name, O_WRONLY | O_CREAT | O_EXCL, 0600);
-        must(file >= 0, block.name);
-        size_t left = strtoul(block.size, nullptr, 8);
-        for (; left > READ_UNIT; left -= READ_UNIT) {
-            must(read(archive, unit, READ_UNIT) == READ_UNIT, "read");
-            must(write(file, unit, READ_UNIT) == READ_UNIT, block.name);
-        }
-        get(unit, (left + BLOCK - 1) / BLOCK * BLOCK, &next);
-        must(write(file, unit, left) == static_cast<ssize_t>(left), block.name);
-        set_attributes(file, block);
-        close(file);
-    }
-    while (folder_count-- > 0) {
-        const int folder = open(folders[folder_count].name, O_RDONLY | O_DIRECTORY);
-        must(folder >= 0, "folder");
-        set_attributes(folder, folders[folder_count]);
-        close(folder);
-    }
-}
-
 }  // namespace
 
 int main(int, char** argv) {
-    if (strcmp(argv[1], "-xf") == 0) {
-        archive = open(argv[2], O_RDONLY);
-        must(archive >= 0, argv[2]);
-        extract();
-        return 0;
-    }
     snprintf(user, sizeof user, "%s", getpwuid(0)->pw_name);
     snprintf(group_name, sizeof group_name, "%s", getgrgid(0)->gr_name);
-    archive = open(argv[2], O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    must(archive >= 0, argv[2]);
-    add(argv[3]);
+    archive = open(argv[1], O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    must(archive >= 0, argv[1]);
+    add(argv[2]);
     constexpr char END[2 * BLOCK] = {};
     put(END, sizeof END);
     return close(archive);

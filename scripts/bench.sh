@@ -17,30 +17,11 @@ exec 9> build/lock
 flock -n 9 || { echo "bench: a test, a demo or another measurement of this checkout is running" >&2; exit 1; }
 echo "bench: building build/bench" >&2
 { cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release &&
-  cmake --build "$build" -j "$(nproc)" --target dmd phone dmd_bench &&
-  cmake -S . -B "$build/arm" -G Ninja -DCMAKE_BUILD_TYPE=Release -DDMD_ONLY=ON -DCMAKE_SYSTEM_NAME=Linux \
-    -DCMAKE_SYSTEM_PROCESSOR=arm -DCMAKE_CXX_COMPILER=arm-linux-gnueabihf-g++ &&
-  cmake --build "$build/arm" -j "$(nproc)"; } > "$build/build.log" 2>&1 || { tail -40 "$build/build.log" >&2; exit 1; }
-
-# The peer that waits for errors as well is unpacked and not installed: installing it would start it.
-peer=$build/rasdaemon
-if [ ! -e "$peer" ]; then
-  rm -rf "$peer.new" && mkdir -p "$peer.new/packages"
-  if (cd "$peer.new/packages" && apt-get download -q -o APT::Sandbox::User= rasdaemon libsqlite3-0) > "$peer.log" 2>&1; then
-    for package in "$peer.new"/packages/*.deb; do
-      dpkg-deb -x "$package" "$peer.new"
-    done
-    mv "$peer.new"/usr/lib/*/libsqlite3.so* "$peer.new/usr/lib"
-    mv "$peer.new" "$peer"
-  else
-    echo "bench: rasdaemon cannot be fetched, see build/bench/rasdaemon.log" >&2
-    peer=
-  fi
-fi
+  cmake --build "$build" -j "$(nproc)" --target dmd phone dmd_bench; } > "$build/build.log" 2>&1 ||
+  { tail -40 "$build/build.log" >&2; exit 1; }
 
 table=$build/table.md
-"$build/phone" run --bind "$build" -- "$build/dmd_bench" --arm "$build/arm/dmd" --rasdaemon "$peer" "$@" > "$table" ||
-  { cat "$table"; exit 1; }
+"$build/phone" run -- "$build/dmd_bench" "$@" > "$table" || { cat "$table"; exit 1; }
 cat "$table"
 [ $# -eq 0 ] || exit 0
 

@@ -62,9 +62,7 @@ find_missing() {
   fi
   if [ "$purpose" = bench ]; then
     need libarchive-tools have bsdtar
-    need binutils have strip
     need diffutils have diff
-    need g++-arm-linux-gnueabihf have arm-linux-gnueabihf-g++
   fi
 }
 
