@@ -37,22 +37,24 @@ client_dump_operation operation_of(const dmd_client_info& row, int32_t algo_type
 class SectionCheck {
   public:
     SectionCheck(const SectionLines& lines, bool parsed, StepFindings* found)
-        : setting_(*lines.setting), lines_(lines), parsed_(parsed), found_(found) {}
+        : setting_(*lines.setting),
+          title_(title_of(setting_)),
+          lines_(lines),
+          parsed_(parsed),
+          row_(find_row(setting_.client_name)),
+          found_(found) {}
 
     CheckedSection run() {
         const bool poll = setting_.algo_type == ALGO_POLL;
         section_.name = setting_.section_name;
         section_.line = lines_.header;
         section_.server = poll ? "poll" : setting_.algo_type == ALGO_LISTEN ? "listen" : "";
-        row_ = find_row(setting_.client_name);
         section_.client = row_ != nullptr ? row_->name : setting_.client_name;
         section_.device = setting_.device_name;
         section_.ic = setting_.ic_name;
         section_.module = setting_.module_name;
-        section_.period_seconds = 0;
-        section_.in_force = false;
         for (const int line : lines_.repetitions) {
-            warn(line, "section [" + section_.name + "] begins at line " + std::to_string(lines_.header) +
+            warn(line, title_ + " begins at line " + std::to_string(lines_.header) +
                            ": this adds to it, and overwrites what it names; a num_triggers in it drops the "
                            "triggers so far");
         }
@@ -78,7 +80,11 @@ class SectionCheck {
     }
 
   private:
-    void warn(int line, const std::string& text) { found_->findings.push_back({line, true, text, ""}); }
+    static std::string title_of(const setting_info& setting) {
+        return std::string("section [") + setting.section_name + "]";
+    }
+
+    void warn(int line, const std::string& text) { found_->findings.push_back({line, text}); }
 
     int header_of(const setting_info* setting) const {
         return std::find_if(found_->sections.begin(), found_->sections.end(),
@@ -86,22 +92,25 @@ class SectionCheck {
             ->header;
     }
 
+    std::string title_and_line(const setting_info& setting) const {
+        return title_of(setting) + " at line " + std::to_string(header_of(&setting));
+    }
+
     // Whether the server takes this section for its client.
     bool check_client() {
         if (setting_.client_name[0] == '\0') {
-            warn(lines_.header, "section [" + section_.name + "] has no client_name: it watches nothing");
+            warn(lines_.header, title_ + " has no client_name: it watches nothing");
             return false;
         }
         if (row_ == nullptr) {
-            warn(lines_.client, "there is no client \"" + section_.client + "\": section [" + section_.name +
-                                    "] watches nothing");
+            warn(lines_.client,
+                 "there is no client \"" + section_.client + "\": " + title_ + " watches nothing");
             return false;
         }
         const setting_info* const taken = find_setting(row_->name, setting_.algo_type);
         if (taken != &setting_) {
-            warn(lines_.header, "section [" + section_.name + "] has no effect: section [" +
-                                    taken->section_name + "] at line " + std::to_string(header_of(taken)) +
-                                    " is for the same client and server");
+            warn(lines_.header,
+                 title_ + " has no effect: " + title_and_line(*taken) + " is for the same client and server");
             return false;
         }
         return true;
@@ -116,8 +125,7 @@ class SectionCheck {
             return;
         }
         warn(lines_.header,
-             "section [" + section_.name + "] and section [" + other->section_name + "] at line " +
-                 std::to_string(header_of(other)) + " name the device of " + section_.client +
+             title_ + " and " + title_and_line(*other) + " name the device of " + section_.client +
                  " differently: either may hold where the driver gives none, also an empty one");
     }
 
@@ -127,8 +135,7 @@ class SectionCheck {
         section_.period_seconds = uint64_t{ticks} * TICK_SECONDS;
         if (period < 0) {
             warn(lines_.header,
-                 "section [" + section_.name +
-                     "]: a sampling_period below 0 is a very long one, the client is never sampled");
+                 title_ + ": a sampling_period below 0 is a very long one, the client is never sampled");
         }
     }
 
@@ -153,9 +160,7 @@ class SectionCheck {
         for (int32_t i = 0; i < trigger.action_num; ++i) {
             const action_config& action = trigger.actions[i];
             const OperationName* const operation = check_action(action, lines.action);
-            checked.actions.push_back({action.client_name, action.action_info,
-                                       operation != nullptr ? operation->name : nullptr,
-                                       operation != nullptr ? operation->does : nullptr});
+            checked.actions.push_back({action.client_name, action.action_info, operation});
             takes_error = takes_error || (operation != nullptr && operation->takes_error &&
                                           strcasecmp(action.client_name, setting_.client_name) == 0);
         }
@@ -169,34 +174,29 @@ class SectionCheck {
 
     // What the action runs, or null.
     const OperationName* check_action(const action_config& action, int line) {
-        const std::string word = std::string(action.client_name) + "+" + std::to_string(action.action_info);
+        const std::string client = action.client_name;
+        const std::string slot = std::to_string(action.action_info);
+        const std::string does_nothing = "the action " + client + "+" + slot + " does nothing: ";
         const dmd_client_info* const row = find_row(action.client_name);
         if (row == nullptr) {
-            warn(line,
-                 "the action " + word + " does nothing: there is no client \"" + action.client_name + "\"");
-            return nullptr;
-        }
-        if (const client_dump_operation operation =
-                operation_of(*row, setting_.algo_type, action.action_info)) {
+            warn(line, does_nothing + "there is no client \"" + client + "\"");
+        } else if (action.action_info < 0 || action.action_info >= SLOT_COUNT) {
+            warn(line, does_nothing + "slots are 0 to " + std::to_string(SLOT_COUNT - 1));
+        } else if (const auto operation = operation_of(*row, setting_.algo_type, action.action_info)) {
             return &name_operation(operation);
+        } else {
+            warn(line, does_nothing + row->name + " has no " +
+                           (setting_.algo_type == ALGO_POLL ? "force-dump" : "dump") + " slot " + slot);
         }
-        const bool in_range = action.action_info >= 0 && action.action_info < SLOT_COUNT;
-        warn(line, "the action " + word + " does nothing: " +
-                       (in_range ? std::string(row->name) + " has no " + kind_of_slot() + " slot " +
-                                       std::to_string(action.action_info)
-                                 : "slots are 0 to " + std::to_string(SLOT_COUNT - 1)));
         return nullptr;
     }
-
-    const char* kind_of_slot() const { return setting_.algo_type == ALGO_POLL ? "force-dump" : "dump"; }
 
     // Whether the triggers are as many as announced.
     void check_count(int32_t count) {
         const auto complete = static_cast<int32_t>(section_.triggers.size());
         if (complete == 0) {
             warn(lines_.num_triggers != 0 ? lines_.num_triggers : lines_.header,
-                 "section [" + section_.name +
-                     "] has no complete trigger: whatever its client reports, nothing is done");
+                 title_ + " has no complete trigger: whatever its client reports, nothing is done");
         } else if (complete < count) {
             warn(lines_.num_triggers, "num_triggers announces " + std::to_string(count) + " triggers, but " +
                                           std::to_string(complete) + (complete == 1 ? " is" : " are") +
@@ -205,10 +205,11 @@ class SectionCheck {
     }
 
     const setting_info& setting_;
+    const std::string title_;
     const SectionLines& lines_;
-    const bool parsed_;  // the daemon watches nothing of a file that it takes for broken
+    const bool parsed_;                 // the daemon watches nothing of a file that it takes for broken
+    const dmd_client_info* const row_;  // of its client, null when there is none
     StepFindings* const found_;
-    const dmd_client_info* row_ = nullptr;
     CheckedSection section_;
 };
 
@@ -222,21 +223,19 @@ void check_file(const CheckedConfig& config, const std::string& text, std::vecto
     struct stat status = {};
     const bool exists = stat(config.path.c_str(), &status) == 0;
     if (exists && S_ISFIFO(status.st_mode)) {
-        findings->push_back({0, true, "it is a pipe, which the daemon does not read", ""});
+        findings->push_back({0, "it is a pipe, which the daemon does not read"});
     }
     if (exists && status.st_size > static_cast<off_t>(MAX_CONFIG_BYTES)) {
         // The first line that is not seen whole.
         const int line = line_of(text, text.size()) + (text.empty() || text.back() == '\n' ? 0 : 1);
-        findings->push_back({line, true,
-                             "the file has " + std::to_string(status.st_size) +
-                                 " bytes, of which the daemon reads " + std::to_string(MAX_CONFIG_BYTES) +
-                                 ": nothing is seen from here on",
-                             ""});
+        findings->push_back({line, "the file has " + std::to_string(status.st_size) +
+                                       " bytes, of which the daemon reads " +
+                                       std::to_string(MAX_CONFIG_BYTES) + ": nothing is seen from here on"});
     }
     const size_t nul = text.find('\0');
     if (config.parsed && nul != std::string::npos) {
-        findings->push_back({line_of(text, nul), true,
-                             "a NUL byte: the daemon reads the section that holds it only up to there", ""});
+        findings->push_back(
+            {line_of(text, nul), "a NUL byte: the daemon reads the section that holds it only up to there"});
     }
 }
 
@@ -253,7 +252,7 @@ CheckedConfig check_config(const std::string& path) {
         config.sections.push_back(SectionCheck(lines, trace.parsed, &found).run());
     }
     if (config.parsed && config.sections.empty()) {
-        found.findings.push_back({0, true, "the file has no section: the daemon watches nothing", ""});
+        found.findings.push_back({0, "the file has no section: the daemon watches nothing"});
     }
     std::vector<Finding>& findings = found.findings;
     std::stable_sort(findings.begin(), findings.end(),

@@ -7,13 +7,14 @@
 #include <string>
 #include <vector>
 
+#include "tools/operation_names.h"
+
 namespace tools {
 
 struct CheckedAction {
     std::string client;
     int32_t slot;
-    const char* operation;  // name of the operation that runs; null when nothing does
-    const char* does;       // what it does; null when nothing runs
+    const OperationName* operation;  // null when nothing runs
 };
 
 struct CheckedTrigger {
@@ -26,14 +27,14 @@ struct CheckedTrigger {
 
 struct CheckedSection {
     std::string name;
-    int line;            // where it first begins
-    std::string server;  // "listen", "poll", or empty when it has none
-    bool in_force;       // whether a server takes it
-    std::string client;  // as the client table spells it, or as written when that has no such client
-    std::string device;  // the names that stand in where the driver gives none
+    int line;               // where it first begins
+    std::string server;     // "listen", "poll", or empty when it has none
+    bool in_force = false;  // whether a server takes it
+    std::string client;     // as the client table spells it, or as written when that has no such client
+    std::string device;     // the names that stand in where the driver gives none
     std::string ic;
     std::string module;
-    uint64_t period_seconds;               // time between two samples; 0 for listen
+    uint64_t period_seconds = 0;           // time between two samples; 0 for listen
     std::vector<CheckedTrigger> triggers;  // the complete ones
 };
 
@@ -41,9 +42,9 @@ struct CheckedSection {
 // file seems to ask for; a note is none.
 struct Finding {
     int line;  // 0 when it is about the file as a whole
-    bool is_warning;
     std::string text;
-    std::string log;  // what the daemon logs about it; empty when it says nothing
+    std::string log = {};  // what the daemon logs about it; empty when it says nothing
+    bool is_warning = true;
 };
 
 struct CheckedConfig {

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <set>
+#include <utility>
 
 #include "config/section_fields.h"
 #include "config/value_readers.h"
@@ -54,6 +55,7 @@ const struct {
      "num_triggers must come first and count all triggers: none is open here" REST_UNREAD},
     {"Invalid trigger numbers value", "num_triggers must be exactly one number" REST_UNREAD},
     {"Invalid sampling period value", "sampling_period must be exactly one number" REST_UNREAD},
+    // What else is Invalid, or Ivalid.
     {"valid ", "no value that can be read" REST_UNREAD},
 };
 
@@ -88,55 +90,44 @@ std::string quoted(const std::string& text) {
     return "\"" + text + "\"";
 }
 
-// Number of characters that must change to make one word of the other, in any case of letters.
-size_t distance(const std::string& one, const std::string& other) {
-    std::vector<size_t> row(other.size() + 1);
-    for (size_t j = 0; j <= other.size(); ++j) {
-        row[j] = j;
+// Whether the word becomes the keyword when at most `slips` of its characters are replaced, added or left
+// out, in any case of letters.
+bool is_similar(const char* word, const char* keyword, int slips) {
+    while (*word != '\0' && strncasecmp(word, keyword, 1) == 0) {
+        ++word;
+        ++keyword;
     }
-    for (size_t i = 1; i <= one.size(); ++i) {
-        size_t diagonal = row[0];
-        row[0] = i;
-        for (size_t j = 1; j <= other.size(); ++j) {
-            const bool same = strncasecmp(&one[i - 1], &other[j - 1], 1) == 0;
-            const size_t replaced = diagonal + (same ? 0 : 1);
-            diagonal = row[j];
-            row[j] = std::min({replaced, row[j] + 1, row[j - 1] + 1});
-        }
+    if (*word == '\0' && *keyword == '\0') {
+        return true;
     }
-    return row[other.size()];
+    if (slips == 0) {
+        return false;
+    }
+    const bool has_both = *word != '\0' && *keyword != '\0';
+    return (has_both && is_similar(word + 1, keyword + 1, slips - 1)) ||
+           (*word != '\0' && is_similar(word + 1, keyword, slips - 1)) ||
+           (*keyword != '\0' && is_similar(word, keyword + 1, slips - 1));
 }
 
 // The keyword that the word may have been meant to be, or null.
 const char* similar_keyword(const std::string& word) {
-    constexpr size_t word_max = 32;
     for (const config_field& field : config_field_table) {
-        const std::string keyword = field.keyword;
-        const size_t slips = keyword.size() > 8 ? 2 : 1;
-        if (word.size() <= word_max && distance(word, keyword) <= slips) {
+        const int slips = strlen(field.keyword) > 8 ? 2 : 1;
+        if (is_similar(word.c_str(), field.keyword, slips)) {
             return field.keyword;
         }
     }
     return nullptr;
 }
 
-// Bytes of a name that are kept, 0 when the field is no name.
-size_t name_limit(field_code field) {
-    switch (field) {
-        case FIELD_CLIENT_NAME:
-            return sizeof(setting_info::client_name) - 1;
-        case FIELD_DEVICE_NAME:
-            return sizeof(setting_info::device_name) - 1;
-        case FIELD_IC_NAME:
-            return sizeof(setting_info::ic_name) - 1;
-        case FIELD_MODULE_NAME:
-            return sizeof(setting_info::module_name) - 1;
-        case FIELD_RUNNING_TEST_SWITCH:
-            return sizeof(trigger_info::running_test_switch) - 1;
-        default:
-            return 0;
-    }
-}
+// The fields that are names, and how many bytes of them are kept.
+const std::map<field_code, size_t> name_limits = {
+    {FIELD_CLIENT_NAME, sizeof(setting_info::client_name) - 1},
+    {FIELD_DEVICE_NAME, sizeof(setting_info::device_name) - 1},
+    {FIELD_IC_NAME, sizeof(setting_info::ic_name) - 1},
+    {FIELD_MODULE_NAME, sizeof(setting_info::module_name) - 1},
+    {FIELD_RUNNING_TEST_SWITCH, sizeof(trigger_info::running_test_switch) - 1},
+};
 
 // Goes through the steps of a trace.
 class StepWalk {
@@ -161,7 +152,7 @@ class StepWalk {
 
   private:
     void warn(int line, const std::string& text, const std::string& log = "") {
-        found_.findings.push_back({line, true, text, log});
+        found_.findings.push_back({line, text, log});
     }
 
     void explain_all(int line, const std::vector<std::string>& messages) {
@@ -249,7 +240,7 @@ class StepWalk {
             warn(step.line, "algo_type counts as the first field of a section only", log);
         } else {
             found_.findings.push_back(
-                {step.line, false, quoted(step.text) + " is no field: its line is passed over", log});
+                {step.line, quoted(step.text) + " is no field: its line is passed over", log, false});
         }
     }
 
@@ -314,7 +305,7 @@ class StepWalk {
         if (words.empty()) {
             return;
         }
-        if (name_limit(field_->code) > 0) {
+        if (name_limits.count(field_->code) != 0) {
             check_name_value(step.line, words);
         } else if (field_->code == FIELD_ACTION) {
             check_actions(step.line, words);
@@ -332,7 +323,7 @@ class StepWalk {
             warn(line, keyword + " takes the word " + quoted(words[0]) + ": its own value is missing");
             return;
         }
-        check_name(line, keyword, words[0], name_limit(field_->code));
+        check_name(line, keyword, words[0], name_limits.at(field_->code));
         if (words.size() > 1) {
             warn(line, keyword + " takes the first word only, " + quoted(words[0]));
         }

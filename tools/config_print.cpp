@@ -36,7 +36,8 @@ std::string format_action(const Terminal& terminal, const CheckedAction& action)
     if (action.operation == nullptr) {
         return word + " " + paint(terminal, Colour::YELLOW, "nothing");
     }
-    return word + " " + action.operation + paint(terminal, Colour::DIM, std::string(": ") + action.does);
+    return word + " " + action.operation->name +
+           paint(terminal, Colour::DIM, std::string(": ") + action.operation->does);
 }
 
 std::string format_block(const Terminal& terminal, const CheckedSection& section) {
@@ -105,8 +106,8 @@ std::string format_lines(const CheckedConfig& config) {
                  trigger.fires ? "fires" : "never-fires"});
             for (const CheckedAction& action : trigger.actions) {
                 add({"action", std::to_string(trigger.line), action_word(action),
-                     action.operation != nullptr ? action.operation : "",
-                     action.does != nullptr ? action.does : ""});
+                     action.operation != nullptr ? action.operation->name : "",
+                     action.operation != nullptr ? action.operation->does : ""});
             }
         }
     }
@@ -115,10 +116,6 @@ std::string format_lines(const CheckedConfig& config) {
              finding.log});
     }
     return text;
-}
-
-json null_or(const char* text) {
-    return text != nullptr ? json(text) : json(nullptr);
 }
 
 }  // namespace
@@ -147,10 +144,15 @@ std::string format_config_json(const CheckedConfig& config) {
         for (const CheckedTrigger& trigger : section.triggers) {
             json actions = json::array();
             for (const CheckedAction& action : trigger.actions) {
-                actions.push_back({{"client", action.client},
-                                   {"slot", action.slot},
-                                   {"operation", null_or(action.operation)},
-                                   {"does", null_or(action.does)}});
+                json done = {{"client", action.client},
+                             {"slot", action.slot},
+                             {"operation", nullptr},
+                             {"does", nullptr}};
+                if (action.operation != nullptr) {
+                    done["operation"] = action.operation->name;
+                    done["does"] = action.operation->does;
+                }
+                actions.push_back(done);
             }
             shown["triggers"].push_back({{"line", trigger.line},
                                          {"number", trigger.number},
