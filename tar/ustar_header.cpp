@@ -59,8 +59,8 @@ int64_t parse_number_field(const char* field, size_t width) {
 }
 
 unsigned int ustar_checksum(const ustar_header& header) {
-    ustar_header summed = header;
-    memset(summed.chksum, ' ', sizeof summed.chksum);
-    const auto* const bytes = reinterpret_cast<const unsigned char*>(&summed);
-    return std::accumulate(bytes, bytes + sizeof summed, 0U);
+    const auto* const bytes = reinterpret_cast<const unsigned char*>(&header);
+    const unsigned char* const field = bytes + offsetof(ustar_header, chksum);
+    const unsigned int sum = std::accumulate(bytes, bytes + sizeof header, 0U);
+    return sum - std::accumulate(field, field + sizeof header.chksum, 0U) + sizeof header.chksum * ' ';
 }
