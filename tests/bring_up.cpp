@@ -5,9 +5,11 @@
 
 #include <algorithm>
 #include <cstring>
+#include <sstream>
 
 #include "clients/registry.h"
 #include "config/config_parser.h"
+#include "platform/text.h"
 #include "triggers/command_message.h"
 
 std::string section_text(const std::string& server, const std::string& client, const std::string& fields) {
@@ -25,6 +27,11 @@ void bring_up(const std::string& configuration, bool commercial) {
     ASSERT_EQ(0, parse_config_file(nullptr));
 }
 
+void name_device(const char* client, const char* device_name) {
+    const MutexLock lock(client_names_lock);
+    copy_text(get_client_by_name(client)->device_name, device_name);
+}
+
 std::vector<std::string> messages_of(const std::string& operation, const LogCapture& log) {
     const std::string prefix = "[M/" + operation + "] ";
     std::vector<std::string> messages;
@@ -34,6 +41,34 @@ std::vector<std::string> messages_of(const std::string& operation, const LogCapt
         }
     }
     return messages;
+}
+
+std::vector<std::string> reports_on_disk() {
+    constexpr char banner[] = "\n========Device Bugreport========\n";
+    std::vector<std::string> reports;
+    for (int index = 0; index < 4; ++index) {
+        const std::string record = read_file(record_path(index));
+        for (size_t at = 0, end; at < record.size(); at = end) {
+            end = std::min(record.find(banner, at + 1), record.size());
+            reports.push_back(record.substr(at, end - at));
+        }
+    }
+    return reports;
+}
+
+std::vector<std::string> take_archived_beside_record() {
+    std::istringstream list(output_of("cd /data/kvdx_logs/dmd_log; tar -tzf *.tar.gz; rm *.tar.gz"));
+    std::vector<std::string> names;
+    for (std::string name; std::getline(list, name);) {
+        names.push_back(name);
+    }
+    const auto record = std::find(names.begin(), names.end(), std::string(RECORD + 1));
+    EXPECT_NE(names.end(), record);
+    if (record != names.end()) {
+        names.erase(record);
+    }
+    std::sort(names.begin(), names.end());
+    return names;
 }
 
 bool connect_to_commands(const UniqueFd& socket) {

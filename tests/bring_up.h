@@ -18,8 +18,17 @@ std::string trigger(int error_no, const std::string& actions);
 // Builds the registry and the settings. On a commercial build no archives are made.
 void bring_up(const std::string& configuration, bool commercial = true);
 
+// Gives a client the name of a device, as its driver would.
+void name_device(const char* client, const char* device_name);
+
 // The messages that the operation has logged, without its name.
 std::vector<std::string> messages_of(const std::string& operation, const LogCapture& log);
+
+// The text of each report in all record files, head and all.
+std::vector<std::string> reports_on_disk();
+
+// The names in the archive that a report has left, sorted, without the record file's; removes the archive.
+std::vector<std::string> take_archived_beside_record();
 
 // A connection to the command socket; invalid when there was none to be had.
 UniqueFd connect_to_commands();

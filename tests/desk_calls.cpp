@@ -1,6 +1,9 @@
 #include "tests/desk_calls.h"
 
+#include <linux/filter.h>
+#include <linux/seccomp.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/select.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -8,9 +11,13 @@
 #include <atomic>
 #include <cerrno>
 #include <condition_variable>
+#include <cstddef>
 #include <cstdint>
 #include <ctime>
 #include <mutex>
+#include <thread>
+
+#include <gtest/gtest.h>
 
 namespace {
 
@@ -18,6 +25,8 @@ std::atomic<unsigned int> slept{0};
 std::atomic<int> synced{0};
 std::atomic<int64_t> held_clock_ms{0};  // 0: the clock runs
 std::atomic<int64_t> passed_ms{0};      // that the daemon's clock is ahead of that
+
+std::atomic<bool> next_select_fails{false};
 
 // Outlives every test, like the daemon's threads.
 struct Gate {
@@ -42,6 +51,10 @@ int files_synced() {
     return synced.load();
 }
 
+void fail_next_select() {
+    next_select_fails = true;
+}
+
 void hold_clock(int64_t milliseconds) {
     held_clock_ms = milliseconds;
 }
@@ -55,6 +68,29 @@ void let_a_sleep_pass() {
     const std::lock_guard<std::mutex> lock(gate().mutex);
     ++gate().passes;
     gate().changed.notify_all();
+}
+
+// Root may start processes beyond every limit, so the refusal comes from a filter of system calls.
+void run_without_processes(const std::function<void()>& run) {
+#ifdef SYS_vfork
+    constexpr unsigned int VFORK = SYS_vfork;
+#else
+    constexpr unsigned int VFORK = SYS_clone;
+#endif
+    std::thread thread([&run] {
+        sock_filter steps[] = {
+            BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+            BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, VFORK, 1, 0),
+            BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_clone, 0, 1),  // by which others fork
+            BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EAGAIN),
+            BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+        };
+        const sock_fprog filter = {sizeof steps / sizeof *steps, steps};
+        ASSERT_EQ(0, prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0));
+        ASSERT_EQ(0, prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter));
+        run();
+    });
+    thread.join();
 }
 
 // A millisecond for each call keeps a loop that waits from spinning.
@@ -79,6 +115,10 @@ extern "C" int select(int count, fd_set* reads, fd_set* writes, fd_set* exceptio
     const bool timed = limit != nullptr && !gate().closed;
     lock.unlock();
     const int ready = pselect(count, reads, writes, exceptions, timed ? &wait : nullptr, nullptr);
+    if (next_select_fails.exchange(false)) {
+        errno = EBADF;
+        return -1;
+    }
     if (limit != nullptr && ready == 0) {
         slept += static_cast<unsigned int>((limit_ms + 500) / 1000);
         passed_ms += limit_ms;

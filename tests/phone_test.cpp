@@ -57,6 +57,10 @@ struct stat status_of(const std::string& path) {
     return status;
 }
 
+mode_t mode_of(const std::string& path) {
+    return status_of(path).st_mode & 07777;
+}
+
 void set_file_time(const std::string& path, time_t seconds, long nanoseconds) {
     const timespec times[2] = {{seconds, nanoseconds}, {seconds, nanoseconds}};
     ASSERT_EQ(0, utimensat(AT_FDCWD, path.c_str(), times, 0)) << path;
@@ -78,6 +82,16 @@ std::vector<std::string> names_in(const std::string& directory) {
 void make_sparse_file(const std::string& path, off_t size) {
     write_file(path, "");
     ASSERT_EQ(0, truncate(path.c_str(), size)) << path;
+}
+
+void replace_command(const std::string& name, const std::string& script) {
+    const std::string path = "/system/bin/" + name;
+    write_file(path, "#!/bin/sh\n" + script + "\n");
+    ASSERT_EQ(0, chmod(path.c_str(), 0755));
+}
+
+std::string record_path(int index) {
+    return std::string(LOG_DIR) + "/dmd_record_" + std::to_string(index) + ".txt";
 }
 
 void make_output_files(const std::vector<output_file>& files) {

@@ -24,11 +24,19 @@ void write_file(const std::string& path, const std::string& content);
 std::string read_file(const std::string& path);
 bool exists(const std::string& path);
 struct stat status_of(const std::string& path);
+// The permission bits of what is there, no link followed.
+mode_t mode_of(const std::string& path);
 void set_file_time(const std::string& path, time_t seconds, long nanoseconds = 0);
 // Names in a directory, sorted; none when there is no such directory.
 std::vector<std::string> names_in(const std::string& directory);
 // Creates a file that has the size but takes no room.
 void make_sparse_file(const std::string& path, off_t size);
+
+// Puts a shell script in the place of a command of the phone.
+void replace_command(const std::string& name, const std::string& script);
+
+// The path of a record file, numbered from 0.
+std::string record_path(int index);
 
 // Files of the output directory: their names, sizes in bytes and modification times.
 struct output_file {
