@@ -2,111 +2,167 @@
 #include <pthread.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <future>
-#include <tuple>
 
 #include "clients/dispatch.h"
 #include "clients/registry.h"
 #include "tests/bring_up.h"
 #include "tests/desk_calls.h"
 
-TEST(Audio, FilesAreMadePackedAndRemoved) {
-    ASSERT_EQ(0, dmd_client_init());
-    ASSERT_EQ(0, chdir("/data"));
-    // The shell's cat and rm are noted like the phone's own commands. What has no folder is looked for here.
-    output_of(R"(cd /system/bin; echo '#!/bin/sh
-        echo ${0##*/} $* >>/data/commands.log; /bin/${0##*/} $*' >cat; chmod +x cat; cp cat rm; cd /data
-        mkdir -p ruvo_logs/hifi_log ruvo_logs/zc8830_log; touch hifi.log hifi.bin hifi3.bin hifi3_ocram.bin
-        touch hifi3_tcm.bin zc8830_ocram.bin zc8830_reg.bin zc8830_tcm.bin; cp hifi.* ruvo_logs/hifi_log
-        cp zc* ruvo_logs/zc8830_log)");
-    const std::string take_commands = "touch commands.log; sed '/^top/d' commands.log; /bin/rm commands.log";
-    // The last match in the order of a directory is the one that counts.
-    const auto last = [](const std::string& names, const std::string& directory, const std::string& form) {
-        return output_of("printf %s \"$(ls -U " + directory + " | sed -nE 's,^(" + names + ")$," + form +
-                         ",p' | tail -n 1)\"");
+namespace {
+
+#define IMAGES "data/ruvo_logs/memorydump/"
+#define HIFI_LOGS "data/ruvo_logs/hifi_log/"
+#define CODEC_LOGS "data/ruvo_logs/zc8830_log/"
+
+using files = std::vector<std::string>;
+
+const files CODEC_DUMP = {"data/zc8830dump.log"};
+const files MEDIA_LOGS = {"data/audio_policy.log", "data/audio_flinger.log", "data/audio.log",
+                          "data/media_player.log", "data/mediadump.log"};
+const files RESET_FILES = {HIFI_LOGS "hifi.log", HIFI_LOGS "hifi.bin", CODEC_LOGS "zc8830_ocram.bin",
+                           CODEC_LOGS "zc8830_reg.bin", CODEC_LOGS "zc8830_tcm.bin"};
+
+files sorted(const std::vector<files>& parts) {
+    files all;
+    for (const files& part : parts) {
+        all.insert(all.end(), part.begin(), part.end());
+    }
+    std::sort(all.begin(), all.end());
+    return all;
+}
+
+void make_files(const files& names) {
+    for (const std::string& name : names) {
+        output_of("mkdir -p '/" + name.substr(0, name.rfind('/')) + "'; touch '/" + name + "'");
+    }
+}
+
+int dump(const char* client, int slot) {
+    return dmd_dump_error(get_client_by_name(client), 7, slot, "on");
+}
+
+// The one of the names that the directory lists last.
+std::string last_listed(const std::string& directory, const files& names) {
+    std::string last;
+    const UniqueDir dir(opendir(directory.c_str()));
+    while (const dirent* const entry = readdir(dir.get())) {
+        if (std::count(names.begin(), names.end(), entry->d_name) > 0) {
+            last = entry->d_name;
+        }
+    }
+    return last;
+}
+
+}  // namespace
+
+TEST(Audio, StateIsWrittenToFiles) {
+    bring_up("", false);
+    replace_command("cat", "echo cat $* >>/data/commands.log\nexec /bin/cat $*");
+    const auto dump_all = [] {
+        for (const int slot : {0, 1, 2}) {
+            EXPECT_EQ(0, dump("dsm_audio", slot));
+        }
+        return read_file("/data/commands.log");
     };
-    const auto each = [](const std::string& form, const std::string& words) {
-        return words.empty() ? "" : output_of("printf '" + form + "' " + words);
+    const std::string commands = dump_all();
+    EXPECT_EQ(0U, commands.find("cat /sys/kernel/debug/zc8830/rh\ncat /proc/hifidebug/dspdumplog\n"
+                                "dumpsys media.audio_policy\ndumpsys media.audio_flinger\ndumpsys audio\n"
+                                "dumpsys media.player\ndebuggerd -b "));
+    EXPECT_EQ(read_file("/sys/kernel/debug/zc8830/rh"), read_file("/data/zc8830dump.log"));
+    for (const std::string& name : MEDIA_LOGS) {
+        EXPECT_NE("", read_file("/" + name)) << name;
+    }
+    set_commercial(true);
+    EXPECT_EQ(commands, dump_all()) << "a commercial build runs none";
+}
+
+TEST(Audio, TheMediaServerListedLastIsDumped) {
+    bring_up("", false);
+    output_of("cd /proc; rm -r $(grep -ls '^Name:.mediaserver$' [0-9]*/status | cut -d/ -f1)");
+    EXPECT_EQ(0, dump("dsm_audio", 2));
+    EXPECT_EQ(1, count_of(read_file("/data/commands.log"), "debuggerd -b\n")) << "there is none";
+    output_of("cd /proc; mkdir 4240 4241 4242 4243 424x");
+    write_file("/proc/4240/status", "Name:\tmediaserver\n");
+    write_file("/proc/4241/status", "Name:\tmediaserver\nState: S");
+    write_file("/proc/4242/status", "Name:\tmediaserverd\n");
+    write_file("/proc/4243/status", "Name:\n mediaserver\n");
+    write_file("/proc/424x/status", "Name:\tmediaserver\n");
+    EXPECT_EQ(0, dump("dsm_audio", 2));
+    const std::string last = last_listed("/proc", {"4240", "4241"});
+    EXPECT_EQ(1, count_of(read_file("/data/commands.log"), "debuggerd -b " + last + "\n"));
+}
+
+TEST(Audio, ReportsCarryTheirFilesAndRemoveWhatWasMadeForThem) {
+    const files soc_images = {IMAGES "m/hifi3.bin", IMAGES "m/hifi3_ocram.bin", IMAGES "m/hifi3_tcm.bin"};
+    const files codec_images = {IMAGES "m/zc8830_reg.bin", IMAGES "m/zc8830_ocram.bin",
+                                IMAGES "m/zc8830_tcm.bin"};
+    const files log = {HIFI_LOGS "m/hifi.log"};
+    const struct {
+        const char* client;
+        int slot;
+        files stay, go;
+        unsigned int searched_for;  // folders, each after five seconds
+    } reports[] = {
+        {"dsm_audio", 3, {}, {}, 0},
+        {"dsm_audio", 4, sorted({log, RESET_FILES}), sorted({CODEC_DUMP, MEDIA_LOGS}), 1},
+        {"dsm_audio", 5, sorted({soc_images, log}), {}, 2},
+        {"dsm_audio", 6, sorted({codec_images, RESET_FILES}), {}, 1},
+        {"dsm_anc_hs", 0, {}, CODEC_DUMP, 0},
+        {"dsm_maxim_smartpa", 1, {}, CODEC_DUMP, 0},
     };
-    const std::string codec = "/data/zc8830dump.log ", read_codec = "cat /sys/kernel/debug/zc8830/rh\n";
-    const auto media = each("/data/%s.log ", "audio_policy audio_flinger audio media_player mediadump");
-    const std::string fixed = each("/data/ruvo_logs/hifi_log/hifi.%s ", "log bin") +
-                              each("/data/ruvo_logs/zc8830_log/zc8830_%s.bin ", "ocram reg tcm");
-    // No folders and the phone's media server; folders and no server; long names and two servers.
-    const std::string folders = R"(; mkdir -p memorydump; for d in hifi_log memorydump; do /bin/rm -rf $d/*/
-        for n in "a $l" $(printf x%0130d) 0$l b$l c$l "d $l" 9$l; do mkdir "$d/$n"; cp ../hifi* "$d/$n"
-        cp ../zc*.bin "$d/$n"; done; /bin/rm $d/[09]*/*; done
-        cd /proc; /bin/rm -rf $(grep -ls '^Name:.mediaserver$' */status | cut -d/ -f1))";
-    const std::string longest = "l=" + std::string(45, 'l') + folders + R"(
-        for p in 0 1 2 3; do mkdir 424$p; echo Name: mediaserver >424$p/status; done
-        echo Name: mediaserverd >4240/status; printf 'Name:\n mediaserver' >4241/status)";
-    // Last in a row: commands that make files; files removed; files packed where there is a report; seconds.
-    using Text = std::string;
-    using Row = std::tuple<Text, int, Text, Text, Text, Text, unsigned int>;
-    for (const Text& setup : {Text(":"), "l=" + folders, longest}) {
-        output_of("cd ruvo_logs; " + setup);
-        const auto dumps = last("[bc].*", "ruvo_logs/memorydump", "/data/ruvo_logs/memorydump/&/");
-        const auto logs = last("[bc].*", "ruvo_logs/hifi_log", "/data/ruvo_logs/hifi_log/&/");
-        const auto images = each(dumps + "hifi3%s.bin ", "'' _ocram _tcm") + logs + "hifi.log ";
-        const auto codec_images = each(dumps + "zc8830_%s.bin ", "reg ocram tcm") + fixed;
-        const auto services =
-            each("dumpsys %s\\n", "media.audio_policy media.audio_flinger audio media.player") +
-            output_of(
-                "cd /proc; printf 'debuggerd -b'; for p in $(ls -U); do grep -qs '^Name:.mediaserver$' "
-                "$p/status && echo \" $p\"; done | tail -n 1 | tr -d '\\n'; echo");
-        for (const auto& [name, slot, operation, made, removed, packed, seconds] :
-             {Row("dsm_audio", 0, "codec_dump_error", read_codec, "", "", 0),
-              Row("dsm_audio", 1, "hifi_force_dump_error", "cat /proc/hifidebug/dspdumplog\n", "", "", 0),
-              Row("dsm_audio", 2, "media_dump_error", services, "", "", 0),
-              Row("dsm_audio", 5, "soc_hifi_reset_dump_error", "", "", images, 10),
-              Row("dsm_audio", 6, "codec_hifi_reset_dump_error", "", "", codec_images, 5),
-              Row("dsm_audio", 4, "audio_dump_error", "", codec + media,
-                  logs + "hifi.log " + codec + media + fixed, 5),
-              Row("dsm_anc_hs", 0, "maxim_smartpa_dump_error", read_codec, codec, codec, 0),
-              Row("dsm_maxim_smartpa", 1, "maxim_smartpa_dump_error", read_codec, codec, codec, 0)}) {
-            SCOPED_TRACE(operation + setup);
-            dmd_client* const client = get_client_by_name(name.c_str());
-            const unsigned int slept = seconds_slept();
-            const LogCapture log;
-            set_commercial(false);
-            report_error(name, 7, "text");
-            EXPECT_EQ(0, dmd_dump_error(client, 7, slot, "on"));
-            EXPECT_EQ(made + each("rm %s\\n", removed), output_of(take_commands));
-            const unsigned int left_alone = setup == ":" ? 0 : seconds / 5 * 3;  // three at each search
-            EXPECT_EQ(left_alone, static_cast<unsigned int>(log.count("] leave /data/ruvo_logs/")));
-            const std::vector<Text> messages = messages_of("dmd_direct_output", log);
-            EXPECT_EQ(setup == longest && (slot == 4 || slot == 6), messages.size() == 2);
-            // What has no room in the command of 767 characters is left out whole.
-            const Text rest = messages.size() > 1 ? messages[0].substr(messages[0].find('/')) : "";
-            EXPECT_TRUE(rest.empty() || messages[1].size() - 13 + rest.find(' ') >= 767);
-            const Text list = "cd kvdx_logs/dmd_log; (tar -tzf *.gz; /bin/rm *.gz; echo " + rest +
-                              ") | sed 's,^data,/data,'";
-            EXPECT_TRUE(packed.empty() || RECORD + (" " + packed) == output_of(list + " | tr -s '\n ' ' '"))
-                << packed;
-            // Nothing pending on a commercial build, and an argument that is none.
-            phone_do({"reset"});
-            set_commercial(true);
-            EXPECT_EQ(0, dmd_dump_error(client, 7, slot, "on"));
-            EXPECT_EQ(packed.empty() ? 0 : -1, client->dump[slot](client, 7, nullptr));
-            EXPECT_EQ(packed.empty() ? 1U : 3U, messages_of(operation, log).size());
-            EXPECT_EQ(each("rm %s\\n", removed), output_of(take_commands));
-            EXPECT_EQ(seconds, seconds_slept() - slept);
+    bring_up("", false);
+    for (const auto& r : reports) {
+        SCOPED_TRACE(std::string(r.client) + " " + std::to_string(r.slot));
+        make_files(sorted({r.stay, r.go}));
+        report_error(r.client, 7, "text");
+        const unsigned int slept = seconds_slept();
+        EXPECT_EQ(0, dump(r.client, r.slot));
+        EXPECT_EQ(5 * r.searched_for, seconds_slept() - slept);
+        EXPECT_EQ(sorted({r.stay, r.go}), take_archived_beside_record());
+        make_files(r.go);
+        phone_do({"reset"});
+        EXPECT_EQ(0, dump(r.client, r.slot)) << "with nothing to report";
+        for (const std::string& name : r.go) {
+            EXPECT_FALSE(exists("/" + name)) << name;
+        }
+        for (const std::string& name : r.stay) {
+            EXPECT_TRUE(exists("/" + name)) << name;
         }
     }
 }
 
+TEST(Audio, ImagesComeFromTheLastFolderThatAListCanHold) {
+    bring_up("", false);
+    ASSERT_EQ(0, chdir("/data"));
+    make_files({"data/hifi3.bin", "data/hifi.log"});
+    report_error("dsm_audio", 7, "text");
+    EXPECT_EQ(0, dump("dsm_audio", 5));
+    EXPECT_EQ((files{"hifi.log", "hifi3.bin"}), take_archived_beside_record()) << "without a folder";
+
+    // The last ones in most file systems' order are those that will not do.
+    output_of("mkdir -p /" IMAGES "without");
+    make_files({IMAGES + std::string(130, 'x') + "/hifi3.bin", IMAGES "with blank/hifi3.bin",
+                IMAGES "a/hifi3.bin", IMAGES "b/hifi3.bin", IMAGES "c/hifi3.bin"});
+    report_error("dsm_audio", 7, "text");
+    const LogCapture log;
+    EXPECT_EQ(0, dump("dsm_audio", 5));
+    EXPECT_EQ((files{IMAGES + last_listed("/" IMAGES, {"a", "b", "c"}) + "/hifi3.bin", "hifi.log"}),
+              take_archived_beside_record());
+    EXPECT_EQ(2, log.count("[M/find_dump_file_dir] leave /" IMAGES));
+}
+
 TEST(Audio, ImagesAreWaitedForUnderTheClientsLock) {
-    set_commercial(false);
-    ASSERT_EQ(0, dmd_client_init());
+    bring_up("", false);
     dmd_client* const audio = get_client_by_name("dsm_audio");
     report_error("dsm_audio", 7, "text");
     hold_sleeps();
-    auto dump = std::async(std::launch::async, dmd_dump_error, audio, 7, 6, "on");
+    auto dumped = std::async(std::launch::async, dump, "dsm_audio", 6);
     EXPECT_TRUE(wait_until([] { return seconds_slept() == 5; }));
     EXPECT_NE(0, pthread_mutex_trylock(&audio->mutex.handle));
-    output_of("mkdir -p /data/ruvo_logs/memorydump/a; touch /data/ruvo_logs/memorydump/a/zc8830_reg.bin");
+    make_files({IMAGES "a/zc8830_reg.bin"});
     let_a_sleep_pass();
-    EXPECT_EQ(0, dump.get());
-    EXPECT_EQ("data/ruvo_logs/memorydump/a/zc8830_reg.bin\n",
-              output_of("tar -tzf /data/kvdx_logs/dmd_log/*.gz | grep memorydump"));
+    EXPECT_EQ(0, dumped.get());
+    EXPECT_EQ(files{IMAGES "a/zc8830_reg.bin"}, take_archived_beside_record());
 }
