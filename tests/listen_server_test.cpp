@@ -10,6 +10,7 @@
 #include "servers/listen_server.h"
 #include "tests/bring_up.h"
 #include "tests/desk_calls.h"
+#include "triggers/command_server.h"
 
 namespace {
 
@@ -239,4 +240,18 @@ TEST(ListenServer, WaitsWhileTheDriverBringsNothing) {
     phone_do({"die"});
     ASSERT_TRUE(log.wait_for("get client error failed", 3));
     EXPECT_GE(seconds_slept() - slept, 1U);
+}
+
+TEST(ListenServer, EndsAloneWhenItCannotWait) {
+    LogCapture log;
+    start_listening(section("dsm_tp", "num_triggers 1\n" + trigger(1, "dsm_tp+0")));
+    ASSERT_EQ(0, dmd_command_sever_init());
+    const size_t threads = names_in("/.phone/proc/self/task").size();
+    fail_next_select();
+    report_error("dsm_tp", 1, "wakes the thread");
+    EXPECT_TRUE(wait_until([&] { return names_in("/.phone/proc/self/task").size() == threads - 1; }));
+    EXPECT_EQ((std::vector<std::string>{"Enter select", "Dmd listen server select error"}),
+              loop_messages(log));
+    ASSERT_TRUE(send_bytes(connect_to_commands(), command_message("dsm_lcd", 0, 2)));
+    EXPECT_TRUE(log.wait_for("dsm_lcd finish dump"));
 }
