@@ -3,13 +3,14 @@
 
 #include "clients/dispatch.h"
 #include "clients/registry.h"
-#include "platform/text.h"
+#include "platform/properties.h"
 #include "tests/bring_up.h"
 #include "tests/desk_calls.h"
 
 namespace {
 
-const std::string ENABLE = "/dev/__properties__/debug.frame_dump_enable";
+constexpr char ENABLE[] = "debug.frame_dump_enable";
+constexpr char ONE_FRAME[] = "echo x >x.bmp";
 
 // Dumps of one number would wait for each other's second to pass.
 int dump(const char* RT_switch = "on") {
@@ -17,75 +18,113 @@ int dump(const char* RT_switch = "on") {
     return dmd_force_dump_error(get_client_by_name("dsm_lcd"), ++error_no, 1, RT_switch);
 }
 
-// Has the graphics service run commands in an empty folder of frames, and set the property.
+// Has the graphics service run commands in an empty folder of frames, and then set the property.
 void answer_with(const std::string& commands, const std::string& property) {
-    ASSERT_EQ(0, system("rm -rf /data/kvdx_logs /data/hwcdump/*"));
-    const std::string note = "#!/bin/sh\ncd /dev/__properties__; echo $* $(grep -h . debug.*) >/data/asked\n";
-    write_file("/system/bin/dumpsys",
-               note + "cd /data/hwcdump; " + commands + "\necho " + property + " >" + ENABLE);
+    output_of("rm -rf /data/kvdx_logs /data/hwcdump/*");
+    replace_command("dumpsys",
+                    "cd /dev/__properties__; echo $* $(grep -h . debug.*) >/data/asked\n"
+                    "cd /data/hwcdump; " +
+                        commands +
+                        "\n"
+                        "echo " +
+                        property + " >/dev/__properties__/" + ENABLE);
+}
+
+std::string saved_frames() {
+    return output_of("cat /data/kvdx_logs/dmd_log/*.gz 2>/dev/null | gzip -dcf | sort");
 }
 
 }  // namespace
 
 TEST(Display, SavesEachFrameOnItsOwn) {
     bring_up("", false);
-    {
-        const MutexLock lock(client_names_lock);
-        copy_text(get_client_by_name("dsm_lcd")->device_name, "lcddev");
-    }
-    ASSERT_EQ(0, mknod("/data/socket", S_IFSOCK | 0644, 0));
-    const std::string frame = "echo x >x.bmp", timeout = "graphic dump timeout.";
-    // What the graphics service sets and does, and the message of the failure. An empty frame is one.
-    const std::vector<std::string> cases[] = {
-        {"0", "touch bmp; touch -d @1 a.bmp; touch -d 1day b.bmp; sleep 1.1; echo c >c.bmp.x; sleep 1.1", ""},
-        {"0", "echo a >a.bmp; echo b >b.bmp", ""},
-        {"-1", frame, ""},
-        {"abc", frame, ""},
-        {"4294967295", frame, ""},
-        {"2", frame, timeout},
-        {"", frame, timeout},
-        {"0", "ln -s none x.bmp", "get /data/hwcdump/x.bmp's information failed"},
-        {"0", "mv ../socket x.bmp; touch x.bmp", "Unable to open /data/hwcdump/x.bmp-No such device"},
-        {"0", "touch x.bmp", "graphics dumped file mmap failed, Invalid argument."},
-        {"0", "mkfifo x.bmp", "graphics dumped file mmap failed, Invalid argument."},
-        {"0", "truncate -s 2G x.bmp", "graphics dumped file mmap failed, File too large."},
-    };
+    name_device("dsm_lcd", "lcddev");
     const int descriptors = open_descriptors("self");
-    for (const auto& c : cases) {
-        const std::string &property = c[0], &commands = c[1], &failure = c[2];
-        SCOPED_TRACE(property + ": " + commands);
-        answer_with(commands, property);
-        const LogCapture log;
-        EXPECT_EQ(failure.empty() ? 0 : -1, dump());
-        EXPECT_EQ(failure.empty() ? output_of("cd /data/hwcdump; cat $(ls -U)") : "",
-                  output_of("cat /data/kvdx_logs/dmd_log/*.gz 2>/dev/null | gzip -dcf"));
-        EXPECT_TRUE(log.has("[M/lcd_force_dump_error] " + failure));
-        EXPECT_EQ(failure == timeout ? 60 : 0, log.count("] waiting for the graphics dump ..."));
-    }
-    EXPECT_EQ(descriptors, open_descriptors("self"));
+    answer_with(
+        "echo a >a.bmp; echo b >b.bmp.x; echo c >c; echo old >d.bmp; touch -d @1 d.bmp; "
+        "echo new >e.bmp; touch -d 1day e.bmp",
+        "0");
+    EXPECT_EQ(0, dump());
+    EXPECT_EQ("a\nb\n", saved_frames());
     EXPECT_EQ("SurfaceFlinger 2 2 1\n", read_file("/data/asked"));
+    EXPECT_EQ(0U,
+              read_file(std::string(LOG_DIR) + "/apr_info.txt").find("device_name\tlcddev\nerror_no\t2000"));
+    EXPECT_EQ(descriptors, open_descriptors("self"));
+}
 
-    answer_with(frame, "1");
+TEST(Display, WaitsForTheServiceToSayThatItIsDone) {
+    const struct {
+        const char* property;
+        bool done;
+    } answers[] = {{"0", true}, {"-1", true}, {"abc", true}, {"4294967295", true}, {"2", false}, {"", false}};
+    bring_up("", false);
+    for (const auto& answer : answers) {
+        SCOPED_TRACE(answer.property);
+        answer_with(ONE_FRAME, answer.property);
+        const LogCapture log;
+        EXPECT_EQ(answer.done ? 0 : -1, dump());
+        EXPECT_EQ(answer.done ? "x\n" : "", saved_frames());
+        EXPECT_EQ(answer.done ? 0 : 60, log.count("] waiting for the graphics dump ..."));
+        EXPECT_EQ(!answer.done, log.has("[M/lcd_force_dump_error] graphic dump timeout."));
+    }
+    answer_with(ONE_FRAME, "1");
     const unsigned int slept = seconds_slept();
     hold_sleeps();
     std::thread graphics([slept] {
         EXPECT_TRUE(wait_until([slept] { return seconds_slept() > slept; }));
-        write_file(ENABLE, "0");
+        property_set(ENABLE, "0");
         let_a_sleep_pass();
     });
     EXPECT_EQ(0, dump());
     graphics.join();
-    EXPECT_EQ(
-        0U, read_file("/data/kvdx_logs/dmd_log/apr_info.txt").find("device_name\tlcddev\nerror_no\t20013\n"));
+    EXPECT_EQ("x\n", saved_frames()) << "it looks again after a second";
+}
 
-    ASSERT_EQ(0, system(("rm /data/asked " + ENABLE).c_str()));
-    const LogCapture log;
+TEST(Display, AFrameThatCannotBeReadIsReported) {
+    const struct {
+        const char* makes;  // x.bmp
+        const char* message;
+    } frames[] = {
+        {"ln -s none x.bmp", "get /data/hwcdump/x.bmp's information failed"},
+        {"mv ../socket x.bmp; touch x.bmp", "Unable to open /data/hwcdump/x.bmp-No such device"},
+        {"touch x.bmp", "graphics dumped file mmap failed, Invalid argument."},
+        {"mkfifo x.bmp", "graphics dumped file mmap failed, Invalid argument."},
+        {"truncate -s 2G x.bmp", "graphics dumped file mmap failed, File too large."},
+    };
+    bring_up("", false);
+    ASSERT_EQ(0, mknod("/data/socket", S_IFSOCK | 0644, 0));
+    const int descriptors = open_descriptors("self");
+    for (const auto& frame : frames) {
+        answer_with(frame.makes, "0");
+        const LogCapture log;
+        EXPECT_EQ(-1, dump()) << frame.makes;
+        EXPECT_TRUE(log.has(std::string("[M/lcd_force_dump_error] ") + frame.message)) << frame.makes;
+        EXPECT_EQ("", saved_frames()) << frame.makes;
+    }
+    EXPECT_EQ(descriptors, open_descriptors("self"));
+}
+
+TEST(Display, NothingIsAskedForThatCouldNotBeSaved) {
+    bring_up("", false);
+    answer_with(ONE_FRAME, "0");
     EXPECT_EQ(-1, dump(nullptr));
     set_commercial(true);
     EXPECT_EQ(-1, dump());
     set_commercial(false);
-    EXPECT_EQ(0, system("rm -r /data/hwcdump"));
+    ASSERT_EQ(0, rmdir("/data/hwcdump"));
+    const LogCapture log;
     EXPECT_EQ(-1, dump());
-    EXPECT_FALSE(exists(ENABLE) || exists("/data/asked"));
     EXPECT_TRUE(log.has("unable to open dir: /data/hwcdump. error info:No such file or directory."));
+    EXPECT_FALSE(exists(std::string("/dev/__properties__/") + ENABLE));
+}
+
+TEST(Display, AServiceThatCannotBeAskedIsReported) {
+    bring_up("", false);
+    const LogCapture log;
+    run_without_processes([] { EXPECT_EQ(-1, dump()); });
+    EXPECT_EQ(
+        "[M/lcd_force_dump_error] system call dumpsys SurfaceFlinger failed. error:Resource temporarily "
+        "unavailable.",
+        log.lines().front());
+    EXPECT_EQ("[M/lcd_force_dump_error] graphic dump timeout.", log.lines().back());
 }
