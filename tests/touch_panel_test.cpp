@@ -5,72 +5,141 @@
 #include <atomic>
 #include <ctime>
 #include <thread>
-#include <tuple>
 
 #include "clients/dispatch.h"
 #include "clients/registry.h"
 #include "output/dump_archive.h"
+#include "platform/log.h"
 #include "platform/text.h"
 #include "tests/bring_up.h"
+#include "tests/desk_calls.h"
 
 namespace {
 
-// Slot 1 takes the cycle on, slot 2 ends it. Dumps of one number would wait for each other's second to pass.
-int step(int slot, const char* RT_switch = "on") {
+// The force-dump slots of the cycle: one takes it on, from arming to collecting, the other ends it.
+enum slot { TAKE_ON = 1, DISABLE = 2 };
+
+// Dumps of one number would wait for each other's second to pass.
+int step(slot taken, const char* RT_switch = "on") {
     static std::atomic<int> error_no{20000};
-    return dmd_force_dump_error(get_client_by_name("dsm_tp"), ++error_no, slot, RT_switch);
+    return dmd_force_dump_error(get_client_by_name("dsm_tp"), ++error_no, taken, RT_switch);
+}
+
+std::string put_settings(const char* value) {
+    std::string commands;
+    for (const char* const name : {"show_touches", "pointer_location", "haptic_feedback_enabled"}) {
+        commands += std::string("settings put system ") + name + " " + value + "\n";
+    }
+    return commands;
+}
+
+// What a driver's file holds for each part of the text, and what stands around it there.
+struct source {
+    const char* path;
+    std::string content;
+    const char* before;
+    const char* after;  // only where the file has brought something
+    const char* nothing_read;
+};
+
+const source SOURCES[] = {
+    {"/proc/touchscreen/rawdata", "RR", "", "", "read tp raw capacity failed!"},
+    {"/sys/touch_screen/synaptics_debug_test", "DD", "", "", "read tp diff capacity failed!"},
+    {"/data/input", "II", "\n", "", "read dmd_temp.txt failed!"},
+    {"/sys/class/power_supply/USB/online", "1\n", "USB insert state is:", "\n", "read USB state failed!"},
+    {"/sys/class/power_supply/Mains/online", "0\n", "CHARGER insert state is:", "\n",
+     "read charger state failed!"},
+};
+constexpr size_t CHARGER = 4;
+
+// Has the drivers show the sources' contents. Returns the text that they make.
+std::string show(const std::vector<source>& sources) {
+    replace_command("dumpsys", "cat /data/input || rm /data/dmd_temp.txt\nexit 5");
+    std::string text;
+    for (const source& shown : sources) {
+        write_file(shown.path, shown.content);
+        text += shown.before + shown.content + (shown.content.empty() ? "" : shown.after);
+    }
+    return text;
+}
+
+std::vector<source> all_sources() {
+    return {std::begin(SOURCES), std::end(SOURCES)};
+}
+
+// Goes through the cycle. Returns what it has saved, and leaves nothing of it.
+std::string saved_by_cycle(int collected = 0) {
+    EXPECT_EQ(0, step(TAKE_ON));
+    EXPECT_EQ(collected, step(TAKE_ON));
+    EXPECT_EQ(0, step(DISABLE));
+    return output_of("cd /data/kvdx_logs/dmd_log; cat *.gz 2>/dev/null | gzip -dcf; rm -f *");
 }
 
 }  // namespace
 
 TEST(TouchPanel, StepsFormACycle) {
-    bring_up("", false);
-    {
-        const MutexLock lock(client_names_lock);
-        copy_text(get_client_by_name("dsm_tp")->device_name, "tpdev");
-    }
-    const std::string put = "printf 'settings put system %s\\n' show_touches\\ ";
-    const std::string arm = output_of(put + "1 pointer_location\\ 1 haptic_feedback_enabled\\ 1");
-    const std::string disarm = output_of(put + "0 pointer_location\\ 0 haptic_feedback_enabled\\ 0");
+    const std::string arm = put_settings("1"), disarm = put_settings("0");
     const std::string collect = "screencap -p /data/kvdx_logs/dmd_log/tp_screencap.png\ndumpsys input\n";
-    // Build, slot and switch; result, commands, what the drivers hold then, and the last message.
-    const std::tuple<bool, int, const char*, int, std::string, std::string, std::string> steps[] = {
-        {false, 2, "on", -1, "", "0\n0\n0\n", "tp debug state is not idle or enable for disable."},
-        {false, 1, "on", 0, arm, "0\n0\n0\n", ""},
-        {false, 2, "on", -1, "", "0\n0\n0\n", "tp debug state is not idle or enable for disable."},
-        {false, 1, "on", 0, collect, "1\n1\n500\n", "read tp diff capacity OK!"},
-        {false, 1, "on", -1, "", "1\n1\n500\n", "tp debug state is not idle or disbale for enable."},
-        {false, 2, nullptr, -1, "", "1\n1\n500\n", "invalid client ptr or RT switch ptr!"},
-        {false, 2, "on", 0, disarm, "0\n0\n500\n", ""},
-        {false, 1, nullptr, -1, "", "0\n0\n500\n", "invalid dmd client ptr or RT_switch."},
-        {true, 2, "on", 0, disarm, "0\n0\n500\n", ""},
-        {true, 1, "on", -1, "", "0\n0\n500\n", ""},
-        {false, 2, "on", 0, disarm, "0\n0\n500\n", ""},
+    const std::string before = "0\n0\n0\n", after_collecting = "1\n1\n500\n", after_disabling = "0\n0\n500\n";
+    const std::string not_armed = "tp debug state is not idle or enable for disable.";
+    const struct {
+        const char* what;
+        bool commercial;
+        slot taken;
+        const char* RT_switch;
+        int result;
+        std::string commands;
+        std::string files;  // what is in those of the kernel log, the framework log and the vibrator then
+        std::string message;
+    } steps[] = {
+        {"nothing to disable", false, DISABLE, "on", -1, "", before, not_armed},
+        {"arm", false, TAKE_ON, "on", 0, arm, before, ""},
+        {"nothing collected yet", false, DISABLE, "on", -1, "", before, not_armed},
+        {"collect", false, TAKE_ON, "on", 0, collect, after_collecting, "read tp diff capacity OK!"},
+        {"collected already", false, TAKE_ON, "on", -1, "", after_collecting,
+         "tp debug state is not idle or disbale for enable."},
+        {"no switch to disable with", false, DISABLE, nullptr, -1, "", after_collecting,
+         "invalid client ptr or RT switch ptr!"},
+        {"disable", false, DISABLE, "on", 0, disarm, after_disabling, ""},
+        {"no switch", false, TAKE_ON, nullptr, -1, "", after_disabling,
+         "invalid dmd client ptr or RT_switch."},
+        {"can be disabled then, on any build", true, DISABLE, "on", 0, disarm, after_disabling, ""},
+        {"commercial", true, TAKE_ON, "on", -1, "", after_disabling, ""},
+        {"can be disabled then too", false, DISABLE, "on", 0, disarm, after_disabling, ""},
     };
-    for (const auto& [commercial, slot, RT_switch, result, commands, files, message] : steps) {
-        set_commercial(commercial);
+    bring_up("", false);
+    name_device("dsm_tp", "tpdev");
+    for (const auto& s : steps) {
+        SCOPED_TRACE(s.what);
+        set_commercial(s.commercial);
         write_file("/data/commands.log", "");
         const LogCapture log;
-        EXPECT_EQ(result, step(slot, RT_switch));
-        EXPECT_EQ(commands + files, output_of("cd /sys; cat /data/commands.log */*/*/qelvan_touch/loglevel "
-                                              "*/synaptics_trigger_log class/*/vibrator/enable"));
-        const auto messages = messages_of(slot == 1 ? "tp_force_dump_error" : "tp_debug_disable", log);
-        EXPECT_EQ(message, messages.empty() ? "" : messages.back());
+        EXPECT_EQ(s.result, step(s.taken, s.RT_switch));
+        EXPECT_EQ(s.commands, read_file("/data/commands.log"));
+        EXPECT_EQ(s.files, read_file("/sys/bus/platform/devices/qelvan_touch/loglevel") +
+                               read_file("/sys/touch_screen/synaptics_trigger_log") +
+                               read_file("/sys/class/timed_output/vibrator/enable"));
+        const auto messages =
+            messages_of(s.taken == TAKE_ON ? "tp_force_dump_error" : "tp_debug_disable", log);
+        EXPECT_EQ(s.message, messages.empty() ? "" : messages.back());
     }
     EXPECT_EQ(
-        0U, read_file("/data/kvdx_logs/dmd_log/apr_info.txt").find("device_name\ttpdev\nerror_no\t20004\n"));
-    // Two threads take two steps: the panel is armed once, and collected from once.
+        0U, read_file(std::string(LOG_DIR) + "/apr_info.txt").find("device_name\ttpdev\nerror_no\t20004\n"));
+}
+
+TEST(TouchPanel, TwoThreadsTakeTwoSteps) {
+    bring_up("", false);
     for (int cycle = 0; cycle < 3; ++cycle) {
-        std::thread other([] { EXPECT_EQ(0, step(1)); });
-        EXPECT_EQ(0, step(1));
+        std::thread other([] { EXPECT_EQ(0, step(TAKE_ON)) << "armed or collected from, but not twice"; });
+        EXPECT_EQ(0, step(TAKE_ON));
         other.join();
-        EXPECT_EQ(0, step(2));
+        EXPECT_EQ(0, step(DISABLE));
     }
 }
 
 TEST(TouchPanel, ADumpOfAnotherDayKeepsItsName) {
     bring_up("", false);
-    dmd_error_info info = make_error_info(20001 + 100, static_cast<int32_t>(time(nullptr)));
+    dmd_error_info info = make_error_info(20001, static_cast<int32_t>(time(nullptr)));
     ASSERT_EQ(0, mkdir_parent());
     for (int second = 0; second < 3; ++second, ++info.time) {
         char stem[PATH_SIZE];
@@ -78,11 +147,10 @@ TEST(TouchPanel, ADumpOfAnotherDayKeepsItsName) {
         write_file(std::string(stem) + ".txt.gz", "old");
     }
     dmd_client* const panel = get_client_by_name("dsm_tp");
-    EXPECT_EQ(0, dmd_force_dump_error(panel, info.error_no, 1, "on"));
-    EXPECT_EQ(0, dmd_force_dump_error(panel, info.error_no, 1, "on"));
-    EXPECT_EQ(
-        "4 3\n",
-        output_of("cd /data/kvdx_logs/dmd_log; echo $(ls *.txt.gz | wc -l) $(grep -lx old *.gz | wc -l)"));
+    EXPECT_EQ(0, dmd_force_dump_error(panel, info.error_no, TAKE_ON, "on"));
+    EXPECT_EQ(0, dmd_force_dump_error(panel, info.error_no, TAKE_ON, "on"));
+    EXPECT_EQ("4\n", output_of("ls /data/kvdx_logs/dmd_log/*.txt.gz | wc -l"));
+    EXPECT_EQ("3\n", output_of("grep -lx old /data/kvdx_logs/dmd_log/*.txt.gz | wc -l"));
 }
 
 TEST(TouchPanel, NoFileIsWaitedFor) {
@@ -93,48 +161,60 @@ TEST(TouchPanel, NoFileIsWaitedFor) {
         unlink(path);
         ASSERT_EQ(0, mkfifo(path, 0600)) << path;
     }
-    write_file("/system/bin/dumpsys", "#!/bin/sh\nrm /data/dmd_temp.txt; mkfifo /data/dmd_temp.txt\n");
-    EXPECT_EQ(0, step(1));
-    EXPECT_EQ(0, step(1));
-    for (const char* const message : {"read tp raw capacity failed!", "read tp diff capacity failed!",
-                                      "read dmd_temp.txt failed!", "read USB state failed!"}) {
-        EXPECT_TRUE(log.has(message)) << message;
+    replace_command("dumpsys", "rm /data/dmd_temp.txt; mkfifo /data/dmd_temp.txt");
+    EXPECT_EQ(0, step(TAKE_ON));
+    EXPECT_EQ(0, step(TAKE_ON));
+    for (size_t i = 0; i < CHARGER; ++i) {
+        EXPECT_TRUE(log.has(SOURCES[i].nothing_read)) << SOURCES[i].path;
     }
 }
 
-// Each source is empty once and missing once; then the text is cut at every place behind the raw data.
-TEST(TouchPanel, TextHoldsWhatCanBeReadAndFits) {
+TEST(TouchPanel, WhatASourceDoesNotBringIsLeftOut) {
     bring_up("", false);
-    write_file("/system/bin/dumpsys", "#!/bin/sh\ncat /data/input || rm /data/dmd_temp.txt\nexit 5\n");
-    // A source, the text before it, its content, the text behind it, the message when it is empty.
-    std::vector<std::string> pieces[] = {
-        {"/proc/touchscreen/rawdata", "", "RR", "", "read tp raw capacity failed!"},
-        {"/sys/touch_screen/synaptics_debug_test", "", "DD", "", "read tp diff capacity failed!"},
-        {"/data/input", "\n", "II", "", "read dmd_temp.txt failed!"},
-        {"/sys/class/power_supply/USB/online", "USB insert state is:", "1\n", "\n", "read USB state failed!"},
-        {"/sys/class/power_supply/Mains/online", "CHARGER insert state is:", "0\n", "\n",
-         "read charger state failed!"},
-    };
-    const char saved[] =
-        "cat /data/kvdx_logs/dmd_log/*.gz 2>/dev/null | gzip -dcf; rm -f /data/kvdx_logs/dmd_log/*";
-    LogCapture log;
-    for (size_t i = 0; i < 67; ++i) {
-        SCOPED_TRACE(i);
-        const bool missing = i < 10 && i % 2 == 1, dropped = i == 8;
-        pieces[0][2] = i < 10 ? "RR" : std::string(32779 - i, '\0');
-        std::string text;
-        for (size_t piece = 0; piece < 5; ++piece) {
-            const std::string content = piece == i / 2 ? "" : pieces[piece][2];
-            write_file(pieces[piece][0], content);
-            text += pieces[piece][1] + content + (content.empty() ? "" : pieces[piece][3]);
-        }
-        EXPECT_EQ(0, missing ? unlink(pieces[i / 2][0].c_str()) : 0);
+    for (size_t i = 0; i < std::size(SOURCES); ++i) {
+        SCOPED_TRACE(SOURCES[i].path);
+        std::vector<source> sources = all_sources();
+        sources[i].content = "";
+        const std::string text = show(sources);
+        LogCapture log;
+        // An empty state of the charger ends the dump, with the status of dumpsys.
+        EXPECT_EQ(i == CHARGER ? "" : text, saved_by_cycle(i == CHARGER ? 5 << 8 : 0)) << "empty";
+        EXPECT_TRUE(log.has(SOURCES[i].nothing_read));
+        ASSERT_EQ(0, unlink(SOURCES[i].path));
         log.clear();
-        EXPECT_EQ(0, step(1));
-        EXPECT_EQ(dropped ? 5 << 8 : 0, step(1));
-        EXPECT_EQ(0, step(2));
-        EXPECT_EQ(dropped ? "" : text.substr(0, 32768), output_of(saved));
+        EXPECT_EQ(text, saved_by_cycle()) << "missing";
+        EXPECT_TRUE(log.has("[M/tp_force_dump_error] Unable to open /"));
         EXPECT_FALSE(log.has("dumpsys inputfailed")) << "whatever it ended with";
-        EXPECT_TRUE(i >= 10 || log.has(missing ? "] Unable to open /" : pieces[i / 2][4]));
+    }
+}
+
+TEST(TouchPanel, TextIsCutAtItsLimitWhereverThatFalls) {
+    constexpr size_t LIMIT = 32768;
+    bring_up("", false);
+    std::vector<source> sources = all_sources();
+    const size_t others = show(sources).size() - sources[0].content.size();
+    for (size_t over = 0; over <= others + 1; ++over) {
+        sources[0].content = std::string(LIMIT - others + over, '\0');
+        const std::string text = show(sources);
+        EXPECT_TRUE(text.substr(0, LIMIT) == saved_by_cycle()) << over << " bytes too many";
+    }
+}
+
+TEST(TouchPanel, CommandsThatCannotBeStartedAreReported) {
+    bring_up("", false);
+    const LogCapture log;
+    run_without_processes([] {
+        EXPECT_EQ(-1, step(TAKE_ON));
+        EXPECT_EQ(-1, step(TAKE_ON));
+        EXPECT_EQ(-1, step(DISABLE));
+    });
+    for (const char* const failure :
+         {"show tp touch failed", "show tp pointer location failed", "open haptic feedback failed",
+          "screencap failed", "dumpsys inputfailed", "open tp kernel log failed",
+          "enable tp framework log failed", "vibrator enable failed", "disable tp kernel log failed",
+          "disable tp framework log failed", " tp touch disable failed",
+          " tp pointer location disable failed", " haptic feedback disable failed"}) {
+        const std::string reason = ". error:Resource temporarily unavailable.";
+        EXPECT_EQ(1, log.count(std::string("] ") + failure + reason)) << failure;
     }
 }
