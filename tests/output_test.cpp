@@ -34,13 +34,13 @@ TEST(OutputDir, IsCreatedLevelByLevel) {
     umask(077);
     ASSERT_EQ(0, mkdir("/data/kvdx_logs", 0700));
     EXPECT_EQ(0, mkdir_parent());
-    EXPECT_EQ(0700U, status_of("/data/kvdx_logs").st_mode & 07777U) << "what exists is left as it is";
-    EXPECT_EQ(0775U, status_of(LOG_DIR).st_mode & 07777U);
+    EXPECT_EQ(0700U, mode_of("/data/kvdx_logs")) << "what exists is left as it is";
+    EXPECT_EQ(0775U, mode_of(LOG_DIR));
     EXPECT_EQ(0, mkdir_parent());
 
     const UniqueFd fd(open_output_file(in_log_dir("f").c_str(), O_WRONLY | O_CREAT));
     EXPECT_TRUE(fd.valid());
-    EXPECT_EQ(0644U, status_of(in_log_dir("f")).st_mode & 07777U);
+    EXPECT_EQ(0644U, mode_of(in_log_dir("f")));
     EXPECT_NE(0, fcntl(fd.get(), F_GETFD) & FD_CLOEXEC);
 }
 
@@ -58,45 +58,49 @@ TEST(OutputDir, FailuresAreLogged) {
     EXPECT_TRUE(log.has("[M/mkdir_parent] mkdir /data/kvdx_logs/dmd_log - Not a directory"));
 }
 
-TEST(Commands, AreSplitAndRun) {
-    std::string most = "dmd_tar -cf";
+TEST(Commands, AnArchiveCommandIsSplit) {
+    std::string longest = "dmd_tar -cf";
     for (int word = 2; word < MAX_COMMAND_WORDS; ++word) {
-        most += "\t w\r\n";
+        longest += "\t w\r\n";
     }
-    struct {
+    const struct {
         std::string text;
-        int result, words;
-    } const cases[] = {
-        {"dmd_tar -cf  a.tar\n", 0, 3}, {" dmd_tar -cf ", -1, 2}, {"", -1, 0}, {most, 0, 31},
-        {most + " w", -1, 31},
+        bool valid;
+        int words;
+    } commands[] = {
+        {"dmd_tar -cf  a.tar\n", true, 3}, {" dmd_tar -cf ", false, 2}, {"", false, 0}, {longest, true, 31},
+        {longest + " w", false, 31},
     };
-    for (const auto& c : cases) {
+    for (const auto& command : commands) {
         const LogCapture log;
-        std::string text = c.text;
+        std::string text = command.text;
         int argc = 0;
         char* argv[MAX_COMMAND_WORDS + 1] = {};
-        EXPECT_EQ(c.result, parse_command(text.data(), &argc, argv)) << c.text;
-        EXPECT_EQ(c.words, argc) << c.text;
+        EXPECT_EQ(command.valid ? 0 : -1, parse_command(text.data(), &argc, argv)) << command.text;
+        EXPECT_EQ(command.words, argc) << command.text;
         EXPECT_EQ(nullptr, argv[argc]);
-        EXPECT_EQ(c.result == 0 ? 0 : 1, log.count("[M/parse_command] invalid compress command:"));
+        EXPECT_EQ(command.valid, !log.has("[M/parse_command] invalid compress command:")) << command.text;
     }
-    // With SIGCHLD ignored, a shell's status could not be collected.
-    signal(SIGCHLD, SIG_IGN);
-    const LogCapture log;
-    EXPECT_EQ(3, WEXITSTATUS(secure_system("exit 3")));
-    EXPECT_EQ(SIGTERM, WTERMSIG(secure_system("kill $$")));
-    EXPECT_EQ(0, secure_system("exec grep -q '^SigBlk:.0*$' /.phone/proc/self/status"));
-    EXPECT_EQ(0, secure_system("test \"$(umask) $(readlink /proc/self/fd/0)\" = '0022 /dev/null'"));
-    EXPECT_EQ(SIG_IGN, signal(SIGCHLD, SIG_DFL));
-    EXPECT_TRUE(log.has("[M/secure_system] system cmd_line:exit 3."));
 }
 
-TEST(Commands, EndHoweverTheyEnd) {
-    // What a command leaves running is not waited for, in its group or out of it.
-    EXPECT_EQ(5, WEXITSTATUS(run_command("sleep 1000 & exit 5")));
-    EXPECT_EQ(6, WEXITSTATUS(run_command("setsid sleep 1000 & exit 6")));
-    EXPECT_EQ(127, WEXITSTATUS(run_command("nowhere 2>&-")));
-    // Where the end of a command is taken from it, it does not wait for it.
+TEST(Commands, RunInAKnownStateAndLeaveTheDaemons) {
+    signal(SIGCHLD, SIG_IGN);  // so a shell's status could not be collected
+    const LogCapture log;
+    EXPECT_EQ(3, WEXITSTATUS(secure_system("exit 3")));
+    EXPECT_TRUE(log.has("[M/secure_system] system cmd_line:exit 3."));
+    EXPECT_EQ(SIGTERM, WTERMSIG(run_command("kill $$")));
+    EXPECT_EQ(0, run_command("exec grep -q '^SigBlk:.0*$' /.phone/proc/self/status"));
+    EXPECT_EQ(0, run_command("test $(umask) = 0022"));
+    EXPECT_EQ(0, run_command("test $(readlink /proc/self/fd/0) = /dev/null"));
+    EXPECT_EQ(SIG_IGN, signal(SIGCHLD, SIG_DFL));
+}
+
+TEST(Commands, WhatTheyLeaveRunningIsNotWaitedFor) {
+    EXPECT_EQ(5, WEXITSTATUS(run_command("sleep 1000 & exit 5"))) << "in their group";
+    EXPECT_EQ(6, WEXITSTATUS(run_command("setsid sleep 1000 & exit 6"))) << "out of it";
+}
+
+TEST(Commands, AStatusThatOthersTakeIsNotWaitedFor) {
     std::thread thief([] {
         EXPECT_TRUE(wait_until([] { return exists("/data/runs"); }));
         signal(SIGCHLD, SIG_IGN);
@@ -104,7 +108,9 @@ TEST(Commands, EndHoweverTheyEnd) {
     });
     EXPECT_EQ(-1, run_command("touch /data/runs; until test -e /data/go; do sleep 0.01; done"));
     thief.join();
-    // With all descriptors used up, it must not read what the daemon reads.
+}
+
+TEST(Commands, WithoutADescriptorTheyStillDoNotReadWhatTheDaemonReads) {
     rlimit all = {};
     ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &all));
     const rlimit few = {64, all.rlim_max};
@@ -112,8 +118,10 @@ TEST(Commands, EndHoweverTheyEnd) {
     while (open("/dev/null", O_RDONLY | O_CLOEXEC) >= 0) {
     }
     EXPECT_EQ(0, run_command("test $(readlink /proc/self/fd/0) = /dev/null"));
-    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &all));
-    // Without a shell it is as if the shell had found no command.
+}
+
+TEST(Commands, WithoutAShellTheyEndAsIfItHadFoundNone) {
+    EXPECT_EQ(127, WEXITSTATUS(run_command("nowhere 2>&-")));
     ASSERT_EQ(0, mount("none", "/bin", "tmpfs", 0, nullptr));
     EXPECT_EQ(127, WEXITSTATUS(run_command("exit 0")));
 }
@@ -188,10 +196,8 @@ TEST(Retention, KeepsArchivesWithinTheirBound) {
 TEST(Retention, RemovingALeftoverHoldsNoOtherDumpUp) {
     ASSERT_EQ(0, mkdir_parent());
     make_output_files({{"dmd_dump_20001_000000.tar", 1, 100}});
-    write_file("/system/bin/rm",
-               "#!/bin/sh\ntouch /data/removing; until test -e /data/go; do sleep 0.01; done\n"
-               "exec /bin/rm \"$@\"\n");
-    ASSERT_EQ(0, chmod("/system/bin/rm", 0755));
+    replace_command("rm",
+                    "touch /data/removing; until test -e /data/go; do sleep 0.01; done; exec /bin/rm $1");
     std::thread pass([] { EXPECT_EQ(0, check_compress_file()); });
     ASSERT_TRUE(wait_until([] { return exists("/data/removing"); }));
     { const DumpInProgress other(in_log_dir("dmd_dump_20002_000000.tar").c_str()); }
@@ -260,7 +266,7 @@ TEST(Upload, DescribesTheErrorAndFilesTheRequest) {
         expected_log += std::string(c.tag) + "\t0\tcommand\t" + command + "\n";
     }
     EXPECT_EQ(expected_log, read_file("/dev/log/exception"));
-    EXPECT_EQ(0660U, status_of(in_log_dir("apr_info.txt")).st_mode & 07777U);
+    EXPECT_EQ(0660U, mode_of(in_log_dir("apr_info.txt")));
     EXPECT_EQ(0U, umask(022)) << "files made after the first upload get exactly the modes given";
 }
 
