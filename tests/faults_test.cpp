@@ -13,6 +13,7 @@
 #include <csignal>
 #include <map>
 #include <random>
+#include <set>
 #include <sstream>
 #include <thread>
 #include <utility>
@@ -36,20 +37,15 @@ std::string text_of(int number) {
 // and exactly its text. A number that stands there again is negative, one that cannot be told is 0.
 std::map<int, bool> read_reports() {
     static const std::string processes = output_of("top -m 5 -n 1 | grep -v '^$'");
-    const std::string banner = "\n========Device Bugreport========\n[Date]:", error = "\n[Error no]:";
+    const std::string error = "\n[Error no]:";
     std::map<int, bool> found;
-    for (const char index : {'0', '1', '2', '3'}) {
-        std::string record = read_file(LOGS + "dmd_record_" + index + ".txt");
-        while (!record.empty()) {
-            const std::string report = record.substr(0, record.find(banner, 1));
-            record.erase(0, report.size());
-            const size_t at = std::min(report.find(error), report.size() - 1);
-            const int number = report.find(banner) == 0 ? atoi(report.c_str() + at + error.size()) : 0;
-            found[found.count(number) == 0 ? number : -number] =
-                report.substr(at) == error + std::to_string(number) +
-                                         "\n[Runing_test_switch]:on\n[Temperature]:null\n[Process]:\n" +
-                                         processes + "[Content]:\n" + text_of(number);
-        }
+    for (const std::string& report : reports_on_disk()) {
+        const size_t at = std::min(report.find(error), report.size() - 1);
+        const int number = report[0] == '\n' ? atoi(report.c_str() + at + error.size()) : 0;
+        found[found.count(number) == 0 ? number : -number] =
+            report.substr(at) == error + std::to_string(number) +
+                                     "\n[Runing_test_switch]:on\n[Temperature]:null\n[Process]:\n" +
+                                     processes + "[Content]:\n" + text_of(number);
     }
     return found;
 }
@@ -61,16 +57,33 @@ void report(int number) {
 }
 
 // The steps of a report that have not brought what they should.
-std::string failed_steps(int number, bool commercial) {
-    const std::string n = std::to_string(number), dump = "dmd_dump_" + n + "_*";
-    const std::string archived = "test -f " + dump + ".gz || printf 'gzip '; tar xOf " + dump +
-                                 " | cmp -s - dmd_record_0.txt || printf 'archive '; ";
-    const std::string uploaded = "grep -q 'error_no." + n + "' apr_info.txt && grep -q -- '-i .*/dmd_" +
-                                 (commercial ? "commercial" : "dump_" + n) + "' /dev/log/exception";
-    return (read_reports()[number] ? "" : "record ") +
-           output_of("exec 2>/dev/null; cd " + LOGS + "; " + (commercial ? "" : archived) +
-                     "if test -f dmd_commercial_record.txt; then printf 'commercial '; else " + uploaded +
-                     " || printf 'upload '; fi; echo >/dev/log/exception");
+std::set<std::string> failed_steps(int number, bool commercial) {
+    const std::string dump = "dmd_dump_" + std::to_string(number) + "_";
+    std::set<std::string> failed;
+    if (!read_reports()[number]) {
+        failed.insert("record");
+    }
+    if (!commercial) {
+        const std::string name = output_of("cd " + LOGS + "; ls | grep ^" + dump + " || :");
+        if (count_of(name, ".gz") == 0) {
+            failed.insert("compression");
+        }
+        if (read_file(RECORD) != output_of("cd " + LOGS + "; tar -xOf " + dump + "* 2>/dev/null || :")) {
+            failed.insert("archive");
+        }
+    }
+    if (exists(LOGS + "dmd_commercial_record.txt")) {
+        failed.insert("commercial record");
+    } else {
+        const std::string description = "error_no\t" + std::to_string(number);
+        const std::string request = "-i " + LOGS + (commercial ? "dmd_commercial_record.txt" : dump);
+        if (count_of(read_file(LOGS + "apr_info.txt"), description) == 0 ||
+            count_of(read_file("/dev/log/exception"), request) == 0) {
+            failed.insert("upload");
+        }
+    }
+    write_file("/dev/log/exception", "");
+    return failed;
 }
 
 // Whether every error has been reported to the end.
@@ -177,9 +190,10 @@ TEST_P(FaultsOn, ShortOfRoomOrDescriptorsAtAnyStep) {
     }
     const int descriptors = open_descriptors("self");
     int number = 20000;
-    std::string all_failed;
+    const std::set<std::string> none;
+    bool commercial_record_failed = false;
     const auto sweep = [&](auto leave_only, auto give_back) {
-        std::string failed = "none yet";
+        std::set<std::string> failed = {"none yet"};
         for (int left = 0; !failed.empty(); ++left) {
             SCOPED_TRACE(left);
             ASSERT_LT(left, 100);
@@ -191,16 +205,17 @@ TEST_P(FaultsOn, ShortOfRoomOrDescriptorsAtAnyStep) {
             give_back();
             const int messages = static_cast<int>(log.lines().size());
             failed = failed_steps(number, commercial);
-            all_failed += failed;
-            EXPECT_TRUE(left > 0 || failed.find("record ") == 0) << "nothing fits into nothing";
+            EXPECT_TRUE(left > 0 || failed.count("record") == 1) << "nothing fits into nothing";
             const int routine = log.count("cmd_line:") + log.count("dmd_tar_cmd:") +
                                 log.count("Removing leading") + log.count("file /data/android_logs/");
             // Nobody is told of a commercial record that could not be written.
-            EXPECT_GE(messages - routine, count_of(failed, " ") - count_of(failed, "commercial "));
+            const size_t untold = failed.count("commercial record");
+            EXPECT_GE(messages - routine, static_cast<int>(failed.size() - untold));
+            commercial_record_failed |= untold > 0;
             EXPECT_EQ(before, read_file(RECORD).substr(0, before.size()));
             EXPECT_EQ(archive, output_of(kept));
             report(++number);
-            EXPECT_EQ("", failed_steps(number, commercial));
+            EXPECT_EQ(none, failed_steps(number, commercial));
             EXPECT_EQ(descriptors, open_descriptors("self"));
         }
     };
@@ -210,63 +225,93 @@ TEST_P(FaultsOn, ShortOfRoomOrDescriptorsAtAnyStep) {
                       ") * $(stat -fc %S .))) filler");
         },
         [] { ASSERT_EQ(0, unlink("/data/kvdx_logs/filler")); });
-    EXPECT_EQ(commercial, count_of(all_failed, "commercial ") > 0) << "a cut one is not announced";
+    EXPECT_EQ(commercial, commercial_record_failed) << "a cut one is not announced";
     rlimit limit;
     ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &limit));
     rlimit few = limit;
-    sweep([&](int left) { few.rlim_cur = 64 + static_cast<rlim_t>(left), setrlimit(RLIMIT_NOFILE, &few); },
-          [&] { setrlimit(RLIMIT_NOFILE, &limit); });
+    sweep(
+        [&few](int left) {
+            few.rlim_cur = 64 + static_cast<rlim_t>(left);
+            setrlimit(RLIMIT_NOFILE, &few);
+        },
+        [&limit] { setrlimit(RLIMIT_NOFILE, &limit); });
 }
 
-// Two reports while something is broken, of which some are written, and a whole one when it is mended.
-TEST_P(FaultsOn, WithoutDirectoryOrCommands) {
-    const bool commercial = GetParam();
+// What goes wrong on a phone for a while.
+struct trouble {
+    std::string breaks;   // shell commands, run in the output directory
+    int written;          // of two reports meanwhile
+    std::string message;  // of theirs
+    std::string mends;
+};
+
+// Two reports while something is broken, and a whole one when it is mended.
+void expect_to_survive(const std::vector<trouble>& troubles, bool commercial) {
+    static int number = 20000;
     set_commercial(commercial);
-    int number = 20000;
-    report(number);
+    report(++number);
     const int descriptors = open_descriptors("self");
-    const auto check = [&](const std::string& breaks, int written, const std::string& message,
-                           const std::string& mends) {
-        SCOPED_TRACE(breaks);
-        output_of("cd " + LOGS + "; touch dmd_dump_00001_000000.tar; " + breaks);
+    for (const trouble& t : troubles) {
+        SCOPED_TRACE(t.breaks);
+        output_of("cd " + LOGS + "; touch dmd_dump_00001_000000.tar; " + t.breaks);
         const LogCapture log;
+        int written = 0;
         for (int i = 0; i < 2; ++i) {
             report(++number);
-            written -= count_of(read_file(RECORD), "[Content]:\n" + text_of(number));
+            written += count_of(read_file(RECORD), "[Content]:\n" + text_of(number));
         }
-        EXPECT_EQ(0, written);
-        EXPECT_TRUE(log.has(message));
-        output_of("PATH=/bin:/usr/bin; " + mends);
+        EXPECT_EQ(t.written, written);
+        EXPECT_TRUE(log.has(t.message)) << t.message;
+        output_of("PATH=/bin:/usr/bin; " + t.mends);
         report(++number);
-        EXPECT_EQ("", failed_steps(number, commercial));
-        EXPECT_FALSE(exists(LOGS + "dmd_dump_00001_000000.tar"));
+        EXPECT_EQ(std::set<std::string>{}, failed_steps(number, commercial));
+        EXPECT_FALSE(exists(LOGS + "dmd_dump_00001_000000.tar")) << "the next report removes it";
         EXPECT_EQ(descriptors, open_descriptors("self"));
-    };
-    const std::string dir = LOG_DIR;
-    check("rm -r " + dir, 1, "dmd_record_0.txt's information failed", ":");
-    check("rm -r " + dir + "; touch " + dir, 0, "unable to open " + dir + " -Not a directory", "rm " + dir);
-    check("mount -B . .; mount -o remount,bind,ro " + dir, 2, "Read-only file system", "umount " + dir);
-    check("cp -p dmd_record_0.txt x; mv x dmd_record_0.txt", 2, "dmd_record_0.txt is another file now", ":");
-    check("rm apr_info.txt; mkfifo apr_info.txt", 2, "apr_info.txt.error:No such device",
-          "rm " + dir + "/apr_info.txt");
-    output_of("cp /system/bin/top /data");
-    check("printf '#!/bin/sh\\ntouch /data/hangs; exec yes \"\"' >/system/bin/top", 2,
-          "ended after 10 seconds: top", "cp -p /data/top /system/bin");
-    for (const std::string command : {"top", "rm", "gzip"}) {
-        const std::string file = "/system/bin/" + command;
-        for (const std::string fault :
-             {"sleep 1000 & exit 1", "kill -9 $$", "touch /data/hangs; sleep 1000"}) {
-            const bool hangs = fault.find("hangs") != fault.npos && (command != "gzip" || !commercial);
-            check("printf '#!/bin/sh\\n" + fault + "' >" + file + "; chmod 755 " + file, 2,
-                  hangs
-                      ? "ended after " + std::string(command == "top" ? "10" : "300") + " seconds: " + command
-                      : "",
-                  "cd /system/bin; rm -f gzip rm; cp -p /data/top .");
-        }
     }
+}
+
+TEST_P(FaultsOn, WithoutItsDirectoryOrFiles) {
+    const std::string dir = LOG_DIR;
+    expect_to_survive(
+        {
+            {"rm -r " + dir, 1, "dmd_record_0.txt's information failed", "true"},
+            {"rm -r " + dir + "; touch " + dir, 0, "unable to open " + dir + " -Not a directory",
+             "rm " + dir},
+            {"mount -B . .; mount -o remount,bind,ro " + dir, 2, "Read-only file system", "umount " + dir},
+            {"cp -p dmd_record_0.txt x; mv x dmd_record_0.txt", 2, "dmd_record_0.txt is another file now",
+             "true"},
+            {"rm apr_info.txt; mkfifo apr_info.txt", 2, "apr_info.txt.error:No such device",
+             "rm " + dir + "/apr_info.txt"},
+        },
+        GetParam());
+}
+
+TEST_P(FaultsOn, WithCommandsThatFailOrHang) {
+    const bool commercial = GetParam();
+    const std::string mends = "cd /system/bin; rm -f gzip rm; cp -p /data/top .";
+    const auto replace = [](const std::string& command, const std::string& script) {
+        const std::string file = "/system/bin/" + command;
+        return "printf '#!/bin/sh\\n" + script + "' >" + file + "; chmod 755 " + file;
+    };
+    std::vector<trouble> troubles = {
+        {replace("top", "touch /data/hangs; exec yes"), 2, "ended after 10 seconds: top", mends}};
+    for (const std::string command : {"top", "rm", "gzip"}) {
+        const bool runs = command != "gzip" || !commercial;
+        const std::string seconds = command == "top" ? "10" : "300";
+        troubles.push_back({replace(command, "sleep 1000 & exit 1"), 2, "", mends});
+        troubles.push_back({replace(command, "kill -9 $$"), 2, "", mends});
+        troubles.push_back({replace(command, "touch /data/hangs; sleep 1000"), 2,
+                            runs ? "ended after " + seconds + " seconds: " + command : "", mends});
+    }
+    output_of("cp -p /system/bin/top /data");
+    expect_to_survive(troubles, commercial);
+}
+
+TEST_P(FaultsOn, WithoutAnyCommand) {
+    set_commercial(GetParam());
     setenv("PATH", "/nowhere", 1);
-    report(++number);
-    EXPECT_EQ(1, count_of(read_file(RECORD), "[Content]:\n" + text_of(number)));
+    report(20000);
+    EXPECT_EQ(1, count_of(read_file(RECORD), "[Content]:\n" + text_of(20000)));
 }
 
 INSTANTIATE_TEST_SUITE_P(Commercial, FaultsOn, testing::Bool(), testing::PrintToStringParamName());
