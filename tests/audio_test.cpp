@@ -83,7 +83,8 @@ TEST(Audio, TheMediaServerListedLastIsDumped) {
     output_of("cd /proc; rm -r $(grep -ls '^Name:.mediaserver$' [0-9]*/status | cut -d/ -f1)");
     EXPECT_EQ(0, dump("dsm_audio", 2));
     EXPECT_EQ(1, count_of(read_file("/data/commands.log"), "debuggerd -b\n")) << "there is none";
-    output_of("cd /proc; mkdir 4240 4241 4242 4243 424x");
+    // Where the newest are listed first, those come last that are none.
+    output_of("cd /proc; mkdir 4242 4243 424x 4240 4241");
     write_file("/proc/4240/status", "Name:\tmediaserver\n");
     write_file("/proc/4241/status", "Name:\tmediaserver\nState: S");
     write_file("/proc/4242/status", "Name:\tmediaserverd\n");

@@ -84,6 +84,7 @@ TEST(Commands, AnArchiveCommandIsSplit) {
 }
 
 TEST(Commands, RunInAKnownStateAndLeaveTheDaemons) {
+    ASSERT_NE(nullptr, freopen("/dev/zero", "r", stdin));
     signal(SIGCHLD, SIG_IGN);  // so a shell's status could not be collected
     const LogCapture log;
     EXPECT_EQ(3, WEXITSTATUS(secure_system("exit 3")));
@@ -111,6 +112,7 @@ TEST(Commands, AStatusThatOthersTakeIsNotWaitedFor) {
 }
 
 TEST(Commands, WithoutADescriptorTheyStillDoNotReadWhatTheDaemonReads) {
+    ASSERT_NE(nullptr, freopen("/dev/zero", "r", stdin));
     rlimit all = {};
     ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &all));
     const rlimit few = {64, all.rlim_max};
