@@ -10,15 +10,27 @@ import re
 import subprocess
 import sys
 import tempfile
+import typing
 
 HOSTILE = ("</script><script>document.title='ran'</script><!-- <b>bold</b><img src=http://127.0.0.1:9/x onerror=ran()>"
            "\"'`&amp; \u2028 \u202eturned\u202c \x1b[31m \\u003c {\"reports\":[]} /*report_page.js*/ ]]\n\tend ")
-REPORTS = [  # date, time, device, error number, test switch, content
-    ("2026-11-25", "10:11:12", "touch_panel", 20002, "on", "no answer from the panel"),
-    ("2026-11-25", "10:11:12", "touch_panel", 20002, "off", "no answer again"),
-    ("2026-11-25", "11:30:00", "touch_panel", 20008, "off", "wrong firmware"),
-    ("2026-11-26", "00:00:00", "charger", 10001, "off", HOSTILE),
-    ("2026-03-29", "02:30:00", "charger", 10001, "off", "in an hour that summer time skips where some look"),
+
+
+class Report(typing.NamedTuple):
+    date: str
+    time: str
+    device: str
+    error: int
+    test_switch: str
+    content: str
+
+
+REPORTS = [
+    Report("2026-11-25", "10:11:12", "touch_panel", 20002, "on", "no answer from the panel"),
+    Report("2026-11-25", "10:11:12", "touch_panel", 20002, "off", "no answer again"),
+    Report("2026-11-25", "11:30:00", "touch_panel", 20008, "off", "wrong firmware"),
+    Report("2026-11-26", "00:00:00", "charger", 10001, "off", HOSTILE),
+    Report("2026-03-29", "02:30:00", "charger", 10001, "off", "in an hour that summer time skips where some look"),
 ]
 BROWSER_OPTIONS = """--headless --no-sandbox --disable-gpu --disable-quic --no-first-run --disable-background-networking
     --disable-component-update --disable-sync --disable-dev-shm-usage --window-size=1280,1000
@@ -113,9 +125,9 @@ def started_browser(folder):
 def make_page(dmd_report, folder, reports):
     folder.mkdir()
     (folder / "dmd_record_0.txt").write_bytes("".join(
-        f"\n========Device Bugreport========\n[Date]:{date}\n[Time]:{time}\n[Device]:{device}\n[Error no]:{error}\n"
-        f"[Runing_test_switch]:{switch}\n[Content]:\n{content}"
-        for date, time, device, error, switch, content in reports).encode())
+        f"\n========Device Bugreport========\n[Date]:{report.date}\n[Time]:{report.time}\n[Device]:{report.device}\n"
+        f"[Error no]:{report.error}\n[Runing_test_switch]:{report.test_switch}\n[Content]:\n{report.content}"
+        for report in reports).encode())
     page = folder / "page.html"
     subprocess.run([dmd_report, "--html", page, folder], check=True)
     return page.as_uri()
@@ -138,7 +150,7 @@ def check_few(browser, url):
         for _ in range(int(mark["count"])):  # of one second: a click shows the one, another click the other
             browser.click(f"#lanes .mark[data-number='{mark['number']}']")
             contents.append(browser.content())
-    expect("contents of the clicked marks", sorted(contents), sorted(report[5] for report in REPORTS))
+    expect("contents of the clicked marks", sorted(contents), sorted(report.content for report in REPORTS))
     expect("title, scripts and images, which no content is to change", browser.get(
         "[document.title, document.scripts.length, document.images.length]"), ["Device bug reports", 2, 0])
 
@@ -152,7 +164,7 @@ def check_few(browser, url):
                      "new URLSearchParams(location.hash.slice(1)).get(name) === String(value))")
     browser.open(browser.get("location.href"))
     expect("what the address brings back", [browser.shown(), browser.content(), browser.get(
-        "document.querySelector('#content mark').textContent")], [[1, 1, 1], REPORTS[4][5], "summer"])
+        "document.querySelector('#content mark').textContent")], [[1, 1, 1], REPORTS[4].content, "summer"])
 
     browser.click("#clear")
     box = browser.get("document.getElementById('lanes').getBoundingClientRect()")
@@ -173,7 +185,7 @@ def check_many(browser, url, reports):
     expect("rows that exist are few", 20 < rows < 200, True)
     expect("rows", browser.get("document.querySelector('#dated table').ariaRowCount"), str(len(reports) + 1))
     browser.type(KEY_END)
-    expect("the last report", browser.content(), max(reports)[5])
+    expect("the last report", browser.content(), max(reports).content)
 
 
 def check_quiet(browser, urls):
@@ -184,8 +196,8 @@ def check_quiet(browser, urls):
 
 
 def main():
-    many = [(f"2026-{1 + i // 1000:02}-{1 + i % 28:02}", f"{i % 24:02}:{i % 60:02}:{i % 59:02}", f"device_{i % 13}",
-             20002, "off", f"report {i}") for i in range(10000)]
+    many = [Report(f"2026-{1 + i // 1000:02}-{1 + i % 28:02}", f"{i % 24:02}:{i % 60:02}:{i % 59:02}",
+                   f"device_{i % 13}", 20002, "off", f"report {i}") for i in range(10000)]
     with tempfile.TemporaryDirectory(prefix="report_page_", ignore_cleanup_errors=True) as folder:
         urls = [make_page(sys.argv[1], pathlib.Path(folder, name), reports)
                 for name, reports in (("few", REPORTS), ("many", many))]
