@@ -290,9 +290,9 @@ TEST(Report, IsOneWhereverItStands) {
         {"a copy that is cut in its head",
          {{RECORD, a + b}, {archive, cut_behind_a(60)}},
          {", cut", "a in 2 places", "bb"}},
-        {"a copy that is cut at its end",
-         {{RECORD, a + b}, {archive, cut_behind_a(b.size())}},
-         {"a in 2 places", "bb", "bb, cut, with archive"}},
+        {"a copy that is cut at its end, and a whole one",
+         {{RECORD, a + b}, {archive, cut_behind_a(b.size())}, {"dmd_dump_20834_101114.tar", tar_of(a + b)}},
+         {"a in 3 places", "bb in 2 places", "bb, cut, with archive"}},
     };
     for (const auto& each : cases) {
         enter_pulled();
