@@ -1,13 +1,10 @@
 // The load test: the daemon that ships, in a phone, under errors of all its clients at once. What the driver
 // hands over must arrive once, whole and in order; descriptors, memory and archives must stay bounded.
-#include <fcntl.h>
-#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
-#include <chrono>
 #include <condition_variable>
 #include <cstdio>
 #include <cstring>
@@ -23,17 +20,22 @@
 #include <CLI/CLI.hpp>
 
 #include "actions/log_collection_actions.h"
+#include "bench/daemon.h"
+#include "bench/measure.h"
 #include "clients/client_table.h"
 #include "clients/generic_dump.h"
-#include "emulator/control_client.h"
 #include "output/output_dir.h"
 #include "platform/file_time.h"
+#include "tests/recorded_report.h"
 
 namespace {
 
+using bench::ask;
+using bench::clock;
+using bench::Usage;
 using std::to_string;
+using std::chrono::milliseconds;
 using std::chrono::seconds;
-using clock = std::chrono::steady_clock;
 
 constexpr char LOG_DIR[] = DMD_LOG_DIR "/";
 constexpr long long ARCHIVES_LIMIT = 10 * 1024 * 1024;
@@ -76,25 +78,21 @@ int deleted_now, deleted, shared_now, shared;  // by, and since, the last retent
 int commercial_records;  // announced
 
 bool commercial;
-pid_t daemon_pid;
-int log_pipe;
 bool daemon_waits;                                // its last word was that it waits for errors
 thread_local std::deque<std::string> last_lines;  // of the daemon's log, where it is read
 
-void check(bool holds, const std::string& otherwise) {
-    if (!holds) {
-        for (const std::string& line : last_lines) {
-            fprintf(stderr, "\n%s", line.c_str());
-        }
-        fprintf(stderr, "\nsoak: FAILED: %s\n", otherwise.c_str());
-        _exit(1);  // the phone ends, and everything in it
+[[noreturn]] void fail(const std::string& why) {
+    for (const std::string& line : last_lines) {
+        fprintf(stderr, "\n%s", line.c_str());
     }
+    fprintf(stderr, "\nsoak: FAILED: %s\n", why.c_str());
+    _exit(1);  // the phone ends, and everything in it
 }
 
-std::string ask(const std::vector<std::string>& words) {
-    std::string answer;
-    check(phone::request("", words, &answer), words[0] + ": " + answer);
-    return answer;
+void check(bool holds, const std::string& otherwise) {
+    if (!holds) {
+        fail(otherwise);
+    }
 }
 
 // What a client reports at its turn: a few bytes up to 30,000, or as many as the daemon reads of the client.
@@ -111,29 +109,29 @@ std::string text_of(int client, int turn) {
     return text;
 }
 
-std::string number_of(int client, int turn) {
-    return to_string(20000 + client * NUMBERS + turn % NUMBERS);
+int number_of(int client, int turn) {
+    return 20000 + client * NUMBERS + turn % NUMBERS;
 }
 
-void write_configuration() {
-    std::ofstream config("/system/etc/device_state_monitor.conf");
+std::string device_of(int client) {
+    return "unit" + to_string(client);
+}
+
+void configure() {
+    std::vector<bench::Section> sections;
     for (int client = 0; client < CLIENTS; ++client) {
         const auto& dump = default_clients[client].dump;
-        const std::string name = default_clients[client].name;
         // Of its own actions the first that only reads and reports its text; else the first.
         const client_dump_operation plain[] = {dsm_dump_error, sensorhub_dump_error_no_image};
-        const auto slot = std::find_first_of(dump, dump + SLOT_COUNT, plain, plain + 2) - dump;
-        config << "[" << name << "]\nalgo_type listen\nclient_name " << name << "\ndevice_name unit" << client
-               << "\nnum_triggers " << NUMBERS << "\n";
-        for (int turn = 0; turn < NUMBERS; ++turn) {
-            config << "error_no " << number_of(client, turn) << "\nrunning_test_switch on\naction " << name
-                   << "+" << slot % SLOT_COUNT << "\n";
-        }
+        const auto* const slot = std::find_first_of(dump, dump + SLOT_COUNT, plain, plain + 2);
+        sections.push_back({default_clients[client].name, device_of(client), number_of(client, 0), NUMBERS,
+                            static_cast<int>(slot - dump) % SLOT_COUNT});
     }
+    bench::write_configuration(sections);
 }
 
 // Reports for the clients that are the reporter's, one of each in turn.
-void report(int reporter, int count, clock::time_point end, std::atomic<int>* at_work) {
+void report(int reporter, int count, clock::time_point end, std::atomic<int>* at_work) try {
     for (int i = 0; i < count && clock::now() < end; ++i) {
         for (int client = reporter; client < CLIENTS; client += REPORTERS) {
             std::unique_lock<std::mutex> lock(flow);
@@ -144,16 +142,26 @@ void report(int reporter, int count, clock::time_point end, std::atomic<int>* at
             const std::string text = text_of(client, turn);
             unread_bytes += text.size() + HEAD_MAX;
             lock.unlock();
-            ask({"report", default_clients[client].name, number_of(client, turn), text});
+            bench::report(default_clients[client].name, number_of(client, turn), text);
         }
     }
     --*at_work;
+} catch (const std::exception& problem) {
+    fail(problem.what());
+}
+
+// The client that has the device; CLIENTS when none has it.
+int client_of(std::string_view device) {
+    int client = 0;
+    while (client < CLIENTS && device != device_of(client)) {
+        ++client;
+    }
+    return client;
 }
 
 // Reads on in the current record file and takes the reports that are whole there; with `last` that is all
 // that it gets, and the next file of the ring becomes the current one.
 void follow_record(bool last) {
-    const std::string banner = "\n========Device Bugreport========\n[Date]:", device = "\n[Device]:unit";
     static int index = 0;
     static std::streamoff offset = 0;
     static std::string unread;
@@ -161,38 +169,38 @@ void follow_record(bool last) {
     const size_t before = unread.size();
     unread.append(std::istreambuf_iterator<char>(file.seekg(offset)), {});
     offset += static_cast<std::streamoff>(unread.size() - before);
-    size_t at = 0;
-    for (size_t content; (content = unread.find("[Content]:\n", at)) != std::string::npos;) {
-        content += strlen("[Content]:\n");
-        const std::string head = unread.substr(at, content - at);
-        const size_t unit = head.find(device);
-        check(head.find(banner) == 0 && unit != std::string::npos, "a report begins with" + head);
-        const int client = atoi(&head[unit + device.size()]) % CLIENTS;
+    std::string_view rest = unread;
+    size_t taken = 0;
+    while (!rest.empty()) {
+        const recorded_report report = take_report(&rest);
+        if (!report.has_full_head && !last && rest.empty()) {
+            break;  // its head is on its way
+        }
+        const std::string shown(unread, taken, 200);
+        check(report.has_full_head, "a report begins with " + shown);
+        const int client = client_of(report.device);
+        check(client < CLIENTS, "no client has the device of " + shown);
         const std::string text = text_of(client, arrived[client]);
-        if (unread.compare(content, text.size(), text) != 0) {
+        if (report.text != text) {
             // It may be on its way, unless another one follows.
-            const size_t next = std::min(unread.find(banner, content), unread.size());
-            check(!last && next == unread.size(),
+            check(!last && rest.empty(),
                   default_clients[client].name + (": not the " + to_string(text.size())) + " bytes " +
-                      text.substr(0, 20) + ", but " + to_string(next - content) + " bytes " +
-                      unread.substr(content, 20));
+                      text.substr(0, 20) + ", but " + to_string(report.text.size()) + " bytes: " + shown);
             break;
         }
-        check(
-            head.size() <= HEAD_MAX &&
-                head.find(device + to_string(client) + "\n[Error no]:" + number_of(client, arrived[client]) +
-                          "\n[Runing_test_switch]:on\n[Temperature]:null\n[Process]:\n") == unit,
-            "the head of " + text.substr(0, 20) + " is" + head);
+        const size_t size = unread.size() - rest.size() - taken;
+        check(report.error_no == to_string(number_of(client, arrived[client])) &&
+                  report.test_switch == "on" && size <= text.size() + HEAD_MAX,
+              "the head of " + text.substr(0, 20) + " is " + shown);
         const std::lock_guard<std::mutex> lock(flow);
         ++arrivals;
         ++arrived[client];
         unread_bytes -= text.size() + HEAD_MAX;
         room.notify_all();
-        at = content + text.size();
+        taken += size;
     }
-    unread.erase(0, at);
+    unread.erase(0, taken);
     if (last) {
-        check(unread.empty(), "a record ends with " + unread.substr(0, 60));
         index = (index + 1) % 4;
         offset = 0;
     }
@@ -230,62 +238,40 @@ void follow_archives(const std::string& line) {
     }
 }
 
-void follow_daemon() {
-    static std::string log;
+// Takes all that the daemon has said; waits for its next word no longer than that.
+void follow_daemon(bench::Daemon* daemon, milliseconds patience) {
     static clock::time_point last_word = clock::now();
-    char piece[65536];
-    ssize_t got;
-    while ((got = read(log_pipe, piece, sizeof piece)) > 0) {
+    for (auto line = daemon->next_line(patience); line; line = daemon->next_line(milliseconds(0))) {
         last_word = clock::now();
-        log.append(piece, static_cast<size_t>(got));
-        for (size_t end; (end = log.find('\n')) != std::string::npos; log.erase(0, end + 1)) {
-            const std::string line = log.substr(0, end);
-            last_lines.push_back(line);
-            if (last_lines.size() > LINES_KEPT) {
-                last_lines.pop_front();
-            }
-            check(std::regex_match(line, GOOD_LINE), "the daemon logs: " + line);
-            daemon_waits = line.find("] Enter select") != std::string::npos;
-            if (line.find("] output change to new file") != std::string::npos) {
-                follow_record(true);
-            }
-            follow_archives(line);
+        last_lines.push_back(*line);
+        if (last_lines.size() > LINES_KEPT) {
+            last_lines.pop_front();
         }
+        check(std::regex_match(*line, GOOD_LINE), "the daemon logs: " + *line);
+        daemon_waits = line->find("] Enter select") != std::string::npos;
+        if (line->find("] output change to new file") != std::string::npos) {
+            follow_record(true);
+        }
+        follow_archives(*line);
     }
-    check(got != 0, "the daemon is dead");
     check(clock::now() - last_word < STUCK, "the daemon hangs");
     follow_record(false);
 }
 
 // Whether it has dealt with all errors: what was handed over before its last word has been written by then.
-bool is_idle() {
+bool is_idle(bench::Daemon* daemon) {
     for (const dmd_client_info& client : default_clients) {
         if (!daemon_waits || ask({"pending", client.name}) != "0") {
             return false;
         }
     }
-    follow_daemon();
+    follow_daemon(daemon, milliseconds(0));
     return daemon_waits;
 }
 
-// What the daemon has and takes; memory in KiB.
-struct Usage {
-    long descriptors, threads, resident = 0, own = 0;
-    Usage() {
-        const std::string process = "/.phone/proc/" + to_string(daemon_pid);
-        descriptors = std::distance(std::filesystem::directory_iterator(process + "/fd"), {});
-        threads = std::distance(std::filesystem::directory_iterator(process + "/task"), {});
-        std::ifstream memory(process + "/smaps_rollup");
-        for (std::string line; std::getline(memory, line);) {
-            const bool mine = line.find("Private_") == 0;
-            (mine ? own : resident) += mine || line.find("Rss:") == 0 ? atol(&line[line.find(':') + 1]) : 0;
-        }
-    }
-};
-
 // Reports up to `count` errors of each client before `end`, and follows the daemon until it has dealt with
 // them. `idle` is what it took when it was idle, once that is known.
-void run(int count, clock::time_point end, int wanted, const Usage* idle) {
+void run(bench::Daemon* daemon, int count, clock::time_point end, int wanted, const Usage* idle) {
     static const clock::time_point start = clock::now();
     static clock::time_point sampled, shown;
     const bool terminal = isatty(STDOUT_FILENO) == 1;
@@ -293,16 +279,14 @@ void run(int count, clock::time_point end, int wanted, const Usage* idle) {
     for (int i = 0; i < REPORTERS; ++i) {
         std::thread(report, i, count, end, &at_work).detach();
     }
-    while (at_work > 0 || !is_idle()) {
-        pollfd ready = {log_pipe, POLLIN, 0};
-        poll(&ready, 1, 20);
-        follow_daemon();
+    while (at_work > 0 || !is_idle(daemon)) {
+        follow_daemon(daemon, milliseconds(20));
         const auto now = clock::now();
         if (now - sampled < seconds(1)) {
             continue;
         }
         sampled = now;
-        const Usage busy;
+        const Usage busy = bench::usage_of(*daemon);
         check(idle == nullptr || busy.descriptors <= idle->descriptors + BUSY_DESCRIPTORS,
               to_string(busy.descriptors) + " descriptors are open");
         if (terminal || now - shown >= seconds(10)) {
@@ -322,30 +306,24 @@ int main(int argc, char** argv) try {
     CLI::App app("Puts the daemon under load, in a phone: phone run -- soak", "soak");
     app.add_option("--reports", reports, "Reports of all clients together")->check(CLI::PositiveNumber);
     app.add_option("--seconds", limit, "When no more is reported")->check(CLI::PositiveNumber);
-    app.add_flag("--commercial", commercial, "The phone is a commercial build");
+    app.add_flag("--commercial", commercial, "On a commercial build");
     CLI11_PARSE(app, argc, argv);
-    write_configuration();
-    check(system("mkdir -p /data/android_logs /data/kvdx_logs/dmd_log &&"
-                 "head -c 200000 /dev/urandom > /data/android_logs/kmsgcat-log") == 0,
-          "no log to pack");
-    const std::string program = std::filesystem::read_symlink("/proc/self/exe").parent_path() / "dmd";
-    FILE* const log = popen(("echo $$; exec " + program + " 2>&1").c_str(), "r");
-    setvbuf(log, nullptr, _IONBF, 0);  // what follows the number is read elsewhere
-    check(fscanf(log, "%d", &daemon_pid) == 1, "the daemon does not start");
-    log_pipe = fileno(log);
-    fcntl(log_pipe, F_SETFL, O_NONBLOCK);
-
+    configure();
+    bench::run_command(
+        "mkdir -p /data/android_logs /data/kvdx_logs/dmd_log &&"
+        "head -c 200000 /dev/urandom > /data/android_logs/kmsgcat-log");
+    bench::Daemon daemon(commercial);
     const auto start = clock::now(), end = start + seconds(limit);
     const int count = (reports + CLIENTS - 1) / CLIENTS, warm = std::min(WARM_UP, count);
-    run(warm, end, reports, nullptr);
-    const Usage before;
-    run(count - warm, end, reports, &before);
+    run(&daemon, warm, end, reports, nullptr);
+    const Usage before = bench::usage_of(daemon);
+    run(&daemon, count - warm, end, reports, &before);
     const int in_time = arrivals;
     const double took = std::chrono::duration<double>(clock::now() - start).count();
     // One more of each client, in a second whose names are free: after it nothing uncompressed is left.
     std::this_thread::sleep_until(std::chrono::system_clock::from_time_t(time(nullptr) + 1));
-    run(1, clock::now() + std::chrono::hours(24), reports, &before);
-    const Usage after;
+    run(&daemon, 1, clock::now() + std::chrono::hours(24), reports, &before);
+    const Usage after = bench::usage_of(daemon);
     printf("\nreports      %d of %d in time, %.1f per second%s\n", in_time, count * CLIENTS, in_time / took,
            in_time < count * CLIENTS ? "; ended early" : "");
     printf("descriptors  %ld idle after %d reports, %ld at the end\n", before.descriptors, warm * CLIENTS,
@@ -383,6 +361,5 @@ int main(int argc, char** argv) try {
     check(after.descriptors == before.descriptors, "descriptors stay open");
     check(after.own - before.own < MEMORY_GROWTH_KIB, "memory has grown");
 } catch (const std::exception& problem) {
-    fprintf(stderr, "\nsoak: FAILED: %s\n", problem.what());
-    _exit(1);
+    fail(problem.what());
 }

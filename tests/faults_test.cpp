@@ -15,6 +15,7 @@
 #include <random>
 #include <set>
 #include <sstream>
+#include <string_view>
 #include <thread>
 #include <utility>
 
@@ -22,6 +23,7 @@
 #include "output/record.h"
 #include "tests/bring_up.h"
 #include "tests/desk_calls.h"
+#include "tests/recorded_report.h"
 #include "tests/sanitized.h"
 
 namespace {
@@ -37,15 +39,17 @@ std::string text_of(int number) {
 // and exactly its text. A number that stands there again is negative, one that cannot be told is 0.
 std::map<int, bool> read_reports() {
     static const std::string processes = output_of("top -m 5 -n 1 | grep -v '^$'");
-    const std::string error = "\n[Error no]:";
     std::map<int, bool> found;
-    for (const std::string& report : reports_on_disk()) {
-        const size_t at = std::min(report.find(error), report.size() - 1);
-        const int number = report[0] == '\n' ? atoi(report.c_str() + at + error.size()) : 0;
-        found[found.count(number) == 0 ? number : -number] =
-            report.substr(at) == error + std::to_string(number) +
-                                     "\n[Runing_test_switch]:on\n[Temperature]:null\n[Process]:\n" +
-                                     processes + "[Content]:\n" + text_of(number);
+    for (const char index : {'0', '1', '2', '3'}) {
+        const std::string bytes = read_file(LOGS + "dmd_record_" + index + ".txt");
+        std::string_view record = bytes;
+        while (!record.empty()) {
+            const recorded_report report = take_report(&record);
+            const int number = atoi(std::string(report.error_no).c_str());
+            found[found.count(number) == 0 ? number : -number] =
+                report.has_full_head && report.test_switch == "on" && report.processes == processes &&
+                report.text == text_of(number);
+        }
     }
     return found;
 }
