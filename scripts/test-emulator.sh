@@ -179,13 +179,24 @@ end_terminal() {
   kill "$terminal_pid" 2> /dev/null
   wait "$terminal_pid"
 }
-start_and_hold_boot() { # its first process is stopped when its control socket is there
+hold_boot() { # stops its first process as soon as its control socket is there; fails when the boot is over
   start_terminal "exec $phone run --name $name -- sleep $name"
-  local end=$((SECONDS + patience)) # without a pause: the boot must not be over
+  local end=$((SECONDS + patience)) # without a pause, so that the boot is not over
   until [[ $(< /proc/net/unix) == *"-$name"* ]] || [ "$SECONDS" -ge "$end" ]; do :; done
   read -r phone_pid < "/proc/$terminal_pid/task/$terminal_pid/children"
   read -r first_process < "/proc/$phone_pid/task/$phone_pid/children"
   kill -STOP "$first_process"
+  wait_until grep -q '^State:.T' "/proc/$first_process/status"
+  # The driver is its first child, then comes the media server, and the boot is over.
+  [ "$(wc -w < "/proc/$first_process/task/$first_process/children")" -lt 2 ]
+}
+start_and_hold_boot() { # on a busy machine it may take several
+  local end=$((SECONDS + patience))
+  until hold_boot || [ "$SECONDS" -ge "$end" ]; do
+    kill -CONT "$first_process"
+    end_terminal
+    wait_until is_gone
+  done
 }
 has_socket() { grep -q -- "-$name" /proc/net/unix; }
 has_no_socket() { ! has_socket; }
