@@ -37,36 +37,20 @@ bool send_all(int fd, const std::string& data) {
     return true;
 }
 
-bool receive_exactly(int fd, size_t size, std::string* data) {
-    data->resize(size);
-    size_t got = 0;
-    while (got < size) {
-        const ssize_t count = recv(fd, data->data() + got, size - got, 0);
-        if (count < 0 && errno == EINTR) {
-            continue;
-        }
-        if (count == 0) {
-            errno = ECONNRESET;
-        }
-        if (count <= 0) {
+// Receives an answer to its end.
+bool receive_answer(int fd, Words* words) {
+    std::string data;
+    char piece[65536];
+    ssize_t count = 0;
+    while ((count = recv(fd, piece, sizeof(piece), 0)) != 0) {
+        if (count > 0) {
+            data.append(piece, static_cast<size_t>(count));
+        } else if (errno != EINTR) {
             return false;
         }
-        got += static_cast<size_t>(count);
     }
-    return true;
-}
-
-bool receive_words(int fd, Words* words) {
-    std::string data;
-    if (!receive_exactly(fd, WIRE_LENGTH_SIZE, &data)) {
-        return false;
-    }
-    const uint32_t length = announced_length(data);
-    if (length > WIRE_MESSAGE_MAX) {
-        errno = EPROTO;
-        return false;
-    }
-    if (!receive_exactly(fd, length, &data)) {
+    if (data.empty()) {
+        errno = ECONNRESET;
         return false;
     }
     if (!decode_words(data, words) || words->size() != 2) {
@@ -137,14 +121,14 @@ bool request(const std::string& socket_name, const std::vector<std::string>& wor
         return false;
     }
     const std::string message = encode_words(words);
-    if (message.size() - WIRE_LENGTH_SIZE > WIRE_MESSAGE_MAX) {
+    if (message.size() > WIRE_MESSAGE_MAX) {
         *answer = "a request holds at most " + std::to_string(WIRE_MESSAGE_MAX) + " bytes";
         return false;
     }
     Words reply;
     // A phone that refuses a request early may close before all of it is sent, and its answer says why.
-    const bool sent = send_all(fd.get(), message);
-    if (!receive_words(fd.get(), &reply)) {
+    const bool sent = send_all(fd.get(), message) && shutdown(fd.get(), SHUT_WR) == 0;
+    if (!receive_answer(fd.get(), &reply)) {
         *answer = std::string(sent ? "the phone gave no answer: " : "the phone took no request: ") +
                   strerror(errno);
         return false;

@@ -53,11 +53,10 @@ void accept_connection(int listen_fd, std::list<Connection>* connections) {
 // Does a complete request and answers it; answers are short, so one that does not fit at once is for a peer
 // that is not listening.
 void answer(ControlState* state, const ServerOptions& doors, const Connection& connection) {
-    const std::string_view message = std::string_view(connection.received).substr(WIRE_LENGTH_SIZE);
     Words words;
     Words reply;
     try {
-        if (!decode_words(message, &words)) {
+        if (!decode_words(connection.received, &words)) {
             throw Refusal("that is not a list of words");
         }
         reply = {WIRE_DONE, control(state, words)};
@@ -83,23 +82,14 @@ bool serve_connection(ControlState* state, const ServerOptions& doors, Connectio
     if (count < 0) {
         return errno == EAGAIN || errno == EINTR;
     }
-    if (count == 0) {
-        return false;
+    if (count > 0) {
+        connection->received.append(buffer.data(), static_cast<size_t>(count));
+        return connection->received.size() <= WIRE_MESSAGE_MAX;
     }
-    std::string& received = connection->received;
-    received.append(buffer.data(), static_cast<size_t>(count));
-    if (received.size() < WIRE_LENGTH_SIZE) {
-        return true;
+    // Who only wanted to know whether there is a phone sends nothing.
+    if (!connection->received.empty()) {
+        answer(state, doors, *connection);
     }
-    const size_t length = announced_length(received);
-    if (length > WIRE_MESSAGE_MAX) {
-        return false;
-    }
-    if (received.size() - WIRE_LENGTH_SIZE < length) {
-        return true;
-    }
-    received.resize(WIRE_LENGTH_SIZE + length);
-    answer(state, doors, *connection);
     return false;
 }
 
