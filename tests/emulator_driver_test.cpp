@@ -188,13 +188,19 @@ TEST(EmulatorDriver, GivesTheAnswersThatATestSets) {
     EXPECT_EQ("kept", text_read(tp.get(), 1024));
     phone_do({"answer", "*", "open", "-2"});
     EXPECT_FALSE(open_device().valid());
+    phone_do({"reset"});
+    EXPECT_TRUE(open_device().valid());
+}
+
+TEST(EmulatorDriver, IsGoneUntilAResetWhichKeepsWhatIsBound) {
+    const UniqueFd tp = bound("dsm_tp");
     phone_do({"gone"});
     EXPECT_EQ(-ENODEV, ask(tp.get(), BIND, "dsm_tp"));
     EXPECT_TRUE(readable(tp.get()));
-    // A reset brings all back to the start, but for what is bound.
+    EXPECT_FALSE(open_device().valid());
     report_error("dsm_tp", 1, "forgotten");
     phone_do({"reset"});
-    EXPECT_TRUE(open_device().valid());
+    EXPECT_EQ("0", told(tp.get(), ERROR));
     EXPECT_FALSE(readable(tp.get()));
     EXPECT_EQ("0", phone_do({"handed", "dsm_tp"}));
 }
