@@ -12,8 +12,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -383,19 +381,6 @@ void become_command(const std::string& socket_name, const std::vector<std::strin
                              (reason == ENOENT ? " (a folder of the desk is shown there with --bind)" : "");
     print_refusal(line.c_str());
     _exit(reason == ENOENT ? STATUS_NOT_FOUND : STATUS_CANNOT_RUN);
-}
-
-void print_refusal(const char* line) {
-    // Room for two paths and what is said about them; allocates nothing, since it also tells of a lack of
-    // memory.
-    char out[3 * PATH_MAX];
-    const int length = snprintf(out, sizeof(out), "phone: %s\n", line);
-    const size_t size = std::min(static_cast<size_t>(std::max(length, 1)), sizeof(out) - 1);
-    // The line may hold a file's name or what another program said.
-    std::replace_if(
-        out, out + size, [](char byte) { return iscntrl(static_cast<unsigned char>(byte)) != 0; }, '?');
-    out[size - 1] = '\n';
-    dprintf(STDERR_FILENO, "%.*s", static_cast<int>(size), out);
 }
 
 }  // namespace phone
