@@ -33,8 +33,8 @@ struct dmd_client_info {
     client_dump_operation force_dump[SLOT_COUNT];  // null where empty
 };
 
-// Guards the names of all clients. Held only while they are copied, so nobody waits for a dump to read a
-// name.
+// Guards the names of all clients. Held only while they are copied, so a thread that wants a name never waits
+// until a dump ends.
 inline Mutex client_names_lock;
 
 // One bound client. Never freed once it is in the registry; only what the locks guard changes after that.

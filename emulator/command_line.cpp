@@ -22,11 +22,13 @@ struct Operand {
     Count count = Count::ONE;
 };
 
+// Where a command runs what stands after "--", if it takes that. A new phone also takes options.
+enum class Kind { RUNS_IN_A_NEW_PHONE, RUNS_IN_THE_RUNNING_ONE, RUNS_NOTHING };
+
 struct Command {
     const char* name;
     const char* description;
-    bool boots;       // takes the options of a phone
-    bool takes_rest;  // runs what stands after "--"
+    Kind kind;
     std::vector<Operand> operands;
     const char* footer;
 };
@@ -36,8 +38,7 @@ const Operand CLIENT = {"CLIENT", "Name of the client, as docs/configuration.md 
 const Command commands[] = {
     {"boot",
      "Boot a phone with the daemon in the foreground",
-     true,
-     true,
+     Kind::RUNS_IN_A_NEW_PHONE,
      {},
      "The daemon's log goes to the terminal, and Ctrl-C ends the phone. Put options of the daemon after "
      "'--'.\n\n"
@@ -48,8 +49,7 @@ const Command commands[] = {
      "daemon\n"},
     {"run",
      "Run a command in a phone of its own",
-     true,
-     true,
+     Kind::RUNS_IN_A_NEW_PHONE,
      {},
      "Put the command after '--'. Its exit status becomes that of phone.\n\n"
      "Examples:\n"
@@ -57,8 +57,7 @@ const Command commands[] = {
      "  phone run --bind /home/me/tests -- /home/me/tests/try-driver\n"},
     {"shell",
      "A shell in the running phone",
-     false,
-     true,
+     Kind::RUNS_IN_THE_RUNNING_ONE,
      {},
      "To run a command instead, put it after '--'.\n\n"
      "Examples:\n"
@@ -66,16 +65,14 @@ const Command commands[] = {
      "  phone shell -- ls -lR /data\n"},
     {"log-dir",
      "Print where the reports are; on a terminal, list them too",
-     false,
-     false,
+     Kind::RUNS_NOTHING,
      {},
      "Examples:\n"
      "  phone log-dir\n"
      "  dmd-report \"$(phone log-dir)\"\n"},
     {"report",
      "A driver reports an error",
-     false,
-     false,
+     Kind::RUNS_NOTHING,
      {CLIENT, {"ERROR", "Number of the error"}, {"TEXT", "What the driver says"}},
      "The daemon reports an error that its configuration has a trigger for, and ignores any other.\n\n"
      "Examples:\n"
@@ -83,8 +80,7 @@ const Command commands[] = {
      "  phone report dsm_wifi 7 \"$(cat firmware.log)\"\n"},
     {"state",
      "Set the state that a poll of a client returns",
-     false,
-     false,
+     Kind::RUNS_NOTHING,
      {CLIENT, {"NUMBER", "Its state from now on"}},
      "The daemon asks for it once in each period, if the client has a poll section. It stays until you set "
      "another.\n\n"
@@ -92,8 +88,7 @@ const Command commands[] = {
      "  phone state dsm_pmu_coul 1\n"},
     {"command",
      "An application asks the daemon for a dump",
-     false,
-     false,
+     Kind::RUNS_NOTHING,
      {CLIENT,
       {"SWITCH", "The running test switch: on or off"},
       {"NUMBER", "Error number that the report shows"}},
@@ -101,8 +96,7 @@ const Command commands[] = {
      "  phone command dsm_lcd on 20100\n"},
     {"key",
      "Somebody presses the phone's keys",
-     false,
-     false,
+     Kind::RUNS_NOTHING,
      {{"WORD", KEY_WORD_FORMS, Count::AT_LEAST_ONE}},
      "The combinations that the daemon knows are in docs/forced-dumps.md.\n\n"
      "Examples:\n"
@@ -110,8 +104,7 @@ const Command commands[] = {
      "  phone key down+ up up down-  two while a third is held\n"},
     {"property",
      "Print or set a system property",
-     false,
-     false,
+     Kind::RUNS_NOTHING,
      {{"NAME", "Name of the property"}, {"VALUE", "Its new value", Count::AT_MOST_ONE}},
      "Examples:\n"
      "  phone property dev.bootcomplete\n"
@@ -187,7 +180,7 @@ void add_command(CLI::App* app, const Command& command, Choices* choices) {
     added->add_option("--name", choices->name, "Name of the phone, if several run")
         ->check(not_empty)
         ->type_name("NAME");
-    if (command.boots) {
+    if (command.kind == Kind::RUNS_IN_A_NEW_PHONE) {
         add_boot_options(added, choices);
     }
     for (const Operand& operand : command.operands) {
@@ -200,7 +193,7 @@ void add_command(CLI::App* app, const Command& command, Choices* choices) {
 
 bool runs_something(const std::vector<std::string>& words) {
     const Command* const command = words.empty() ? nullptr : find_command(words[0]);
-    return command != nullptr && command->takes_rest;
+    return command != nullptr && command->kind != Kind::RUNS_NOTHING;
 }
 
 bool read_command_line(const std::string& program, const std::vector<std::string>& words, Choices* choices) {

@@ -1,4 +1,5 @@
-// When a file was modified, to the nanosecond: of two files written in the same second one is the newer.
+// When a file was modified, to the nanosecond: seconds do not tell which of two files of the same second is
+// newer.
 #pragma once
 
 #include <sys/stat.h>

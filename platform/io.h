@@ -24,7 +24,7 @@ inline int read_fully(int fd, void* buf, int count) {
     return done;
 }
 
-// Writes until all `count` bytes are written. Returns count, or -1 on an error, errno telling why.
+// Writes until all `count` bytes are written. Returns count, or -1 on an error.
 inline int write_fully(int fd, const void* buf, int count) {
     const char* const bytes = static_cast<const char*>(buf);
     int done = 0;

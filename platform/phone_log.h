@@ -1,5 +1,5 @@
-// The part of the phone's log library that the daemon uses. On a phone (DMD_ANDROID) it is the platform's
-// header and liblog, on a desk desk/log.cpp.
+// The part of the phone's log library that the daemon uses. On a phone (DMD_ANDROID) it comes from the
+// platform's header and liblog, on a desk from desk/log.cpp.
 #pragma once
 
 #ifdef DMD_ANDROID

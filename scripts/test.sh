@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Builds everything three times and runs all tests of each build: plain; with AddressSanitizer,
-# UndefinedBehaviorSanitizer and the fuzz targets; with ThreadSanitizer. Passes its arguments to ctest.
+# Builds everything three times and runs all tests of each build: plain, with the measurements and the load test; with
+# AddressSanitizer, UndefinedBehaviorSanitizer and the fuzz targets; with ThreadSanitizer. Passes its arguments to ctest.
 set -eu
 cd -- "$(dirname -- "$(realpath -- "$0")")/.."
 scripts/setup.sh test
@@ -17,6 +17,7 @@ mkdir -p build/all
 exec 9> build/lock
 flock -n 9 || { echo "test: another test or demo of this checkout is running" >&2; exit 1; }
 build build/plain
+cmake --build build/plain -j "$jobs" --target dmd_bench soak > build/bench.log 2>&1 || { cat build/bench.log; exit 1; }
 build build/address -DCMAKE_CXX_COMPILER=clang++ -DDMD_SANITIZE=address -DDMD_FUZZ=ON
 build build/thread -DCMAKE_CXX_COMPILER=clang++ -DDMD_SANITIZE=thread
 

@@ -104,7 +104,7 @@ void handle_error(const lclient& record) {
         return;
     }
     LOG_M_AS(OPERATION, "%s has error (%d) reported\n", client_name(record), error_no);
-    run_actions(OPERATION, *trigger, dmd_dump_error, "can not");
+    run_actions(OPERATION, *trigger, dmd_dump_error, "can not get specific client");
 }
 
 // Removes resting clients from the set. Returns the milliseconds until the first rest is over, or -1 when no
@@ -163,7 +163,7 @@ int lclient_get_device_info(lclient* record, unsigned int request) {
     if (record == nullptr) {
         return -1;
     }
-    return get_device_info(__FUNCTION__, "info", record->dclient, record->fd, request);
+    return get_device_info(__FUNCTION__, "get client info failed", record->dclient, record->fd, request);
 }
 
 int lclient_get_error(const lclient* record) {

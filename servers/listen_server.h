@@ -18,9 +18,9 @@ struct lclient {
 
     // A client can stay ready and hand nothing over: its driver is dead, or its trigger's actions do not read
     // it. It then rests, longer each time, so that the thread does not spin on it.
-    unsigned int texts_read;  // by the client, after the last pass that watched it
+    unsigned int texts_read;  // the client's texts_read after the last pass that watched it
     int fruitless;            // passes in a row in which it was ready but handed nothing over
-    int64_t rest_end_ms;      // by the monotonic clock; not watched before
+    int64_t rest_end_ms;      // by the monotonic clock; until then it is not watched
 };
 
 // Starts the listen thread, which then sets its clients up and serves them for the life of the process.

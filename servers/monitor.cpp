@@ -28,7 +28,7 @@ void run_actions(const char* operation, const trigger_info& trigger,
         LOG_M_AS(operation, "action-%d, cname-%s, info-%d\n", k, action.client_name, action.action_info);
         dmd_client* const target = get_client_by_name(action.client_name);
         if (target == nullptr) {
-            LOG_M_AS(operation, "%s get specific client\n", missing);
+            LOG_M_AS(operation, "%s\n", missing);
             continue;
         }
         dispatch(target, trigger.error_no, action.action_info, trigger.running_test_switch);
@@ -50,12 +50,12 @@ void log_triggers(const char* operation, const trigger_info* triggers, int32_t n
     }
 }
 
-int get_device_info(const char* operation, const char* what, dmd_client* client, int fd,
+int get_device_info(const char* operation, const char* failed, dmd_client* client, int fd,
                     unsigned int request) {
     dsm_argument argument = {};
     const int result = dsm_request(fd, request, &argument);
     if (result != 0) {
-        LOG_D_AS(operation, "%s get client %s failed %d\n", client->info->name, what, result);
+        LOG_D_AS(operation, "%s %s %d\n", client->info->name, failed, result);
         return result;
     }
     const MutexLock lock(client_names_lock);

@@ -12,8 +12,8 @@
 // The first complete trigger whose number is `error_no`, or null.
 const trigger_info* find_trigger(const trigger_info* triggers, int32_t num_triggers, int error_no);
 
-// Runs the trigger's actions in order through `dispatch`. Where an action's client is not in the registry, a
-// message that begins with `missing` says so, and the other actions run all the same.
+// Runs the trigger's actions in order through `dispatch`. Where an action's client is not in the registry,
+// logs the message `missing` and runs the other actions all the same.
 void run_actions(const char* operation, const trigger_info& trigger,
                  int (*dispatch)(dmd_client* client, int error_no, int slot, const char* RT_switch),
                  const char* missing);
@@ -23,9 +23,9 @@ void log_triggers(const char* operation, const trigger_info* triggers, int32_t n
 
 // Asks the driver on `fd`, which is bound to the client, for one of the client's names (a request of the
 // DSM_IOCTL_GET_..._NAME kind) and stores it in the registry's record, under the lock of the clients' names.
-// 0, what the driver answered when that is not 0, after a debug message in which the request got the client's
-// `what`, or -22 for another request.
-int get_device_info(const char* operation, const char* what, dmd_client* client, int fd,
+// 0; what the driver answered when that is not 0, after a debug message with `failed` in it; or -22 for
+// another request.
+int get_device_info(const char* operation, const char* failed, dmd_client* client, int fd,
                     unsigned int request);
 
 // Fills in the client's names: the driver's where get_info says that it answers, otherwise the section's.

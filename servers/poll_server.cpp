@@ -84,7 +84,7 @@ void sample(const pclient& record) {
         return;
     }
     LOG_M_AS(OPERATION, "client %s's error (%d) occured\n", cname, state);
-    run_actions(OPERATION, *trigger, dmd_force_dump_error, "can");
+    run_actions(OPERATION, *trigger, dmd_force_dump_error, "can get specific client");
 }
 
 // Samples the clients that are due. Their dumps may run under the lock, because only this thread takes it.
@@ -103,7 +103,7 @@ int pclient_get_device_info(pclient* record, unsigned int request) {
     if (record == nullptr) {
         return -1;
     }
-    return get_device_info(__FUNCTION__, "error", record->dclient, record->fd, request);
+    return get_device_info(__FUNCTION__, "get client error failed", record->dclient, record->fd, request);
 }
 
 int poll_pclient_state(const pclient* record) {

@@ -126,7 +126,7 @@ TEST(CommandServer, NoApplicationStopsTheOthers) {
         const UniqueFd idle = connect_to_commands();
         const UniqueFd half = connect_to_commands();
         ASSERT_TRUE(send_bytes(half, command_message("dsm_tp", 0, 1).substr(0, 20)));
-        // An urgent byte wakes select, but no read without MSG_OOB gets it.
+        // An urgent byte is received like any other, as a message that is too short.
         const UniqueFd urgent = connect_to_commands();
         send(urgent.get(), "!", 1, MSG_OOB);
         const UniqueFd no_more = connect_to_commands();
