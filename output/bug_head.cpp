@@ -42,8 +42,8 @@ void process_stat_write(int fd) {
     // limit, and its list is cut.
     const int status = run_command(PROCESS_COMMAND, PROCESS_LIMIT_SECONDS, write_end.get());
     write_end.reset();
-    fcntl(read_end.get(), F_SETFL,
-          O_NONBLOCK);  // a process that left the command's group may hold the other end
+    // A process that left the command's group may hold the other end open.
+    fcntl(read_end.get(), F_SETFL, O_NONBLOCK);
     const UniqueFile list(status >= 0 ? fdopen(read_end.get(), "r") : nullptr);
     if (list == nullptr) {
         LOG_M("process stat write failed, ignored...\n");

@@ -1,5 +1,5 @@
-// The lock of the record files. dmd_direct_output holds it throughout. It guards what that keeps between
-// calls, the error history included.
+// The lock of the record files. dmd_direct_output holds it throughout. It guards the state that is
+// kept between calls, and the error history.
 #pragma once
 
 #include "platform/mutex.h"

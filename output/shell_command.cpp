@@ -93,8 +93,8 @@ int run_command(const char* command, int limit_seconds, int output) {
     }
     for (;;) {
         siginfo_t ended = {};
-        // WNOWAIT keeps the status, so that nobody else gets the process number. It fails if somebody else
-        // took the status.
+        // WNOWAIT keeps the status, so that nobody else gets the process number. waitid fails if somebody
+        // else took the status.
         if (shell < 0 || waitid(P_PID, static_cast<id_t>(shell), &ended, WEXITED | WNOWAIT | WNOHANG) != 0) {
             return -1;
         }

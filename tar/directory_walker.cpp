@@ -79,7 +79,8 @@ int recursive_action(const char* path, int recurse, int follow_links, int depth_
             result = 0;
         }
     }
-    if (errno != 0) {
+    // Some C libraries tell that a directory was removed meanwhile: it has no more entries then.
+    if (errno != 0 && errno != ENOENT) {
         LOG_M("%s: not all of its entries can be read - %s", path, strerror(errno));
         result = 0;
     }

@@ -7,13 +7,14 @@
 // directory's contents may return WALK_SKIP_CONTENTS.
 using walk_action = int (*)(const char* path, const struct stat* status, void* user_data);
 
-// From a directory action: the directory is done, and so is what it holds.
+// From a directory action: leave out what the directory holds.
 constexpr int WALK_SKIP_CONTENTS = 2;
 
 // Runs the actions on `path` and, with `recurse`, on everything below it, entries in the directory's own
 // order: the directory action for directories (after their contents with depth_first, otherwise before), the
-// file action for everything else. Symbolic links are followed only with follow_links. Each level on the way
-// holds a descriptor and a few hundred bytes of stack: the directory action bounds the depth.
+// file action for everything else. Symbolic links are followed only with follow_links. Each level holds a
+// descriptor and a few hundred bytes of stack. A directory action that is called before the contents can
+// bound the depth; with depth_first nothing does.
 //
 // Returns true when every status call and every action succeeded; after a failed entry the walk goes on.
 int recursive_action(const char* path, int recurse, int follow_links, int depth_first,

@@ -27,6 +27,6 @@ struct HardLinkList {
     const hl_info* find(const struct stat* status) const;
 };
 
-// Adds a record of a file that is in the archive now, where it has more names. Without memory none is added,
-// with a message: its other names will be files of their own.
+// Records a file that has just been archived, if it has other names. Without memory it is not recorded, with
+// a message, and its other names become members with data of their own.
 void addhard_link_info(HardLinkList* list, const char* path, const struct stat* status);

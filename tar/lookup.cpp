@@ -50,7 +50,8 @@ bool resize(LineBuffer* line, int size) {
 }
 
 // Reads the next line that ends with a line feed, begins like an entry and fits; others are skipped. Returns
-// its text, or null when there is none, on an error or without memory. The offset of `fd` is left behind it.
+// its text, or null when there is none, on an error or without memory. The offset of `fd` then stands at the
+// line after it.
 char* next_line(int fd, LineBuffer* line) {
     int used = 0;
     bool fits = true;

@@ -14,8 +14,8 @@
 // that the compiler could check, because the standard declarations leave no room for it.)
 extern Mutex lookup_mutex;
 
-// The next well-formed user entry from the current offset of `fd`, which is left at the start of the line
-// behind it, or null at end of file, on a read or seek error. Lines of more than 255 characters are skipped.
+// The next well-formed user entry from the current offset of `fd`, which then stands at the next line, or
+// null at end of file, on a read or seek error. Lines of more than 255 characters are skipped.
 extern "C" struct passwd* __getpwent(int fd);
 
 // The same for group entries, whose lines may have 32766 characters; null also without memory.

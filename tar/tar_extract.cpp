@@ -40,8 +40,9 @@ UniqueFd create_file(const TarMember& member) {
     };
     // Mostly the directory is there and nothing has the name: only a failure is looked into.
     UniqueFd file = create();
+    const int reason = errno;
     if (!file.valid() &&
-        ((errno == ENOENT && make_parent(member)) || (errno == EEXIST && unlink(member.name) == 0))) {
+        ((reason == ENOENT && make_parent(member)) || (reason == EEXIST && unlink(member.name) == 0))) {
         file = create();
     }
     return file;

@@ -8,7 +8,7 @@
 // selects what lies below it.
 //
 // Returns 1 when the end of the archive was reached and no member failed; 0 when a member failed, when the
-// archive has no end, or when it has a type of member that is not known, which ends the run; -1 when reading
+// archive has no end, or when a member's type is unknown, which ends the run; -1 when reading
 // failed between two members and none had failed before. The log tells what was wrong, but not why a file
 // could not be made. Owners, modes and times that cannot be set do not make a member fail.
 //

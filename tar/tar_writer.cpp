@@ -141,9 +141,12 @@ bool write_tar_header(ustar_header* header, const char* path, const char* member
 UniqueFd open_file(const char* path) {
     UniqueFd file(open(path, O_RDONLY | O_LARGEFILE | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
     struct stat status;
-    if (file.valid() && (fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode))) {
-        file.reset();
+    if (!file.valid() || fstat(file.get(), &status) != 0) {
+        return UniqueFd();
+    }
+    if (!S_ISREG(status.st_mode)) {
         errno = ESTALE;
+        return UniqueFd();
     }
     return file;
 }

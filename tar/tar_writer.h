@@ -38,7 +38,7 @@ struct tb_info {
 int write_tar_file(const char* archive_path, char** operands);
 
 // Writes the member for one path, whose lstat status the caller has read. Returns true when it was written or
-// skipped (a socket, the archive itself, a path of more than 99 characters), false when it failed: then
-// either nothing of it is in the archive or, where its data ended early, its recorded size was filled with
-// zero bytes.
+// skipped (a socket, the archive itself, a path of more than 99 characters or of slashes only), false when it
+// failed: then either nothing of it is in the archive or, where its data ended early, its recorded size was
+// filled with zero bytes.
 int write_file_to_tarball(const char* path, const struct stat* status, tb_info* info);
