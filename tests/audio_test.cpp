@@ -1,4 +1,5 @@
 // The audio dumps: what they run, pack and remove.
+#include <dirent.h>
 #include <pthread.h>
 #include <unistd.h>
 

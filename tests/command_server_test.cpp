@@ -4,7 +4,6 @@
 
 #include <fcntl.h>
 #include <sys/resource.h>
-#include <sys/select.h>
 #include <sys/socket.h>
 
 #include <atomic>

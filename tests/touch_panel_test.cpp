@@ -42,7 +42,7 @@ struct source {
     const char* nothing_read;
 };
 
-const source SOURCES[] = {
+const std::vector<source> SOURCES = {
     {"/proc/touchscreen/rawdata", "RR", "", "", "read tp raw capacity failed!"},
     {"/sys/touch_screen/synaptics_debug_test", "DD", "", "", "read tp diff capacity failed!"},
     {"/data/input", "II", "\n", "", "read dmd_temp.txt failed!"},
@@ -61,10 +61,6 @@ std::string show(const std::vector<source>& sources) {
         text += shown.before + shown.content + (shown.content.empty() ? "" : shown.after);
     }
     return text;
-}
-
-std::vector<source> all_sources() {
-    return {std::begin(SOURCES), std::end(SOURCES)};
 }
 
 // Goes through the cycle. Returns what it has saved, and leaves nothing of it.
@@ -171,9 +167,9 @@ TEST(TouchPanel, NoFileIsWaitedFor) {
 
 TEST(TouchPanel, WhatASourceDoesNotBringIsLeftOut) {
     bring_up("", false);
-    for (size_t i = 0; i < std::size(SOURCES); ++i) {
+    for (size_t i = 0; i < SOURCES.size(); ++i) {
         SCOPED_TRACE(SOURCES[i].path);
-        std::vector<source> sources = all_sources();
+        std::vector<source> sources = SOURCES;
         sources[i].content = "";
         const std::string text = show(sources);
         LogCapture log;
@@ -191,7 +187,7 @@ TEST(TouchPanel, WhatASourceDoesNotBringIsLeftOut) {
 TEST(TouchPanel, TextIsCutAtItsLimitWhereverThatFalls) {
     constexpr size_t LIMIT = 32768;
     bring_up("", false);
-    std::vector<source> sources = all_sources();
+    std::vector<source> sources = SOURCES;
     const size_t others = show(sources).size() - sources[0].content.size();
     for (size_t over = 0; over <= others + 1; ++over) {
         sources[0].content = std::string(LIMIT - others + over, '\0');
