@@ -180,7 +180,7 @@ TEST(Report, TellsOfDumpsWithoutAReport) {
     EXPECT_EQ(20002, reports[1]["error"]);
     EXPECT_EQ(0U, reports[1]["attachments"].size());
     EXPECT_EQ(7, reports[1]["bytes"]);
-    EXPECT_EQ(json{reports[1]}, json::parse(run_report("/data --json --show 2").out)["reports"]);
+    EXPECT_EQ(json::array({reports[1]}), json::parse(run_report("/data --json --show 2").out)["reports"]);
     EXPECT_TRUE(ends_with(run_report("/data --show 2").out, std::string("\n\nContent:\nbytes\0\n", 18)));
 }
 
