@@ -97,7 +97,7 @@ void find_dump_file_dir(char (&found)[DIRECTORY_TEXT_SIZE], const char* base, co
         }
         char path[PATH_MAX];
         const size_t length = format_text(path, sizeof path, "%s/%s/%s", base, entry->d_name, file_name);
-        // Nothing that is not a plain file may block the daemon.
+        // A FIFO or a device here must not block the daemon.
         if (!UniqueFd(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK)).valid()) {
             continue;
         }

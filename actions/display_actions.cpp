@@ -99,7 +99,7 @@ int lcd_force_dump_error(dmd_client* client, int error_no, const char* RT_switch
             continue;
         }
         LOG_M("dump graphic file:%s", path);
-        // Nothing that is not a plain file may block the daemon.
+        // A FIFO or a device here must not block the daemon.
         const UniqueFd file(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
         if (!file.valid()) {
             LOG_M("Unable to open %s-%s\n", path, strerror(errno));

@@ -63,7 +63,7 @@ void save_newest_image(dmd_client* client, char* buffer, dmd_error_info* info) {
     if (!find_newest_image(path)) {
         return;
     }
-    // Nothing that is not a plain file may block the daemon.
+    // A FIFO or a device here must not block the daemon.
     const UniqueFd image(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     if (!image.valid()) {
         LOG_M_AS(OPERATION, "open %s failed - %s\n", path, strerror(errno));

@@ -114,7 +114,7 @@ enum class outcome { absent, added, empty };
 // Appends what one read of the file returns. Absent: the file did not open, or there was no room for it.
 // Empty: it opened, but the read returned nothing.
 outcome append_file(dump_text* text, const tp_source& source) {
-    // Nothing that is not a plain file may block the daemon.
+    // A FIFO or a device here must not block the daemon.
     const UniqueFd file(open(source.path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     if (!file.valid()) {
         LOG_M_AS(OPERATION, "Unable to open %s - %s\n", source.path, strerror(errno));
