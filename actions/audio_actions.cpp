@@ -13,10 +13,12 @@
 #include "actions/memory_dump.h"
 #include "clients/generic_dump.h"
 #include "daemon/product_version.h"
+#include "output/output_dir.h"
 #include "output/record.h"
 #include "output/shell_command.h"
 #include "platform/log.h"
 #include "platform/owned.h"
+#include "platform/plain_file.h"
 #include "platform/text.h"
 
 namespace {
@@ -87,7 +89,7 @@ bool is_mediaserver(const char* number) {
 void find_dump_file_dir(char (&found)[DIRECTORY_TEXT_SIZE], const char* base, const char* file_name) {
     found[0] = '\0';
     sleep(IMAGE_WAIT_SECONDS);
-    const UniqueDir stream(opendir(base));
+    const UniqueDir stream = open_plain_directory(base);
     if (stream == nullptr) {
         return;
     }
@@ -97,8 +99,7 @@ void find_dump_file_dir(char (&found)[DIRECTORY_TEXT_SIZE], const char* base, co
         }
         char path[PATH_MAX];
         const size_t length = format_text(path, sizeof path, "%s/%s/%s", base, entry->d_name, file_name);
-        // A FIFO or a device here must not block the daemon.
-        if (!UniqueFd(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK)).valid()) {
+        if (!open_plain_file(path, O_RDONLY).valid()) {
             continue;
         }
         if (length >= sizeof found || strpbrk(entry->d_name, WORD_SEPARATORS) != nullptr) {
@@ -150,6 +151,12 @@ void list_audio_files(char* list, size_t size) {
                            " " MEDIA_DUMP " " RESET_FILES);
 }
 
+// Runs a command that writes the file at `path`.
+void run_into(const char* path, const char* command) {
+    remove_link(path);
+    run_command(command);
+}
+
 void remove_codec_dump() {
     run_command("rm " CODEC_DUMP);
 }
@@ -167,7 +174,7 @@ void remove_audio_files() {
 
 int codec_dump_error(dmd_client* client, int error_no, const char* RT_switch) {
     if (is_wanted(__FUNCTION__, client, RT_switch)) {
-        run_command("cat /sys/kernel/debug/zc8830/rh > " CODEC_DUMP);
+        run_into(CODEC_DUMP, "cat /sys/kernel/debug/zc8830/rh > " CODEC_DUMP);
         LOG_D("codec_dump on error_no %d.\n", error_no);
     }
     return 0;
@@ -184,15 +191,15 @@ int hifi_force_dump_error(dmd_client* client, int error_no, const char* RT_switc
 
 int media_dump_error(dmd_client* client, int error_no, const char* RT_switch) {
     if (is_wanted(__FUNCTION__, client, RT_switch)) {
-        run_command("dumpsys media.audio_policy > " AUDIO_POLICY_LOG);
-        run_command("dumpsys media.audio_flinger > " AUDIO_FLINGER_LOG);
-        run_command("dumpsys audio > " AUDIO_LOG);
-        run_command("dumpsys media.player > " MEDIA_PLAYER_LOG);
+        run_into(AUDIO_POLICY_LOG, "dumpsys media.audio_policy > " AUDIO_POLICY_LOG);
+        run_into(AUDIO_FLINGER_LOG, "dumpsys media.audio_flinger > " AUDIO_FLINGER_LOG);
+        run_into(AUDIO_LOG, "dumpsys audio > " AUDIO_LOG);
+        run_into(MEDIA_PLAYER_LOG, "dumpsys media.player > " MEDIA_PLAYER_LOG);
         char pid[PID_SIZE];
         get_mediaserver_pid(pid);
         char command[DEBUGGERD_COMMAND_SIZE];
         format_text(command, sizeof command, "debuggerd -b %s > " MEDIA_DUMP, pid);
-        run_command(command);
+        run_into(MEDIA_DUMP, command);
         LOG_D("media_dump on error_no %d.\n", error_no);
     }
     return 0;

@@ -1,7 +1,6 @@
 // Dumping the frames that the graphics side is composing.
 #include "actions/display_actions.h"
 
-#include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -19,6 +18,7 @@
 #include "output/shell_command.h"
 #include "platform/log.h"
 #include "platform/owned.h"
+#include "platform/plain_file.h"
 #include "platform/properties.h"
 #include "platform/text.h"
 
@@ -71,7 +71,7 @@ int lcd_force_dump_error(dmd_client* client, int error_no, const char* RT_switch
     if (identify_product_version() == 1) {
         return -1;
     }
-    const UniqueDir dir(opendir(FRAME_DIR));
+    const UniqueDir dir = open_plain_directory(FRAME_DIR);
     if (dir == nullptr) {
         LOG_M("unable to open dir: %s. error info:%s.", FRAME_DIR, strerror(errno));
         return -1;
@@ -90,7 +90,7 @@ int lcd_force_dump_error(dmd_client* client, int error_no, const char* RT_switch
         char path[PATH_SIZE] = {};
         format_text(path, sizeof path, "%s/%s", FRAME_DIR, entry->d_name);
         struct stat status;
-        if (stat(path, &status) != 0) {
+        if (lstat(path, &status) != 0) {
             LOG_M("get %s's information failed\n", path);
             return -1;
         }
@@ -98,9 +98,12 @@ int lcd_force_dump_error(dmd_client* client, int error_no, const char* RT_switch
         if (modified < start || modified > end) {
             continue;
         }
+        if (!S_ISREG(status.st_mode)) {
+            LOG_M("leave %s alone, not a plain file\n", path);
+            continue;
+        }
         LOG_M("dump graphic file:%s", path);
-        // A FIFO or a device here must not block the daemon.
-        const UniqueFd file(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+        const UniqueFd file = open_plain_file(path, O_RDONLY);
         if (!file.valid()) {
             LOG_M("Unable to open %s-%s\n", path, strerror(errno));
             return -1;

@@ -1,7 +1,6 @@
 // Saving the memory image of the sensor hub.
 #include "actions/sensorhub_actions.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -17,6 +16,7 @@
 #include "output/record.h"
 #include "platform/log.h"
 #include "platform/owned.h"
+#include "platform/plain_file.h"
 #include "platform/text.h"
 
 namespace {
@@ -30,7 +30,7 @@ constexpr unsigned int IMAGE_WAIT_SECONDS = 10;
 // the same time; "." and ".." are entries too. False, after a message, when the directory could not be
 // opened.
 bool find_newest_image(char (&image_path)[PATH_SIZE]) {
-    const UniqueDir dir(opendir(MEMORY_DUMP_DIR));
+    const UniqueDir dir = open_plain_directory(MEMORY_DUMP_DIR);
     if (dir == nullptr) {
         LOG_M_AS(OPERATION, "unable to open %s -%s\n", MEMORY_DUMP_DIR, strerror(errno));
         return false;
@@ -40,7 +40,8 @@ bool find_newest_image(char (&image_path)[PATH_SIZE]) {
         char path[PATH_SIZE] = {};
         format_text(path, sizeof path, "%s/%s", MEMORY_DUMP_DIR, entry->d_name);
         struct stat status;
-        if (stat(path, &status) != 0) {
+        // A link could lead anywhere.
+        if (lstat(path, &status) != 0 || S_ISLNK(status.st_mode)) {
             LOG_M_AS(OPERATION, "get %s's information failed\n", path);
             continue;
         }
@@ -63,8 +64,7 @@ void save_newest_image(dmd_client* client, char* buffer, dmd_error_info* info) {
     if (!find_newest_image(path)) {
         return;
     }
-    // A FIFO or a device here must not block the daemon.
-    const UniqueFd image(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    const UniqueFd image = open_plain_file(path, O_RDONLY);
     if (!image.valid()) {
         LOG_M_AS(OPERATION, "open %s failed - %s\n", path, strerror(errno));
         return;

@@ -1,7 +1,6 @@
 // Running the touch panel's debug cycle.
 #include "actions/touch_panel_actions.h"
 
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -16,10 +15,12 @@
 #include "output/shell_command.h"
 #include "platform/log.h"
 #include "platform/owned.h"
+#include "platform/plain_file.h"
 
 namespace {
 
 #define INPUT_DUMP "/data/dmd_temp.txt"
+#define SCREENSHOT DMD_LOG_DIR "/tp_screencap.png"
 #define KERNEL_LOG_LEVEL "/sys/bus/platform/devices/qelvan_touch/loglevel"
 #define FRAMEWORK_LOG "/sys/touch_screen/synaptics_trigger_log"
 
@@ -38,10 +39,10 @@ enum : int {
 // The thread that changes the state takes the step.
 std::atomic<int> tp_debug_state{TP_DEBUG_IDLE};
 
-// A command, and the beginning of the message for when it could not be run.
 struct tp_command {
     const char* line;
-    const char* failed;
+    const char* failed;            // begins the message for when it could not be run
+    const char* output = nullptr;  // the file that it writes, if any
 };
 
 constexpr tp_command ARM[] = {
@@ -49,8 +50,8 @@ constexpr tp_command ARM[] = {
     {"settings put system pointer_location 1", "show tp pointer location failed"},
     {"settings put system haptic_feedback_enabled 1", "open haptic feedback failed"},
 };
-constexpr tp_command TAKE_SCREENSHOT = {"screencap -p " DMD_LOG_DIR "/tp_screencap.png", "screencap failed"};
-constexpr tp_command DUMP_INPUT = {"dumpsys input > " INPUT_DUMP, "dumpsys inputfailed"};
+constexpr tp_command TAKE_SCREENSHOT = {"screencap -p " SCREENSHOT, "screencap failed", SCREENSHOT};
+constexpr tp_command DUMP_INPUT = {"dumpsys input > " INPUT_DUMP, "dumpsys inputfailed", INPUT_DUMP};
 constexpr tp_command SWITCH_LOGS_ON[] = {
     {"echo 1 > " KERNEL_LOG_LEVEL, "open tp kernel log failed"},
     {"echo 1 > " FRAMEWORK_LOG, "enable tp framework log failed"},
@@ -67,6 +68,9 @@ constexpr tp_command DISABLE[] = {
 
 // Runs a command. Returns its status.
 int run(const char* operation, const tp_command& command) {
+    if (command.output != nullptr) {
+        remove_link(command.output);
+    }
     const int status = run_command(command.line);
     if (status < 0) {
         LOG_M_AS(operation, "%s. error:%s.", command.failed, strerror(errno));
@@ -114,8 +118,7 @@ enum class outcome { absent, added, empty };
 // Appends what one read of the file returns. Absent: the file did not open, or there was no room for it.
 // Empty: it opened, but the read returned nothing.
 outcome append_file(dump_text* text, const tp_source& source) {
-    // A FIFO or a device here must not block the daemon.
-    const UniqueFd file(open(source.path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    const UniqueFd file = open_plain_file(source.path, O_RDONLY);
     if (!file.valid()) {
         LOG_M_AS(OPERATION, "Unable to open %s - %s\n", source.path, strerror(errno));
         return outcome::absent;

@@ -4,10 +4,13 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 
+#include "output/output_dir.h"
 #include "output/shell_command.h"
+#include "platform/io.h"
 #include "platform/log.h"
 #include "platform/owned.h"
 #include "platform/text.h"
@@ -24,13 +27,9 @@ constexpr char PROCESS_COMMAND[] = "top -m 5 -n 1";
 // Short: the driver's text, already read, waits to be written.
 constexpr int PROCESS_LIMIT_SECONDS = 10;
 
-int bytes_written(ssize_t result) {
-    return result > 0 ? static_cast<int>(result) : 0;
-}
-
 }  // namespace
 
-void process_stat_write(int fd) {
+void process_stat_write(int fd, const char* path) {
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0) {
         LOG_M("process stat write failed, ignored...\n");
@@ -51,18 +50,25 @@ void process_stat_write(int fd) {
     }
     read_end.release();
     int total = 0;
+    bool is_cut = false;
     char piece[HEAD_SIZE];
-    while (fgets(piece, sizeof piece, list.get()) != nullptr) {
+    while (!is_cut && fgets(piece, sizeof piece, list.get()) != nullptr) {
         if (piece[0] == '\n') {
             continue;
         }
         LOG_D("[fgets] %s", piece);
-        total += bytes_written(write(fd, piece, strlen(piece)));
+        const int length = static_cast<int>(strlen(piece));
+        is_cut = write_fully(fd, piece, length) != length;
+        total += is_cut ? 0 : length;
+    }
+    // An end that somebody else holds open gives EAGAIN after the whole list.
+    if (is_cut || (ferror(list.get()) != 0 && errno != EAGAIN)) {
+        tell_lost(path, "the list of processes");
     }
     LOG_D("process stat total %dbytes\n", total);
 }
 
-int bug_head_write(int fd, const dmd_error_info* info, unsigned int kind) {
+int bug_head_write(int fd, const dmd_error_info* info, unsigned int kind, const char* path) {
     LOG_D("device name:%s, error_no:%d\n", info->device_name, info->error_no);
     const tm when = local_time(info->time);
     char head[HEAD_SIZE];
@@ -72,33 +78,34 @@ int bug_head_write(int fd, const dmd_error_info* info, unsigned int kind) {
     append_text(head, sizeof head, "%s%02d:%02d:%02d\n", HEAD_TIME, when.tm_hour, when.tm_min, when.tm_sec);
     append_text(head, sizeof head, "%s%s\n", HEAD_DEVICE, info->device_name);
     append_text(head, sizeof head, "%s%02d\n", HEAD_ERROR_NO, info->error_no);
-    size_t length = append_text(head, sizeof head, "%s%.4s\n", HEAD_TEST_SWITCH, info->running_test_switch);
-
+    append_text(head, sizeof head, "%s%.4s\n", HEAD_TEST_SWITCH, info->running_test_switch);
+    constexpr char PART[] = "the head of a report";
+    int length = static_cast<int>(strlen(head));
     int written = 0;
     switch (kind & 0xffff) {
         case HEAD_SHORT:
-            written = bytes_written(write(fd, head, length));
+            written = write_part(fd, path, PART, head, length);
             break;
         case HEAD_FULL:
-            length = append_text(head, sizeof head, "%s", HEAD_PROCESSES);
-            written = bytes_written(write(fd, head, length));
-            process_stat_write(fd);
+            length = static_cast<int>(append_text(head, sizeof head, "%s", HEAD_PROCESSES));
+            written = write_part(fd, path, PART, head, length);
+            process_stat_write(fd, path);
             break;
         default:
             break;
     }
-    int needed = static_cast<int>(length);
+    int needed = length;
     switch (kind & ~0xffffU) {
         case HEAD_COMMERCIAL_RECORD:
         case HEAD_ROLLING_RECORD:
         case HEAD_OTHER_RECORD:
             needed = static_cast<int>(strlen(HEAD_CONTENT));
-            written += bytes_written(write(fd, HEAD_CONTENT, strlen(HEAD_CONTENT)));
+            written += write_part(fd, path, "\"[Content]:\"", HEAD_CONTENT, needed);
             break;
         default:
             break;
     }
     LOG_D("bughead need write %dbytes, actual write %dbytes\n", needed, written);
-    fsync(fd);
+    sync_file(fd, path);
     return 0;
 }

@@ -20,10 +20,10 @@ constexpr unsigned int HEAD_FULL = 4;  // with a snapshot of the busiest process
 constexpr unsigned int HEAD_COMMERCIAL_RECORD = 0x10000;
 constexpr unsigned int HEAD_ROLLING_RECORD = 0x20000;
 
-// Writes a bug report head of the given kind to fd and syncs it. Always 0: the report is written even if its
-// head cannot be.
-int bug_head_write(int fd, const dmd_error_info* info, unsigned int kind);
+// Writes a bug report head of the given kind to fd, the file at `path`, and syncs it. Logs each part that is
+// cut or lost. Always 0: the report is written even if its head cannot be.
+int bug_head_write(int fd, const dmd_error_info* info, unsigned int kind, const char* path);
 
-// Copies a snapshot of the busiest processes to fd, without its empty lines. Logs a snapshot that cannot be
-// taken.
-void process_stat_write(int fd);
+// Copies a snapshot of the busiest processes to fd, the file at `path`, without its empty lines. Logs a
+// snapshot that cannot be taken, or is cut.
+void process_stat_write(int fd, const char* path);

@@ -12,7 +12,6 @@
 #include "output/output_dir.h"
 #include "output/retention.h"
 #include "output/upload.h"
-#include "platform/io.h"
 #include "platform/log.h"
 #include "platform/mutex.h"
 #include "platform/owned.h"
@@ -32,11 +31,9 @@ bool write_dump(const char* path, const void* buf, int len) {
         return false;
     }
     LOG_D_AS(OPERATION, "output to file: %s, size: %d\n", path, len);
-    if (write_fully(file.get(), buf, len) != len) {
-        // The part that was written is worth keeping.
-        LOG_M_AS(OPERATION, "the dump in %s is cut or lost - %s\n", path, strerror(errno));
-    }
-    fsync(file.get());
+    // What was written of it is worth keeping.
+    write_part(file.get(), path, "the dump", buf, len);
+    sync_file(file.get(), path);
     return true;
 }
 
@@ -83,12 +80,12 @@ int dmd_compress_output(const void* buf, int len, dmd_error_info* info, int type
     }
     // Splitting an archive command has ended its text at the first blank.
     LOG_M("dmd_tar_cmd:%s.\n", command);
-    if (gzip_file(path) != 0) {
+    if (gzip_file(path, info->time) != 0) {
         LOG_M("compress error  - %s\n", strerror(errno));
     }
     append_text(path, sizeof path, ".gz");
     LOG_D("new compress file - %s", path);
-    make_readable(OPERATION, path);
+    finish_dump(OPERATION, path);
     dmd_file_upload(path, info);
     return result;
 }

@@ -10,6 +10,7 @@
 
 #include "output/shell_command.h"
 #include "platform/log.h"
+#include "platform/plain_file.h"
 #include "platform/text.h"
 #include "tar/tar_main.h"
 
@@ -17,6 +18,7 @@ namespace {
 
 constexpr mode_t DUMP_MODE = 0644;
 constexpr int MIN_COMMAND_WORDS = 3;
+constexpr int ARCHIVE_WORD = 2;
 
 }  // namespace
 
@@ -66,6 +68,7 @@ int run_archive_command(const char* operation, char* command) {
         LOG_M_AS(operation, "invalid dmd tar compress cmd.\n");
         return split;
     }
+    remove_link(argv[ARCHIVE_WORD]);
     const int result = dmd_tar_main(argc, argv);
     if (result < 0) {
         LOG_M_AS(operation, "dmd tar file failed.");
@@ -73,23 +76,41 @@ int run_archive_command(const char* operation, char* command) {
     return result;
 }
 
-int gzip_file(const char* path) {
+int gzip_file(const char* path, int32_t time) {
+    char compressed[PATH_SIZE];
+    format_text(compressed, sizeof compressed, "%s.gz", path);
+    remove_link(compressed);
+    struct stat status;
+    if (lstat(compressed, &status) == 0 && S_ISREG(status.st_mode) &&
+        static_cast<time_t>(status.st_mtime) < time) {
+        // Left there, it would be announced as the new one: gzip replaces nothing.
+        LOG_M("an older dump gives way: %s\n", compressed);
+        unlink(compressed);
+    }
     char command[COMMAND_SIZE];
     format_text(command, sizeof command, "gzip %25s", path);
-    const int status = secure_system(command);
+    const int result = secure_system(command);
+    const int reason = errno;
+    if (result != 0) {
+        LOG_M("%s is not compressed, status %d\n", path, result);
+    }
     // A killed gzip may leave a part of its output, which must not pass for the dump. As long as the file at
     // `path` is there, that is the whole dump.
-    const bool was_killed = status > 0 && (WIFSIGNALED(status) || WEXITSTATUS(status) > 128);
+    const bool was_killed = result > 0 && (WIFSIGNALED(result) || WEXITSTATUS(result) > 128);
     if (was_killed && access(path, F_OK) == 0) {
-        char part[PATH_SIZE];
-        format_text(part, sizeof part, "%s.gz", path);
-        unlink(part);
+        unlink(compressed);
     }
-    return status;
+    errno = reason;
+    return result;
 }
 
-void make_readable(const char* operation, const char* path) {
-    if (chmod(path, DUMP_MODE) != 0) {
+void finish_dump(const char* operation, const char* path) {
+    const UniqueFd file = open_plain_file(path, O_RDONLY);
+    if (!file.valid() || fchmod(file.get(), DUMP_MODE) != 0) {
         LOG_M_AS(operation, "chmod error  - %s\n", strerror(errno));
+    }
+    if (file.valid()) {
+        sync_file(file.get(), path);
+        sync_output_dir();
     }
 }

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 
 #include "output/error_info.h"
 #include "output/output_dir.h"
@@ -27,8 +28,10 @@ int parse_command(char* text, int* argc, char** argv);
 int run_archive_command(const char* operation, char* command);
 
 // Has the system's gzip replace the file at `path` by a compressed one with ".gz" behind its name. Leaves no
-// part of a ".gz". Returns the command's status; errno tells why when that is -1.
-int gzip_file(const char* path);
+// part of a ".gz". A dump of that name from before `time` (seconds since the epoch) gives way. Returns the
+// command's status, after a message when it is not 0; errno tells why when it is -1.
+int gzip_file(const char* path, int32_t time);
 
-// Makes a dump readable for all, whatever mode gzip gave it. A failure has a message.
-void make_readable(const char* operation, const char* path);
+// Makes a compressed dump readable for all, whatever mode gzip gave it, and flushes it and its name. Failures
+// have messages.
+void finish_dump(const char* operation, const char* path);

@@ -8,8 +8,10 @@
 #include <cerrno>
 #include <cstring>
 
+#include "platform/io.h"
 #include "platform/log.h"
 #include "platform/owned.h"
+#include "platform/plain_file.h"
 
 namespace {
 
@@ -31,7 +33,8 @@ int mkdir_parent() {
                     return -1;
                 }
             }
-            if (chmod(path, DIRECTORY_MODE) != 0) {
+            const UniqueFd dir(open(path, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+            if (!dir.valid() || fchmod(dir.get(), DIRECTORY_MODE) != 0) {
                 LOG_M("chmod %s failed - %s\n", path, strerror(errno));
             }
         }
@@ -40,25 +43,25 @@ int mkdir_parent() {
     return 0;
 }
 
-int open_without_waiting(const char* path, int flags, mode_t mode) {
-    UniqueFd fd(open(path, flags | O_NONBLOCK | O_CLOEXEC, mode));
-    struct stat opened;
-    if (fd.valid() && fstat(fd.get(), &opened) == 0 && S_ISFIFO(opened.st_mode)) {
-        fd.reset();
-        errno = ENXIO;
+void remove_link(const char* path) {
+    struct stat status;
+    if (lstat(path, &status) != 0 || (S_ISREG(status.st_mode) && status.st_nlink == 1)) {
+        return;
     }
-    return fd.release();
+    const char* const outcome = unlink(path) == 0 ? "removed" : strerror(errno);
+    LOG_M("%s is not a plain file - %s\n", path, outcome);
 }
 
 int open_output_file(const char* path, int flags) {
     if (path == nullptr) {
         return -1;
     }
-    UniqueFd fd(open_without_waiting(path, flags, FILE_MODE));
+    remove_link(path);
+    UniqueFd fd = open_plain_file(path, flags, FILE_MODE);
     int reason = errno;
     if (!fd.valid()) {
         LOG_M("unable to open %s - %s\n", path, strerror(reason));
-    } else if (chmod(path, FILE_MODE) != 0) {
+    } else if (fchmod(fd.get(), FILE_MODE) != 0) {
         reason = errno;
         LOG_M("unable to change %s - %s\n", path, strerror(reason));
         fd.reset();
@@ -66,4 +69,35 @@ int open_output_file(const char* path, int flags) {
     LOG_D("file %s, fd %d\n", path, fd.get());
     errno = reason;
     return fd.release();
+}
+
+void set_modified_time(const char* path, const file_time& time) {
+    const timespec times[] = {{0, UTIME_OMIT},
+                              {static_cast<time_t>(time.seconds), static_cast<long>(time.nanoseconds)}};
+    if (utimensat(AT_FDCWD, path, times, AT_SYMLINK_NOFOLLOW) != 0) {
+        LOG_M("the time of %s cannot be set - %s\n", path, strerror(errno));
+    }
+}
+
+int write_part(int fd, const char* path, const char* part, const void* bytes, int count) {
+    if (write_fully(fd, bytes, count) != count) {
+        tell_lost(path, part);
+        return 0;
+    }
+    return count;
+}
+
+void tell_lost(const char* path, const char* part) {
+    LOG_M("%s in %s is cut or lost - %s\n", part, path, strerror(errno));
+}
+
+void sync_file(int fd, const char* path) {
+    if (fd < 0 || fsync(fd) != 0) {
+        LOG_M("%s is not safe from a power cut - %s\n", path, strerror(errno));
+    }
+}
+
+void sync_output_dir() {
+    const UniqueFd dir(open(DMD_LOG_DIR, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    sync_file(dir.get(), DMD_LOG_DIR);
 }

@@ -3,6 +3,8 @@
 
 #include <sys/types.h>
 
+#include "platform/file_time.h"
+
 #define DMD_LOG_DIR "/data/kvdx_logs/dmd_log"
 
 // Buffer sizes in bytes: a path, and a command line.
@@ -13,10 +15,26 @@ constexpr int COMMAND_SIZE = 768;
 // not be created.
 int mkdir_parent();
 
-// As open, but never waits, and refuses a FIFO (-1, errno ENXIO): its reader could block the daemon or, by
-// going away, end it. The commands that the daemon runs do not inherit the file.
-int open_without_waiting(const char* path, int flags, mode_t mode);
+// Removes what stands at `path`, after a message, unless it is a regular file without a second name: through
+// a link the daemon or a command of its own would write elsewhere.
+void remove_link(const char* path);
 
-// Opens a file with mode 0644 whatever the umask is. The descriptor, which the caller owns, or -1 after a
-// message, errno telling why; -1 also for a null path.
+// Opens a file with mode 0644 whatever the umask is, in place of whatever remove_link removes. The
+// descriptor, which the caller owns, or -1 after a message, errno telling why; -1 also for a null path.
 int open_output_file(const char* path, int flags);
+
+// Sets when the file at `path` was modified; of a link, the link's own time. A failure has a message.
+void set_modified_time(const char* path, const file_time& time);
+
+// Writes all bytes to `fd`, or logs that `part` of the file at `path` is cut or lost. Returns the bytes
+// written, 0 when it was not all.
+int write_part(int fd, const char* path, const char* part, const void* bytes, int count);
+
+// Logs that `part` of the file at `path` is cut or lost, and why: the reason is in errno.
+void tell_lost(const char* path, const char* part);
+
+// Flushes what was written to `fd`, the file at `path`. A failure, also to open it, has a message.
+void sync_file(int fd, const char* path);
+
+// Flushes the names in DMD_LOG_DIR. A failure has a message.
+void sync_output_dir();

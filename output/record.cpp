@@ -61,7 +61,8 @@ void write_commercial_record(const void* buf, int len, const dmd_error_info* inf
         LOG_M_AS(OPERATION, "open upload file failed! strerr:%s.\n", strerror(errno));
         return;
     }
-    if (bug_head_write(file.get(), info, static_cast<unsigned int>(mode) | HEAD_COMMERCIAL_RECORD) < 0 ||
+    if (bug_head_write(file.get(), info, static_cast<unsigned int>(mode) | HEAD_COMMERCIAL_RECORD,
+                       COMMERCIAL_RECORD) < 0 ||
         write_fully(file.get(), buf, len) != len || file.reset() != 0) {
         return;
     }
@@ -88,9 +89,9 @@ void archive_report(const dmd_error_info* info, const char* extra_files, int mod
     if (run_archive_command(OPERATION, command) < 0) {
         return;
     }
-    gzip_file(path);
+    gzip_file(path, info->time);
     append_text(path, sizeof path, ".gz");
-    make_readable(OPERATION, path);
+    finish_dump(OPERATION, path);
     dmd_file_upload(path, info);
 }
 
@@ -108,17 +109,16 @@ int dmd_direct_output(const void* buf, int len, dmd_error_info* info, const char
     }
     LOG_D("output to file: %s, prepare write %dbytes\n", record.path, len);
     if (mode == DMD_OUTPUT_SHORT || mode == DMD_OUTPUT_FULL) {
-        result = bug_head_write(record.fd.get(), info, static_cast<unsigned int>(mode) | HEAD_ROLLING_RECORD);
+        result = bug_head_write(record.fd.get(), info, static_cast<unsigned int>(mode) | HEAD_ROLLING_RECORD,
+                                record.path);
     }
     if (result < 0) {
         LOG_M("bug head write failed\n");
         return 0;
     }
-    if (write_fully(record.fd.get(), buf, len) != len) {
-        // The archive and the upload still carry the part that was written.
-        LOG_M("the report in %s is cut or lost - %s\n", record.path, strerror(errno));
-    }
-    fsync(record.fd.get());
+    // The archive and the upload still carry what was written of it.
+    write_part(record.fd.get(), record.path, "the report", buf, len);
+    sync_file(record.fd.get(), record.path);
 
     if (record.is_commercial_version == 1) {
         write_commercial_record(buf, len, info, mode);

@@ -20,6 +20,7 @@ namespace {
 
 constexpr int64_t RECORD_SIZE_LIMIT_BYTES = 512 * 1024;
 constexpr int RECORD_FILES = 4;
+constexpr int RECORD_NAMES = 10;  // that are looked at when the latest file is chosen
 
 void format_record_path(char* path, size_t size, int index) {
     format_text(path, size, "%s/dmd_record_%d.txt", DMD_LOG_DIR, index);
@@ -32,7 +33,25 @@ void advance_record() REQUIRES(output_lock) {
 void open_record(int flags) REQUIRES(output_lock) {
     record.fd.reset();
     format_record_path(record.path, sizeof record.path, record.index);
-    record.fd.reset(open_output_file(record.path, O_WRONLY | O_CREAT | flags));
+    record.fd.reset(open_output_file(record.path, O_WRONLY | O_CREAT | O_APPEND | flags));
+    if (record.fd.valid()) {
+        sync_output_dir();  // its name may be new
+    }
+}
+
+// Makes the current file the latest one at the next start too, whatever the clock does until then: no other
+// file keeps a time from the last second or from the future.
+void date_others_back() REQUIRES(output_lock) {
+    file_time latest = current_file_time();
+    --latest.seconds;
+    for (int index = 0; index < RECORD_NAMES; ++index) {
+        char path[PATH_SIZE];
+        format_record_path(path, sizeof path, index);
+        struct stat status;
+        if (index != record.index && lstat(path, &status) == 0 && is_later(modified_time(status), latest)) {
+            set_modified_time(path, latest);
+        }
+    }
 }
 
 // Finds the most recently modified record file: sets record.index to its number (0 when there is none) and
@@ -54,8 +73,11 @@ int64_t find_latest_record() REQUIRES(output_lock) {
         char path[PATH_SIZE];
         format_record_path(path, sizeof path, index);
         struct stat status;
-        if (stat(path, &status) != 0) {
+        if (lstat(path, &status) != 0) {
             LOG_M_AS(operation, "get %s's information failed\n", path);
+            continue;
+        }
+        if (!S_ISREG(status.st_mode)) {
             continue;
         }
         const file_time time = modified_time(status);
@@ -90,7 +112,7 @@ void find_recently_file() {
         advance_record();
         open_record(O_TRUNC);
     } else {
-        open_record(O_APPEND);
+        open_record(0);
     }
 }
 
@@ -100,7 +122,7 @@ bool prepare_record_file() {
         find_recently_file();
     } else {
         struct stat status;
-        if (stat(record.path, &status) != 0) {
+        if (lstat(record.path, &status) != 0) {
             LOG_M_AS(operation, "get %s's information failed\n", record.path);
             record.fd.reset();
             return false;
@@ -114,8 +136,9 @@ bool prepare_record_file() {
                    opened.st_dev != status.st_dev) {
             // Somebody replaced the file. Reports go where people look for them: into the one with this name.
             LOG_M_AS(operation, "%s is another file now\n", record.path);
-            open_record(O_APPEND);
+            open_record(0);
         }
     }
+    date_others_back();
     return record.fd.valid();
 }

@@ -1,8 +1,8 @@
 // The retention pass.
 #include "output/retention.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
@@ -35,6 +35,7 @@ constexpr size_t ARCHIVE_NAME_SIZE = PREFIX_LENGTH + STEM_LENGTH + sizeof ARCHIV
 
 // What one walk over the dump archives finds.
 struct archive_survey {
+    const file_time now = current_file_time();
     unsigned long long total_bytes = 0;
     char oldest_archive[ARCHIVE_NAME_SIZE] = "";  // empty before the first one
     file_time oldest_time = {};
@@ -78,14 +79,16 @@ const char* path_of(const char* entry, char (&path)[PATH_SIZE]) {
     return path;
 }
 
-// Removes an entry that gzip left uncompressed, unless it is a dump in progress.
+// Removes a file that gzip left uncompressed, unless it is a dump in progress.
 void remove_leftover(const char* entry) {
     char path[PATH_SIZE];
     char* const name = take_name(path_of(entry, path), false);
     if (name == nullptr) {
         return;
     }
-    if (access(path, F_OK) == 0) {
+    struct stat status;
+    // What is no file would cost a command at every report.
+    if (lstat(path, &status) == 0 && S_ISREG(status.st_mode)) {
         remove_by_command(path);
     }
     release_name(name);
@@ -112,11 +115,16 @@ void survey_entry(int dir, const char* entry, archive_survey* survey) {
     copy_text(archive + length, sizeof archive - length, ARCHIVE_ENDING);
     char path[PATH_SIZE];
     struct stat status;
-    if (fstatat(dir, archive, &status, 0) != 0) {
+    if (fstatat(dir, archive, &status, AT_SYMLINK_NOFOLLOW) != 0) {
         LOG_M_AS(OPERATION, "stat %s error\n", path_of(archive, path));
         return;
     }
-    const file_time time = modified_time(status);
+    file_time time = modified_time(status);
+    // An archive from the future is dated back, so that those made from now on are younger.
+    if (is_later(time, survey->now)) {
+        time = {survey->now.seconds - 1, 0};
+        set_modified_time(path_of(archive, path), time);
+    }
     survey->total_bytes += static_cast<unsigned long long>(status.st_size);
     LOG_D_AS(OPERATION, "dump file - %s, file size %d, time %lu, del time %lu\n", path_of(archive, path),
              static_cast<int>(status.st_size), time.seconds, survey->oldest_time.seconds);

@@ -13,6 +13,7 @@
 #include "platform/log.h"
 #include "platform/mutex.h"
 #include "platform/owned.h"
+#include "platform/plain_file.h"
 #include "platform/text.h"
 
 namespace {
@@ -32,8 +33,8 @@ Mutex description_lock;
 bool write_apr_upload_info(const dmd_error_info* info) {
     const MutexLock lock(description_lock);
     umask(0);  // for the rest of the daemon's life: its files get exactly the modes given at creation
-    const UniqueFd file(
-        open_without_waiting(DESCRIPTION_PATH, O_WRONLY | O_CREAT | O_TRUNC, DESCRIPTION_MODE));
+    remove_link(DESCRIPTION_PATH);
+    const UniqueFd file = open_plain_file(DESCRIPTION_PATH, O_WRONLY | O_CREAT | O_TRUNC, DESCRIPTION_MODE);
     if (!file.valid()) {
         LOG_M("can't open the file %s.error:%s.", DESCRIPTION_PATH, strerror(errno));
         return false;
@@ -43,7 +44,7 @@ bool write_apr_upload_info(const dmd_error_info* info) {
         format_text(text, sizeof text, "device_name\t%s\nerror_no\t%5d\nIC_name\t%.4s\nmodule_name\t%.4s\n",
                     info->device_name, info->error_no, info->ic_name, info->module_name);
     const ssize_t written = write(file.get(), text, length);
-    fsync(file.get());
+    sync_file(file.get(), DESCRIPTION_PATH);
     return written > 0;
 }
 

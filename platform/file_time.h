@@ -4,6 +4,8 @@
 
 #include <sys/stat.h>
 
+#include <ctime>
+
 struct file_time {
     unsigned long seconds;  // times before 1970 count as the latest
     unsigned long nanoseconds;
@@ -27,4 +29,11 @@ inline file_time modified_time(const struct stat& status) {
 inline bool is_later(const file_time& time, const file_time& other) {
     return time.seconds != other.seconds ? time.seconds > other.seconds
                                          : time.nanoseconds > other.nanoseconds;
+}
+
+// Now. No file has a later time unless the clock was set.
+inline file_time current_file_time() {
+    timespec now = {};
+    clock_gettime(CLOCK_REALTIME, &now);
+    return {static_cast<unsigned long>(now.tv_sec), static_cast<unsigned long>(now.tv_nsec)};
 }

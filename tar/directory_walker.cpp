@@ -1,16 +1,13 @@
 // Walking a path and everything below it.
 #include "tar/directory_walker.h"
 
-#include <dirent.h>
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 
 #include "platform/log.h"
 #include "platform/owned.h"
+#include "platform/plain_file.h"
 #include "platform/text.h"
 
 namespace {
@@ -25,31 +22,41 @@ const dirent* next_entry(DIR* directory) {
     return entry;
 }
 
-// Unlike opendir it stays off a link that has taken the directory's place since its status was read.
-UniqueDir open_directory(const char* path, int follow_links) {
-    const int flags = O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC | (follow_links ? 0 : O_NOFOLLOW);
-    UniqueFd fd(open(path, flags));
-    UniqueDir directory(fd.valid() ? fdopendir(fd.get()) : nullptr);
-    if (directory != nullptr) {
-        fd.release();
-    }
-    return directory;
-}
-
-bool read_status(const char* path, int follow_links, struct stat* status) {
+bool read_status(const char* path, int follow_links, bool must_be_directory, struct stat* status) {
     if (path == nullptr) {
         errno = EFAULT;
         return false;
     }
-    return (follow_links ? stat(path, status) : lstat(path, status)) == 0;
+    if ((follow_links ? stat(path, status) : lstat(path, status)) != 0) {
+        return false;
+    }
+    if (must_be_directory && !S_ISDIR(status->st_mode)) {
+        errno = S_ISLNK(status->st_mode) ? ELOOP : ENOTDIR;
+        return false;
+    }
+    return true;
+}
+
+// A copy without any "/" at its end; null without memory.
+UniqueBuffer without_last_slash(const char* path) {
+    UniqueBuffer copy(strdup(path));
+    size_t length = copy != nullptr ? strlen(path) : 0;
+    while (length > 1 && copy[length - 1] == '/') {
+        copy[--length] = '\0';
+    }
+    return copy;
 }
 
 }  // namespace
 
 int recursive_action(const char* path, int recurse, int follow_links, int depth_first,
                      walk_action file_action, walk_action directory_action, void* user_data) {
+    // A "/" at the end of the path would lead through a link. In names it stays.
+    const bool has_slash = ends_with_slash(path) != nullptr;
+    const UniqueBuffer copy = has_slash ? without_last_slash(path) : nullptr;
+    const char* const place = has_slash ? copy.get() : path;
     struct stat status;
-    if (!read_status(path, follow_links, &status)) {
+    if (!read_status(place, follow_links, has_slash, &status)) {
         LOG_M("Ignore archive the file %s, %s.", path != nullptr ? path : "(null)", strerror(errno));
         return 0;
     }
@@ -66,7 +73,8 @@ int recursive_action(const char* path, int recurse, int follow_links, int depth_
         }
     }
 
-    UniqueDir directory = open_directory(path, follow_links);
+    // A link may have taken its place since its status was read.
+    UniqueDir directory = open_plain_directory(place, follow_links ? 0 : O_NOFOLLOW);
     if (directory == nullptr) {
         LOG_M("%s: not all of its entries can be read - %s", path, strerror(errno));
         return 0;

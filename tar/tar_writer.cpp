@@ -15,6 +15,7 @@
 #include "platform/log.h"
 #include "platform/mutex.h"
 #include "platform/owned.h"
+#include "platform/plain_file.h"
 #include "platform/text.h"
 #include "tar/directory_walker.h"
 #include "tar/lookup.h"
@@ -136,21 +137,6 @@ bool write_tar_header(ustar_header* header, const char* path, const char* member
     return true;
 }
 
-// Opens a regular file whose status was read before. Whatever has taken its place since then neither blocks
-// the daemon nor leads it elsewhere. On failure errno tells why.
-UniqueFd open_file(const char* path) {
-    UniqueFd file(open(path, O_RDONLY | O_LARGEFILE | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
-    struct stat status;
-    if (!file.valid() || fstat(file.get(), &status) != 0) {
-        return UniqueFd();
-    }
-    if (!S_ISREG(status.st_mode)) {
-        errno = ESTALE;
-        return UniqueFd();
-    }
-    return file;
-}
-
 enum class Written { WHOLE, FILLED_UP, NOT };
 
 // Writes a member's header and `size` bytes of data, padded to whole blocks. Where the file ends early or
@@ -223,7 +209,7 @@ int write_file_to_tarball(const char* path, const struct stat* status, tb_info* 
     uint64_t size = 0;
     if (header.typeflag == TAR_REGULAR) {
         size = static_cast<uint64_t>(status->st_size);
-        file = open_file(path);
+        file = open_plain_file(path, O_RDONLY);
         if (!file.valid()) {
             LOG_M("%s: Cannot open: %s", path, strerror(errno));
             return 0;
@@ -253,9 +239,7 @@ int write_tar_file(const char* archive_path, char** operands) {
     if (operands == nullptr || *operands == nullptr) {
         return ERROR_NO_OPERANDS;
     }
-    // O_NONBLOCK: a FIFO in the archive's place must not hang the daemon.
-    constexpr int FLAGS = O_WRONLY | O_CREAT | O_TRUNC | O_LARGEFILE | O_NONBLOCK | O_CLOEXEC;
-    UniqueFd archive(open(archive_path, FLAGS, 0644));
+    UniqueFd archive = open_plain_file(archive_path, O_WRONLY | O_CREAT | O_TRUNC, 0644);
     if (!archive.valid()) {
         LOG_M("Error opening '%s'stderr:%s.\n", archive_path, strerror(errno));
         return ERROR_OPEN;
@@ -265,11 +249,6 @@ int write_tar_file(const char* archive_path, char** operands) {
     if (fstat(info.tar_fd, &info.archive_status) != 0) {
         LOG_M("stat %d tb_info.tar_fd failed.", info.tar_fd);
         return -1;
-    }
-    if (S_ISFIFO(info.archive_status.st_mode)) {
-        // Its reader might stop, or go, which would end the daemon.
-        LOG_M("Error opening '%s'stderr:%s.\n", archive_path, strerror(ESPIPE));
-        return ERROR_OPEN;
     }
     bool complete = true;
     for (char** operand = operands; *operand != nullptr; operand++) {

@@ -9,6 +9,7 @@
 
 #include "clients/registry.h"
 #include "config/config_parser.h"
+#include "output/record_file.h"
 #include "platform/text.h"
 #include "triggers/command_message.h"
 
@@ -43,14 +44,19 @@ std::vector<std::string> messages_of(const std::string& operation, const LogCapt
     return messages;
 }
 
+void forget_record_file() {
+    const MutexLock lock(output_lock);
+    record.fd.reset();
+}
+
 std::vector<std::string> reports_on_disk() {
     constexpr char banner[] = "\n========Device Bugreport========\n";
     std::vector<std::string> reports;
     for (int index = 0; index < 4; ++index) {
-        const std::string record = read_file(record_path(index));
-        for (size_t at = 0, end; at < record.size(); at = end) {
-            end = std::min(record.find(banner, at + 1), record.size());
-            reports.push_back(record.substr(at, end - at));
+        const std::string bytes = read_file(record_path(index));
+        for (size_t at = 0, end; at < bytes.size(); at = end) {
+            end = std::min(bytes.find(banner, at + 1), bytes.size());
+            reports.push_back(bytes.substr(at, end - at));
         }
     }
     return reports;
@@ -62,10 +68,10 @@ std::vector<std::string> take_archived_beside_record() {
     for (std::string name; std::getline(list, name);) {
         names.push_back(name);
     }
-    const auto record = std::find(names.begin(), names.end(), std::string(RECORD + 1));
-    EXPECT_NE(names.end(), record);
-    if (record != names.end()) {
-        names.erase(record);
+    const auto file = std::find(names.begin(), names.end(), std::string(RECORD + 1));
+    EXPECT_NE(names.end(), file);
+    if (file != names.end()) {
+        names.erase(file);
     }
     std::sort(names.begin(), names.end());
     return names;

@@ -24,6 +24,9 @@ void name_device(const char* client, const char* device_name);
 // The messages that the operation has logged, without its name.
 std::vector<std::string> messages_of(const std::string& operation, const LogCapture& log);
 
+// Has the next report choose the record file, like the first one after a start.
+void forget_record_file();
+
 // The text of each report in all record files, head and all.
 std::vector<std::string> reports_on_disk();
 

@@ -39,7 +39,10 @@ TEST(CompressedDump, KeepsWhatItIsGiven) {
     } cases[] = {
         {"bytes, without the directory", "rmdir $PWD", bytes, DUMP_BYTES, -1, bytes, told},
         {"no bytes", "true", "", DUMP_BYTES, 0, "", told},
-        {"one has the name", "echo old | gzip >" + text, bytes, DUMP_BYTES, 0, "old\n", "compress error  - "},
+        {"one of the same second", "echo old | gzip >" + text, bytes, DUMP_BYTES, 0, "old\n",
+         "compress error  - "},
+        {"one of another day", "echo old | gzip >" + text + "; touch -d 2015-05-31 " + text, bytes,
+         DUMP_BYTES, 0, bytes, told},
         {"paths", "true", "/data/a /data/b", DUMP_PATHS, 1, "AB", packed},
         {"one that is missing", "true", "/data/none /data/b", DUMP_PATHS, 0, "B", packed},
         {"the longest list", "true", "/data/a" + gap + "/data/b", DUMP_PATHS, 1, "AB", packed},
@@ -55,8 +58,8 @@ TEST(CompressedDump, KeepsWhatItIsGiven) {
         const LogCapture log;
         const int synced = files_synced();
         EXPECT_EQ(c.result, dump(c.script, c.buffer, c.type));
-        EXPECT_EQ(archive ? 1 : 2, files_synced() - synced)
-            << "the dump, but an archive, and its description";
+        EXPECT_EQ(archive ? 3 : 4, files_synced() - synced)
+            << "the bytes; the compressed dump, its folder and its description";
         EXPECT_EQ(c.kept, output_of((archive ? "tar -xzOf " : "gzip -dc ") + file));
         EXPECT_EQ(0644U, mode_of(file));
         EXPECT_EQ(1, count_of(read_file("/dev/log/exception"), " -i " + file + " -d "));
@@ -77,7 +80,7 @@ TEST(CompressedDump, WhatCannotBeDumpedIsReported) {
          "[M/dmd_compress_output] dmd tar file failed."},
         {"no such type", "true", "x", 2, 0, "[M/dmd_compress_output] unkown compress type."},
         {"the disk is full", "mount -t tmpfs -o size=8k none $PWD", std::string(9000, 'x'), DUMP_BYTES, 0,
-         "[M/dmd_compress_output] the dump in " + STEM + ".txt is cut or lost - No space left on device"},
+         "[M/tell_lost] the dump in " + STEM + ".txt is cut or lost - No space left on device"},
         {"a commercial build", "echo 0 >/dev/__properties__/persist.sys.qelvan.debug.on", "x", DUMP_BYTES, 0,
          "[M/dmd_compress_output] Ignored any appended dump action on commercial version product!"},
     };

@@ -49,10 +49,10 @@ TEST(OutputDir, FailuresAreLogged) {
     EXPECT_EQ(-1, open_output_file(nullptr, O_WRONLY));
     EXPECT_EQ(-1, open_output_file("/data/none/f", O_WRONLY | O_CREAT));
     EXPECT_TRUE(log.has("[M/open_output_file] unable to open /data/none/f - No such file or directory"));
-    ASSERT_EQ(0, mkfifo("/data/fifo", 0600));
-    EXPECT_EQ(-1, open_output_file("/data/fifo", O_WRONLY)) << "must not wait for a reader";
-    const UniqueFd reader(open("/data/fifo", O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-    EXPECT_EQ(-1, open_output_file("/data/fifo", O_WRONLY)) << "whose end would end the daemon";
+    ASSERT_EQ(0, mkdir("/data/folder", 0700));
+    EXPECT_EQ(-1, open_output_file("/data/folder", O_RDONLY));
+    EXPECT_TRUE(log.has("[M/remove_link] /data/folder is not a plain file - Is a directory"));
+    EXPECT_EQ(0700U, mode_of("/data/folder"));
     write_file("/data/kvdx_logs", "in the way");
     EXPECT_EQ(-1, mkdir_parent());
     EXPECT_TRUE(log.has("[M/mkdir_parent] mkdir /data/kvdx_logs/dmd_log - Not a directory"));
@@ -193,6 +193,31 @@ TEST(Retention, KeepsArchivesWithinTheirBound) {
         EXPECT_EQ(c.left, names_in(LOG_DIR)) << c.what;
         EXPECT_EQ(descriptors, open_descriptors("self"));
     }
+}
+
+TEST(Retention, ArchivesFromAClockThatWasAheadGoFirst) {
+    ASSERT_EQ(0, mkdir_parent());
+    const time_t next_year = time(nullptr) + 31536000;
+    for (const std::string number : {"20001", "20002", "20003", "20004"}) {
+        make_output_files({{"dmd_dump_" + number + "_000000.tar.gz", 5 * MIB, next_year}});
+    }
+    for (const char* const newest : {"dmd_dump_30001_000000.tar.gz", "dmd_dump_30002_000000.tar.gz"}) {
+        EXPECT_EQ(0, check_compress_file());
+        make_sparse_file(in_log_dir(newest), 5 * MIB);
+    }
+    EXPECT_EQ(0, check_compress_file());
+    EXPECT_EQ(0, check_compress_file());
+    EXPECT_EQ((std::vector<std::string>{"dmd_dump_30001_000000.tar.gz", "dmd_dump_30002_000000.tar.gz"}),
+              names_in(LOG_DIR));
+}
+
+TEST(Retention, WhatIsNoFileCostsNoCommand) {
+    ASSERT_EQ(0, mkdir_parent());
+    ASSERT_EQ(0, mkdir(in_log_dir("dmd_dump_20001_000000.tar").c_str(), 0700));
+    ASSERT_EQ(0, mkfifo(in_log_dir("dmd_dump_20002_000000.txt").c_str(), 0600));
+    const LogCapture log;
+    EXPECT_EQ(0, check_compress_file());
+    EXPECT_EQ(0, log.count("system cmd_line"));
 }
 
 // The other road's dump waits only where it has that very name.

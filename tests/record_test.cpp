@@ -6,9 +6,8 @@
 
 #include "output/output_dir.h"
 #include "output/record.h"
+#include "tests/bring_up.h"
 #include "tests/desk_calls.h"
-#include "tests/log_capture.h"
-#include "tests/phone_test.h"
 
 namespace {
 
@@ -114,6 +113,42 @@ TEST(Record, FilesFormARing) {
     }
 }
 
+// A clock that was ahead once, at any time, must not make an older file look like the latest.
+TEST(Record, NoClockMakesItEraseWhatIsNewer) {
+    set_commercial(true);
+    const time_t next_year = time(nullptr) + 31536000;
+    for (const int ahead : {0, 3, 7}) {  // the file that was filled then; 7 is beyond the ring
+        SCOPED_TRACE(ahead);
+        output_of("rm -rf /data/kvdx_logs");
+        forget_record_file();
+        ASSERT_EQ(0, mkdir_parent());
+        make_output_files({{"dmd_record_" + std::to_string(ahead) + ".txt", 524288, next_year}});
+        const std::string path = record_path((ahead + 1) % 4);
+        for (const char* const text : {"first", "second", "third"}) {
+            report(text, DMD_OUTPUT_SHORT);
+            forget_record_file();
+        }
+        EXPECT_EQ(3, count_of(read_file(path), "[Content]:")) << "a start has erased some";
+        report("fourth", DMD_OUTPUT_SHORT);
+        set_file_time(record_path(ahead), next_year);  // as if the clock were set back now
+        report("fifth", DMD_OUTPUT_SHORT);
+        forget_record_file();
+        report("sixth", DMD_OUTPUT_SHORT);
+        EXPECT_EQ(6, count_of(read_file(path), "[Content]:"));
+    }
+}
+
+// As somebody who makes room does it.
+TEST(Record, AFileThatIsEmptiedHoldsNothingButReports) {
+    setenv("TZ", "UTC", 1);
+    set_commercial(true);
+    report(std::string(524288, 'x'), DMD_OUTPUT_SHORT);
+    report("rotated", DMD_OUTPUT_SHORT);
+    ASSERT_EQ(0, truncate(record_path(1).c_str(), 0));
+    report("text", DMD_OUTPUT_SHORT);
+    EXPECT_EQ(HEAD + "[Content]:\ntext", read_file(record_path(1)));
+}
+
 TEST(Record, DebugBuildArchivesByMode) {
     setenv("TZ", "UTC", 1);
     set_commercial(false);
@@ -159,10 +194,11 @@ TEST(Record, CommercialRecordIsMadeOnceADay) {
     const LogCapture log;
     int recorded = 0;
     for (const auto& r : reports) {
-        const int synced = files_synced();
+        const int synced = files_synced(), folder = recorded == 0 ? 1 : 0;
         report("text" + std::to_string(r.time), DMD_OUTPUT_FULL, r.error_no, r.time);
         recorded += r.recorded ? 1 : 0;
-        EXPECT_EQ(r.recorded ? 4 : 2, files_synced() - synced) << "head and report; head and description";
+        EXPECT_EQ((r.recorded ? 4 : 2) + folder, files_synced() - synced)
+            << "head and report; head and description; the folder of a new file";
         EXPECT_EQ(recorded, uploads()) << r.time;
         EXPECT_EQ(recorded, count_of(read_file("/data/recorded"), "[Content]:\ntext")) << r.time;
     }
