@@ -80,7 +80,7 @@ void measure_debug_road(int rounds) {
                                             remove_archives();
                                             const auto start = clock::now();
                                             report(CLIENT, ERROR_NUMBER, text);
-                                            // The first line behind gzip and the archive's mode.
+                                            // The first line behind gzip and the flush.
                                             const auto end = daemon.wait_for({"[M/dmd_file_upload] tag:"});
                                             daemon.wait_for({WAITS});
                                             return std::chrono::duration<double>(end - start).count();
