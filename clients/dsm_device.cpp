@@ -4,6 +4,8 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <cerrno>
+
 #include "platform/log.h"
 #include "platform/owned.h"
 #include "platform/text.h"
@@ -26,7 +28,7 @@ int open_and_bind(const char* operation, const char* name, UniqueFd* fd) {
 }  // namespace
 
 int dsm_request(int fd, unsigned int request, dsm_argument* argument) {
-    return ioctl(fd, request, argument->text);
+    return TEMP_FAILURE_RETRY(ioctl(fd, request, argument->text));
 }
 
 int bind_client_fd(const char* name) {
@@ -70,7 +72,7 @@ int dsm_client_release(dmd_client* client) {
 }
 
 ssize_t dsm_read_pending(dmd_client* client, char* buffer) {
-    const ssize_t got = read(client->fd, buffer, client->buffer_size);
+    const ssize_t got = TEMP_FAILURE_RETRY(read(client->fd, buffer, client->buffer_size));
     if (got > 0) {
         ++client->texts_read;
     }

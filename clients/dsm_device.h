@@ -30,7 +30,7 @@ static_assert(DSM_IOCTL_BIND == 0xc02078f1 && DSM_IOCTL_GET_STATE == 0xc02078f2 
                   DSM_IOCTL_GET_IC_NAME == 0xc02078f7,
               "the request codes are the driver's");
 
-// Issues a request. Returns what ioctl returned: 0 on success.
+// Issues a request, again each time it is interrupted. Returns what ioctl returned: 0 on success.
 int dsm_request(int fd, unsigned int request, dsm_argument* argument);
 
 // A new descriptor of the caller's, bound to the client of that name (at most 32 bytes are used), or a
@@ -38,7 +38,8 @@ int dsm_request(int fd, unsigned int request, dsm_argument* argument);
 int bind_client_fd(const char* name);
 
 // Reads the client's pending error text into `buffer`, buffer_size bytes at most; the driver drops what it
-// hands over. Returns the bytes read; 0 or less when nothing was read, with errno as read left it.
+// hands over. An interrupted read has handed nothing over and is repeated. Returns the bytes read; 0 or less
+// when nothing was read, with errno as read left it.
 ssize_t dsm_read_pending(dmd_client* client, char* buffer) REQUIRES(client->mutex);
 
 // Descriptors that the servers have yet to bind. The command server keeps that many free.

@@ -4,6 +4,8 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <cerrno>
+
 #include "clients/dsm_device.h"
 #include "clients/registry.h"
 #include "platform/log.h"
@@ -143,6 +145,22 @@ TEST(ListenServer, AnErrorNumberThatCannotBeReadIsZero) {
     EXPECT_TRUE(log.has("[M/lclient_get_error] dsm_tp get client error failed -1"));
     EXPECT_EQ(1, count_of(read_file(RECORD), "[Error no]:00\n"));
     EXPECT_EQ(1, count_of(read_file(RECORD), "reported as 0"));
+}
+
+TEST(ListenServer, WhatASignalInterruptsIsRepeated) {
+    const std::string interrupted = std::to_string(-EINTR);
+    LogCapture log;
+    phone_do({"answer", "dsm_tp", "bind", interrupted, "2"});
+    start_listening(section("dsm_tp", "num_triggers 1\n" + trigger(20002, "dsm_tp+0")));
+    ASSERT_TRUE(log.wait_for("Enter select"));
+    phone_do({"answer", "dsm_tp", "error", interrupted, "2"});
+    phone_do({"answer", "dsm_tp", "read", interrupted, "2"});
+    report_error("dsm_tp", 20002, "whole");
+    ASSERT_TRUE(log.wait_for("Enter select", 2));
+    EXPECT_EQ((std::vector<std::string>{"Enter select", "dsm_tp has error (20002) reported",
+                                        "action-0, cname-dsm_tp, info-0", "Enter select"}),
+              loop_messages(log));
+    EXPECT_EQ(1, count_of(read_file(RECORD), "[Content]:\nwhole"));
 }
 
 TEST(ListenServer, AnErrorWithoutATextDelaysNothing) {
