@@ -27,11 +27,10 @@ int32_t lclient_count GUARDED_BY(lclient_lock) = 0;
 pthread_t listen_thread;
 
 // A client rests after so many fruitless passes in a row. One alone may be an error with an empty text.
-// Passes are not in a row if the thread had to wait a second between them.
 constexpr int FRUITLESS_PASSES = 2;
-constexpr int64_t WAITED_MS = 1000;
 
-// The first rest. Each further one in a row is twice as long, up to the longest.
+// The first rest. Each further one in a row is twice as long, up to the longest. A client that is not ready
+// for as long as that after a rest begins anew.
 constexpr int64_t REST_MIN_MS = 1000;
 constexpr int64_t REST_MAX_MS = 60000;
 
@@ -124,9 +123,22 @@ int64_t leave_out_resting(fd_set* set) {
     return shortest_ms;
 }
 
-// Looks back at a pass in which select waited for `waited_ms`. Clients that are ready again and again but
-// hand nothing over have to rest.
-void note_pass(fd_set watched, fd_set ready, int64_t waited_ms) {
+// The client was ready but has handed nothing over.
+void note_fruitless_pass(lclient* record, int64_t now) {
+    const bool in_a_row = now - record->rest_end_ms < REST_MAX_MS;
+    record->fruitless = in_a_row ? record->fruitless + 1 : 1;
+    record->rest_end_ms = now;
+    if (record->fruitless >= FRUITLESS_PASSES) {
+        const int doublings = std::min(record->fruitless - FRUITLESS_PASSES, 6);
+        const int64_t rest_ms = std::min(REST_MIN_MS << doublings, REST_MAX_MS);
+        // The rest is cut to end at a whole multiple of its length: many clients then wake the thread once.
+        record->rest_end_ms = (now / rest_ms + 1) * rest_ms;
+    }
+}
+
+// Looks back at a pass. A client that was not ready proves nothing: a broken one may bring an error only now
+// and then.
+void note_pass(fd_set watched, fd_set ready) {
     const int64_t now = now_ms();
     const MutexLock lock(lclient_lock);
     for (lclient* record = lclient_list; record != nullptr; record = record->next) {
@@ -134,16 +146,11 @@ void note_pass(fd_set watched, fd_set ready, int64_t waited_ms) {
             continue;
         }
         const unsigned int texts_read = record->dclient->texts_read;
-        const bool fruitless = FD_ISSET(record->fd, &ready) && texts_read == record->texts_read;
-        record->texts_read = texts_read;
-        if (!fruitless) {
+        if (texts_read != record->texts_read) {
+            record->texts_read = texts_read;
             record->fruitless = 0;
-            continue;
-        }
-        record->fruitless = waited_ms < WAITED_MS ? record->fruitless + 1 : 1;
-        if (record->fruitless >= FRUITLESS_PASSES) {
-            const int doublings = std::min(record->fruitless - FRUITLESS_PASSES, 6);
-            record->rest_end_ms = now + std::min(REST_MIN_MS << doublings, REST_MAX_MS);
+        } else if (FD_ISSET(record->fd, &ready)) {
+            note_fruitless_pass(record, now);
         }
     }
 }
@@ -197,7 +204,6 @@ void* listen_server(void* /*argument*/) {
     descriptors_to_bind -= count_settings(ALGO_LISTEN);
     for (;;) {
         wait_for_client();
-        const int64_t entered_ms = now_ms();
         LOG_M("Enter select\n");
         fd_set waited_for = watched;
         const int64_t rest_ms = leave_out_resting(&waited_for);
@@ -209,7 +215,6 @@ void* listen_server(void* /*argument*/) {
             LOG_M("Dmd listen server select error");
             return nullptr;
         }
-        const int64_t waited_ms = now_ms() - entered_ms;
         for (int fd = 0; fd < FD_SETSIZE; ++fd) {
             if (!FD_ISSET(fd, &ready)) {
                 continue;
@@ -222,7 +227,7 @@ void* listen_server(void* /*argument*/) {
             }
             handle_error(*record);
         }
-        note_pass(waited_for, ready, waited_ms);
+        note_pass(waited_for, ready);
     }
 }
 

@@ -19,7 +19,7 @@ struct lclient {
     // A client can stay ready and hand nothing over: its driver is dead, or its trigger's actions do not read
     // it. It then rests, longer each time, so that the thread does not spin on it.
     unsigned int texts_read;  // the client's texts_read after the last pass that watched it
-    int fruitless;            // passes in a row in which it was ready but handed nothing over
+    int fruitless;            // times in a row that it was ready but handed nothing over
     int64_t rest_end_ms;      // by the monotonic clock; until then it is not watched
 };
 

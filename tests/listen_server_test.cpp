@@ -163,7 +163,7 @@ TEST(ListenServer, WhatASignalInterruptsIsRepeated) {
     EXPECT_EQ(1, count_of(read_file(RECORD), "[Content]:\nwhole"));
 }
 
-TEST(ListenServer, AnErrorWithoutATextDelaysNothing) {
+TEST(ListenServer, AnErrorWithoutATextNowAndThenDelaysNothing) {
     LogCapture log;
     hold_clock(10000);
     start_listening(section("dsm_tp", "num_triggers 1\n" + trigger(1, "dsm_tp+0")));
@@ -171,7 +171,7 @@ TEST(ListenServer, AnErrorWithoutATextDelaysNothing) {
         ASSERT_TRUE(log.wait_for("Enter select", i));
         report_error("dsm_tp", 1, "");
         ASSERT_TRUE(log.wait_for("Enter select", i + 1));
-        hold_clock(10000 + i * 1000);
+        hold_clock(10000 + i * 60000);
     }
     report_error("dsm_tp", 1, "next");
     EXPECT_TRUE(wait_until([] { return count_of(read_file(RECORD), "[Content]:\nnext") == 1; }));
@@ -215,12 +215,67 @@ TEST(ListenServer, AStuckClientRestsForEverLongerAndDelaysNoOther) {
                                         "Enter select", "Enter select", pass, action, "Enter select",
                                         "Enter select", pass, action}),
               messages);
-    EXPECT_GE(seconds_slept(), 1U + 2U);
     ASSERT_TRUE(log.wait_for(pass, 14));
+    EXPECT_GT(seconds_slept(), 5U * 60U) << "each of the last six rests is a minute";
     EXPECT_LT(seconds_slept(), 60U * static_cast<unsigned int>(log.count(pass))) << "a minute at most";
     hold_sleeps();
     report_error("dsm_key", 1, "key");
     EXPECT_TRUE(wait_until([] { return count_of(read_file(RECORD), "[Content]:\nkey") == 1; }));
+}
+
+TEST(ListenServer, AnErrorWithoutATextEverySecondIsLookedAtEverLessOften) {
+    LogCapture log;
+    hold_sleeps();
+    hold_clock(10000);
+    start_listening(section("dsm_tp", "num_triggers 1\n" + trigger(7, "dsm_tp+0")) + section("dsm_key", ""));
+    ASSERT_TRUE(log.wait_for("Enter select"));
+    int second = 0;
+    const auto pass_second = [&] {
+        hold_clock(10000 + ++second * 1000);
+        report_error("dsm_key", 1, "a sound client");
+        ASSERT_TRUE(log.wait_for("dsm_key finish clear", second));
+    };
+    for (int i = 0; i < 300; ++i) {
+        report_error("dsm_tp", 7, "");
+        pass_second();
+    }
+    EXPECT_GE(15, log.count("dsm_tp has error (7) reported"));
+    // It works again.
+    while (phone_do({"pending", "dsm_tp"}) != "0") {
+        dsm_clear_error(get_client_by_name("dsm_tp"), 0);
+    }
+    report_error("dsm_tp", 7, "text");
+    for (int i = 0; i < 60; ++i) {
+        pass_second();
+    }
+    ASSERT_TRUE(log.wait_for("dsm_tp finish dump 4 bytes"));
+    for (int i = 2; i < 5; ++i) {
+        report_error("dsm_tp", 7, "text");
+        EXPECT_TRUE(log.wait_for("dsm_tp finish dump 4 bytes", i)) << "without a rest";
+    }
+}
+
+TEST(ListenServer, ManyBrokenClientsWakeTheThreadTogether) {
+    const char* const clients[] = {"dsm_tp", "dsm_lcd", "dsm_key", "dsm_hall", "dsm_nfc", "dsm_wifi"};
+    const std::string last = "dsm_wifi has error (7) reported";
+    LogCapture log;
+    std::string configuration;
+    for (const char* const client : clients) {
+        configuration += section(client, "num_triggers 1\n" + trigger(7, std::string(client) + "+0"));
+        phone_do({"answer", client, "read", std::to_string(-EIO)});
+    }
+    start_listening(configuration);
+    int64_t now_ms = 10000;
+    for (const char* const client : clients) {
+        hold_clock(now_ms += 700);
+        report_error(client, 7, "stays");
+        ASSERT_TRUE(log.wait_for(std::string("read ") + client, 2));
+    }
+    ASSERT_TRUE(log.wait_for(last, 10));
+    log.clear();
+    ASSERT_TRUE(log.wait_for(last, 5));
+    EXPECT_GE(2 * 5 + 2, log.count("Enter select"));
+    EXPECT_GE(6 * (5 + 1), log.count("has error (7) reported"));
 }
 
 // What leaves the driver ready for ever must neither spin the thread nor lose the reports that come later.
