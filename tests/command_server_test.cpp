@@ -243,6 +243,32 @@ TEST(CommandServer, ConnectionsLeaveServersAndReportsTheirDescriptors) {
     }
 }
 
+TEST(CommandServer, RefusedConnectionsAreToldOfOnceAMinute) {
+    LogCapture log;
+    hold_clock(1000);
+    start_serving();
+    rlimit own = {};
+    ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &own));
+    own.rlim_cur = 100;  // those above the clients' are kept for reports
+    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &own));
+    const auto refuse = [](int count) {
+        for (int i = 0; i < count; ++i) {
+            ASSERT_TRUE(is_closed(connect_to_commands()));
+        }
+    };
+    refuse(500);
+    hold_clock(60999);
+    refuse(3);
+    hold_clock(61000);
+    refuse(2);
+    hold_clock(121000);
+    refuse(1);
+    EXPECT_EQ(
+        (std::vector<std::string>{"no room for a client, 1 refused", "no room for a client, 503 refused",
+                                  "no room for a client, 2 refused"}),
+        messages_of("dmd_cmd_thread", log));
+}
+
 TEST(CommandServer, ConnectionsLeaveDescriptorsToServersThatStillBind) {
     write_file("/data/conf", sections_text(CLIENT_TABLE_ROWS));
     rlimit own = {};

@@ -19,6 +19,7 @@
 #include "clients/dsm_device.h"
 #include "clients/registry.h"
 #include "platform/log.h"
+#include "platform/monotonic_clock.h"
 #include "platform/owned.h"
 #include "platform/text.h"
 #include "triggers/command_message.h"
@@ -34,6 +35,8 @@ constexpr int BACKLOG = 10;
 constexpr int REPORT_DESCRIPTORS = 64;
 // How long a connection that cannot be accepted stays in the queue before the next try.
 constexpr time_t QUEUE_REST_SECONDS = 1;
+// How long the log keeps silent about further connections that were closed at once.
+constexpr int64_t SILENCE_US = 60000000;
 constexpr int FORCE_DUMP_SLOT = 0;
 
 #ifndef SO_PASSRIGHTS
@@ -63,6 +66,19 @@ bool has_room_for(int connection) {
     return connection + descriptors_to_bind + REPORT_DESCRIPTORS < end;
 }
 
+// Tells of the connections that were refused since the last such line.
+void log_refusal() {
+    static int64_t silent_until_us = 0;
+    static int refused = 0;
+    ++refused;
+    const int64_t now = monotonic_us();
+    if (now >= silent_until_us) {
+        LOG_M_AS(OPERATION, "no room for a client, %d refused\n", refused);
+        refused = 0;
+        silent_until_us = now + SILENCE_US;
+    }
+}
+
 // Takes a connection from the queue. Where the process has no descriptor for it, it stays there and the queue
 // stays readable: waits a moment, or until a connection can be read, so that the thread does not spin.
 void accept_connection(fd_set* watched) {
@@ -79,7 +95,7 @@ void accept_connection(fd_set* watched) {
         return;
     }
     if (!has_room_for(connection.get())) {
-        LOG_M_AS(OPERATION, "no room for a client on fd %d\n", connection.get());
+        log_refusal();
         return;
     }
     // Urgent bytes are received like all others. Kept apart they would count as waiting for ever.
