@@ -3,6 +3,7 @@
 
 #include <strings.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
@@ -40,6 +41,7 @@ struct section_reader {
     setting_info* setting;
     // Those of the setting's own server.
     int32_t& num_triggers;
+    int32_t& complete_end;
     trigger_info*& triggers;
     int32_t trigger;  // index of the slot that the next action line completes
 };
@@ -104,6 +106,7 @@ const char* read_num_triggers(section_reader* section) {
     free(section->triggers);
     section->triggers = static_cast<trigger_info*>(slots);
     section->num_triggers = count;
+    section->complete_end = 0;
     return nullptr;
 }
 
@@ -147,6 +150,8 @@ const char* read_action(section_reader* section) {
     memcpy(slot->actions, actions, sizeof actions);
     slot->action_num = count;
     ++section->trigger;
+    // A repetition of the section begins with the first slot again.
+    section->complete_end = std::max(section->complete_end, section->trigger);
     return nullptr;
 }
 
@@ -212,13 +217,15 @@ int parse_listen_section(text_cursor* body, setting_info* setting) {
     LOG_D("%s: Parsing section %s \n", __FUNCTION__, setting->section_name);
     free(setting->poll.triggers);
     setting->poll = {};
+    listen_setting& listen = setting->listen;
     return parse_fields(
-        {listen_kind, body, setting, setting->listen.num_triggers, setting->listen.triggers, 0});
+        {listen_kind, body, setting, listen.num_triggers, listen.complete_end, listen.triggers, 0});
 }
 
 int parse_poll_section(text_cursor* body, setting_info* setting) {
     LOG_D("%s: Parsing section %s\n", __FUNCTION__, setting->section_name);
     free(setting->listen.triggers);
     setting->listen = {};
-    return parse_fields({poll_kind, body, setting, setting->poll.num_triggers, setting->poll.triggers, 0});
+    poll_setting& poll = setting->poll;
+    return parse_fields({poll_kind, body, setting, poll.num_triggers, poll.complete_end, poll.triggers, 0});
 }

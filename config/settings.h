@@ -26,9 +26,11 @@ struct trigger_info {
 };
 
 // In both settings num_triggers is the number of elements of triggers, as the file announced them: 0 as long
-// as triggers is null, never negative, and usually but not always the number of complete triggers.
+// as triggers is null, never negative, and usually but not always the number of complete triggers. Those all
+// stand below complete_end, where a search may stop: the file may announce millions.
 struct listen_setting {
     int32_t num_triggers;
+    int32_t complete_end;
     // From calloc, so zero where nothing was written; null before num_triggers was read.
     trigger_info* triggers;
 };
@@ -40,6 +42,7 @@ constexpr uint32_t DEFAULT_SAMPLE_PERIOD = 5;
 struct poll_setting {
     int32_t sampling_period;  // ticks; 0 when the section gives none
     int32_t num_triggers;
+    int32_t complete_end;
     trigger_info* triggers;  // as in listen_setting
 };
 

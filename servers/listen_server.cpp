@@ -68,7 +68,7 @@ void watch_client(dmd_client* client, fd_set* watched) {
     }
     record->dclient = client;
     record->fd = fd.release();
-    record->num_triggers = setting->listen.num_triggers;
+    record->complete_end = setting->listen.complete_end;
     record->triggers = setting->listen.triggers;
     describe_device(record.get(), *setting, lclient_get_device_info);
     lclient* const linked = record.release();
@@ -80,8 +80,8 @@ void watch_client(dmd_client* client, fd_set* watched) {
         lclient_cond.broadcast();
     }
     LOG_M_AS(operation, "lclient %s init success, fd-%d triggers num-%d\n", cname, linked->fd,
-             linked->num_triggers);
-    log_triggers(operation, linked->triggers, linked->num_triggers);
+             setting->listen.num_triggers);
+    log_triggers(operation, linked->triggers, linked->complete_end);
     FD_SET(linked->fd, watched);
 }
 
@@ -96,7 +96,7 @@ lclient* find_lclient(int fd) {
 
 void handle_error(const lclient& record) {
     const int error_no = lclient_get_error(&record);
-    const trigger_info* const trigger = find_trigger(record.triggers, record.num_triggers, error_no);
+    const trigger_info* const trigger = find_trigger(record.triggers, record.complete_end, error_no);
     if (trigger == nullptr) {
         LOG_M_AS(OPERATION, "%s has error (%d) ignored\n", client_name(record), error_no);
         dmd_clear_error(record.dclient, 0);

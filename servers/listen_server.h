@@ -12,8 +12,8 @@
 struct lclient {
     lclient* next;
     dmd_client* dclient;
-    int32_t fd;  // bound to the client, watched by select
-    int32_t num_triggers;
+    int32_t fd;              // bound to the client, watched by select
+    int32_t complete_end;    // as in the section
     trigger_info* triggers;  // the section's own array
 
     // A client can stay ready and hand nothing over: its driver is dead, or its trigger's actions do not read

@@ -11,8 +11,8 @@ constexpr int UNKNOWN_REQUEST = -22;
 
 }  // namespace
 
-const trigger_info* find_trigger(const trigger_info* triggers, int32_t num_triggers, int error_no) {
-    for (int32_t i = 0; i < num_triggers; ++i) {
+const trigger_info* find_trigger(const trigger_info* triggers, int32_t complete_end, int error_no) {
+    for (int32_t i = 0; i < complete_end; ++i) {
         if (triggers[i].action_num > 0 && triggers[i].error_no == error_no) {
             return &triggers[i];
         }
@@ -35,11 +35,11 @@ void run_actions(const char* operation, const trigger_info& trigger,
     }
 }
 
-void log_triggers(const char* operation, const trigger_info* triggers, int32_t num_triggers) {
+void log_triggers(const char* operation, const trigger_info* triggers, int32_t complete_end) {
     if (!debug_output_enabled) {
         return;
     }
-    for (int32_t i = 0; i < num_triggers; ++i) {
+    for (int32_t i = 0; i < complete_end; ++i) {
         LOG_D_AS(operation, "triggers[%d] error no-%d, action num-%d\n", i, triggers[i].error_no,
                  triggers[i].action_num);
         for (int k = 0; k < triggers[i].action_num; ++k) {

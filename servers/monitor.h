@@ -10,7 +10,7 @@
 #include "platform/text.h"
 
 // The first complete trigger whose number is `error_no`, or null.
-const trigger_info* find_trigger(const trigger_info* triggers, int32_t num_triggers, int error_no);
+const trigger_info* find_trigger(const trigger_info* triggers, int32_t complete_end, int error_no);
 
 // Runs the trigger's actions in order through `dispatch`. Where an action's client is not in the registry,
 // logs the message `missing` and runs the other actions all the same.
@@ -18,8 +18,8 @@ void run_actions(const char* operation, const trigger_info& trigger,
                  int (*dispatch)(dmd_client* client, int error_no, int slot, const char* RT_switch),
                  const char* missing);
 
-// Logs the triggers and their actions while debug output is on.
-void log_triggers(const char* operation, const trigger_info* triggers, int32_t num_triggers);
+// Logs the triggers up to the last complete one, and their actions, while debug output is on.
+void log_triggers(const char* operation, const trigger_info* triggers, int32_t complete_end);
 
 // Asks the driver on `fd`, which is bound to the client, for one of the client's names (a request of the
 // DSM_IOCTL_GET_..._NAME kind) and stores it in the registry's record, under the lock of the clients' names.

@@ -49,7 +49,7 @@ void sample_client(dmd_client* client) {
     // A negative period becomes a very long one: the client is in effect never sampled.
     record->sample_period =
         poll.sampling_period != 0 ? static_cast<uint32_t>(poll.sampling_period) : DEFAULT_SAMPLE_PERIOD;
-    record->num_triggers = poll.num_triggers;
+    record->complete_end = poll.complete_end;
     record->triggers = poll.triggers;
     describe_device(record.get(), *setting, pclient_get_device_info);
     pclient* const linked = record.release();
@@ -61,8 +61,8 @@ void sample_client(dmd_client* client) {
         pclient_cond.broadcast();
     }
     LOG_M_AS(operation, "pclient %s init success, fd-%d sample period-%d triggers num-%d\n", cname,
-             linked->fd, static_cast<int>(linked->sample_period), linked->num_triggers);
-    log_triggers(operation, linked->triggers, linked->num_triggers);
+             linked->fd, static_cast<int>(linked->sample_period), poll.num_triggers);
+    log_triggers(operation, linked->triggers, linked->complete_end);
 }
 
 void wait_for_client() {
@@ -78,7 +78,7 @@ void sample(const pclient& record) {
     const char* const cname = record.dclient->info->name;
     const int state = poll_pclient_state(&record);
     LOG_M_AS(OPERATION, "poll %s's state %d\n", cname, state);
-    const trigger_info* const trigger = find_trigger(record.triggers, record.num_triggers, state);
+    const trigger_info* const trigger = find_trigger(record.triggers, record.complete_end, state);
     if (trigger == nullptr) {
         LOG_M_AS(OPERATION, "client %s's error (%d) ignored\n", cname, state);
         return;

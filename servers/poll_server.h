@@ -12,7 +12,7 @@ struct pclient {
     dmd_client* dclient;
     int32_t fd;              // bound to the client
     uint32_t sample_period;  // ticks of 5 seconds, at least 1
-    int32_t num_triggers;
+    int32_t complete_end;    // as in the section
     trigger_info* triggers;  // the section's own array
 };
 

@@ -12,6 +12,7 @@
 #include "servers/listen_server.h"
 #include "tests/bring_up.h"
 #include "tests/desk_calls.h"
+#include "tests/sanitized.h"
 #include "triggers/command_server.h"
 
 namespace {
@@ -65,6 +66,29 @@ TEST(ListenServer, RunsTheFirstMatchingTriggersActionsInOrder) {
     EXPECT_LT(record.find("[Content]:\ntouch"), record.find("[Content]:\ndisplay"));
     EXPECT_EQ(std::string::npos, record.find("not complete"));
     EXPECT_EQ(0U, seconds_slept());
+}
+
+// The array of so many is reserved but never written.
+TEST(ListenServer, OnlyCompleteTriggersAreSearched) {
+    const std::string announced = sizeof(void*) == 4 || SANITIZED ? "2000000" : "20000000";
+    LogCapture log;
+    debug_output_enabled = 1;
+    // The second array begins empty, but the next trigger of the section is still its second.
+    start_listening(section("dsm_tp", "num_triggers 1\n" + trigger(1, "dsm_tp+0") + "num_triggers " +
+                                          announced + "\n" + trigger(2, "dsm_tp+0")));
+    ASSERT_TRUE(log.wait_for("Enter select"));
+    EXPECT_TRUE(log.has(" triggers num-" + announced));
+    EXPECT_EQ(2, log.count("[D/listen_client_init] triggers["));
+    rusage before = {};
+    getrusage(RUSAGE_SELF, &before);
+    report_error("dsm_tp", 1, "of the array that went");
+    ASSERT_TRUE(log.wait_for("dsm_tp has error (1) ignored"));
+    ASSERT_TRUE(log.wait_for("Enter select", 2));
+    rusage after = {};
+    getrusage(RUSAGE_SELF, &after);
+    EXPECT_LT(after.ru_minflt - before.ru_minflt, SANITIZED ? 10000 : 500) << "pages looked at first";
+    report_error("dsm_tp", 2, "second");
+    EXPECT_TRUE(log.wait_for("dsm_tp has error (2) reported"));
 }
 
 TEST(ListenServer, TakesNamesFromTheDriverOrElseFromTheSection) {
