@@ -57,6 +57,7 @@ std::string trigger(int number, const std::string& action) {
 }
 
 const std::string head = "[a]\nalgo_type listen\nclient_name dsm_tp\n";
+const std::string poll_head = "[b]\nalgo_type poll\nclient_name dsm_tp\n";
 const std::string whole = head + "num_triggers 1\n" + trigger(5, "dsm_tp+0");
 
 }  // namespace
@@ -118,9 +119,32 @@ TEST(ConfigCheck, NamesWhatTheDaemonDoesOtherwise) {
          .found = {"2 no value that can be read"},
          .status = WARNINGS},
         {.what = "two servers, two names",
-         .text = whole + "[b]\nalgo_type poll\nclient_name dsm_tp\ndevice_name d\nnum_triggers 1\n" +
+         .text = whole + poll_head + "device_name d\nsampling_period 12\nnum_triggers 1\n" +
                  trigger(1, "dsm_tp+0"),
          .found = {"7 section [b] and section [a] at line 1 name the device of dsm_tp differently"},
+         .status = WARNINGS},
+        {.what = "one device, two servers, one number",
+         .text = whole + poll_head + "sampling_period 12\nnum_triggers 1\n" + trigger(5, "dsm_tp+0"),
+         .found = {},
+         .status = CLEAN},
+        {.what = "two devices, one number",
+         .text = whole + "[b]\nalgo_type listen\nclient_name dsm_lcd\nnum_triggers 2\n" +
+                 trigger(6, "dsm_lcd+0") + trigger(5, "dsm_lcd+0"),
+         .found = {"13 the trigger at line 5, of dsm_tp, has the number 5 too"},
+         .status = WARNINGS},
+        {.what = "a period under a minute",
+         .text = poll_head + "sampling_period 11\nnum_triggers 1\n" + trigger(1, "dsm_tp+0"),
+         .found = {"1 section [b] samples every 55 s"},
+         .status = WARNINGS},
+        {.what = "the period of a section that gives none",
+         .text = poll_head + "num_triggers 1\n" + trigger(1, "dsm_tp+0"),
+         .found = {"1 section [b] samples every 25 s"},
+         .status = WARNINGS},
+        {.what = "long numbers",
+         .text = head + "num_triggers 4\n" + trigger(99999, "dsm_tp+0") + trigger(100000, "dsm_tp+0") +
+                 trigger(-9999, "dsm_tp+0") + trigger(-10000, "dsm_tp+0"),
+         .found = {"7 archives of the number 100000 are neither counted nor deleted",
+                   "11 archives of the number -10000 are"},
          .status = WARNINGS},
         {.what = "a failed action keeps the one before",
          .text = head + "num_triggers 1\n" + trigger(5, "dsm_tp+0 dsm_tp+1") +
@@ -169,7 +193,7 @@ TEST(ConfigCheck, NamesWhatTheDaemonDoesOtherwise) {
         {.what = "numbers",
          .text = head + "num_triggers 1.5\nerror_no 5e9\naction dsm_tp+0x\n",
          .found = {"4 num_triggers \"1.5\" counts as 1", "5 error_no \"5e9\" counts as 2147483647",
-                   "6 slot \"0x\" counts as 0"},
+                   "5 archives of the number 2147483647 are", "6 slot \"0x\" counts as 0"},
          .status = WARNINGS},
         {.what = "actions",
          .text = head +

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <map>
 #include <utility>
 
 #include "clients/client_table.h"
@@ -15,6 +16,13 @@
 
 namespace tools {
 namespace {
+
+// A state that stays is reported at every sample. With less than this between two, reports of it soon fill
+// all record files.
+constexpr uint64_t SHORT_PERIOD_SECONDS = 60;
+
+// Retention does not know archives of longer numbers.
+constexpr size_t ARCHIVED_NUMBER_LENGTH = 5;
 
 const dmd_client_info* find_row(const char* name) {
     for (const dmd_client_info& row : default_clients) {
@@ -65,9 +73,6 @@ class SectionCheck {
         if (section_.in_force) {
             check_names(poll ? ALGO_LISTEN : ALGO_POLL);
         }
-        if (poll) {
-            check_period();
-        }
         const int32_t count = poll ? setting_.poll.num_triggers : setting_.listen.num_triggers;
         const trigger_info* const triggers = poll ? setting_.poll.triggers : setting_.listen.triggers;
         for (const auto& [index, lines] : lines_.triggers) {
@@ -76,6 +81,9 @@ class SectionCheck {
             }
         }
         check_count(count);
+        if (poll) {
+            check_period();
+        }
         return section_;
     }
 
@@ -136,6 +144,11 @@ class SectionCheck {
         if (period < 0) {
             warn(lines_.header,
                  title_ + ": a sampling_period below 0 is a very long one, the client is never sampled");
+        } else if (section_.in_force && !section_.triggers.empty() &&
+                   section_.period_seconds < SHORT_PERIOD_SECONDS) {
+            warn(lines_.header, title_ + " samples every " + std::to_string(section_.period_seconds) +
+                                    " s: a state that stays is reported each time, until the record files "
+                                    "hold nothing else");
         }
     }
 
@@ -154,6 +167,11 @@ class SectionCheck {
                          [&](const CheckedTrigger& earlier) { return earlier.number == trigger.error_no; });
         if (!fires) {
             warn(line, "a trigger of " + number + " stands earlier in the section: this one never fires");
+        }
+        if (number.size() > ARCHIVED_NUMBER_LENGTH) {
+            warn(line, "archives of the number " + number +
+                           " are neither counted nor deleted: that takes a number of up to " +
+                           std::to_string(ARCHIVED_NUMBER_LENGTH) + " characters");
         }
         CheckedTrigger checked = {line, trigger.error_no, trigger.running_test_switch, fires, {}};
         bool takes_error = false;
@@ -213,6 +231,31 @@ class SectionCheck {
     CheckedSection section_;
 };
 
+// A commercial build's history of a day knows numbers, not clients.
+void check_shared_numbers(const std::vector<CheckedSection>& sections, std::vector<Finding>* findings) {
+    struct User {
+        std::string client;
+        int line;
+    };
+    std::map<int32_t, User> users;
+    for (const CheckedSection& section : sections) {
+        for (const CheckedTrigger& trigger : section.triggers) {
+            if (!section.in_force || !trigger.fires) {
+                continue;
+            }
+            const User& first =
+                users.try_emplace(trigger.number, User{section.client, trigger.line}).first->second;
+            if (first.client != section.client) {
+                findings->push_back(
+                    {trigger.line,
+                     "the trigger at line " + std::to_string(first.line) + ", of " + first.client +
+                         ", has the number " + std::to_string(trigger.number) +
+                         " too: a commercial build uploads only the first of their errors in a day"});
+            }
+        }
+    }
+}
+
 // The line that an offset of the text is on, from 1.
 int line_of(const std::string& text, size_t offset) {
     return 1 + static_cast<int>(std::count(text.data(), text.data() + offset, '\n'));
@@ -251,6 +294,7 @@ CheckedConfig check_config(const std::string& path) {
     for (const SectionLines& lines : found.sections) {
         config.sections.push_back(SectionCheck(lines, trace.parsed, &found).run());
     }
+    check_shared_numbers(config.sections, &found.findings);
     if (config.parsed && config.sections.empty()) {
         found.findings.push_back({0, "the file has no section: the daemon watches nothing"});
     }

@@ -39,7 +39,7 @@ struct CheckedSection {
 };
 
 // Something that a person should know of. A warning says that the daemon does something else than what the
-// file seems to ask for; a note is none.
+// file seems to ask for, or that nobody wants what it asks for; a note is none.
 struct Finding {
     int line;  // 0 when it is about the file as a whole
     std::string text;
