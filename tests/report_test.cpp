@@ -2,6 +2,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <map>
 #include <random>
@@ -154,6 +155,18 @@ TEST(Report, KeepsTheBytesThatAreNoText) {
     const std::string shown = run_report("/data --show 1").out;
     EXPECT_TRUE(ends_with(shown, "\n\nContent:\n" + content)) << shown;
     EXPECT_TRUE(holds(shown, "\nDevice:       dev\\xff\n")) << shown;
+}
+
+TEST(Report, PrintsItsDocumentInAscii) {
+    prepare_phone();
+    // A C1 control, a bidirectional override, the end of the first plane and one beyond it.
+    const std::string content = "\x7f\u009b2J\u202etxt\uffff\U0001f600";
+    write_report(5, TIME, content);
+    const std::string document = run_report("/data --json").out;
+    EXPECT_TRUE(holds(document, R"("content":"\u007f\u009b2J\u202etxt\uffff\ud83d\ude00")")) << document;
+    EXPECT_TRUE(std::all_of(document.begin(), document.end(),
+                            [](char c) { return c == '\n' || (c >= ' ' && c < '\x7f'); }));
+    EXPECT_EQ(content, json::parse(document)["reports"][0]["content"]);
 }
 
 TEST(Report, TellsOfDumpsWithoutAReport) {

@@ -168,7 +168,8 @@ std::string format_config_json(const CheckedConfig& config) {
              {"text", finding.text},
              {"log", finding.log.empty() ? json(nullptr) : json(finding.log)}});
     }
-    return document.dump(2, ' ', false, json::error_handler_t::replace) + "\n";
+    constexpr bool is_ascii = true;  // a terminal obeys other characters
+    return document.dump(2, ' ', is_ascii, json::error_handler_t::replace) + "\n";
 }
 
 }  // namespace tools

@@ -69,7 +69,8 @@ json json_of(const std::vector<Problem>& problems) {
 }
 
 std::string text_of(const json& document) {
-    return document.dump(-1, ' ', false, json::error_handler_t::replace);
+    constexpr bool is_ascii = true;
+    return document.dump(-1, ' ', is_ascii, json::error_handler_t::replace);
 }
 
 json short_json_of(const Report& report, size_t content_max) {

@@ -16,7 +16,7 @@ nlohmann::json json_of(const Report& report);
 
 nlohmann::json json_of(const std::vector<Problem>& problems);
 
-// The document as a text.
+// The document as a text. It is ASCII: no character of a report reaches a terminal that would obey it.
 std::string text_of(const nlohmann::json& document);
 
 // As json_of; of a content, and of a dump of text, no more than the first so many bytes, and "content_cut"
