@@ -30,9 +30,9 @@ struct trigger_info {
 // stand below complete_end, where a search may stop: the file may announce millions.
 struct listen_setting {
     int32_t num_triggers;
-    int32_t complete_end;
     // From calloc, so zero where nothing was written; null before num_triggers was read.
     trigger_info* triggers;
+    int32_t complete_end;
 };
 
 // The poll server's clock, and the period of a section that gives none or 0, in its ticks.
@@ -42,8 +42,8 @@ constexpr uint32_t DEFAULT_SAMPLE_PERIOD = 5;
 struct poll_setting {
     int32_t sampling_period;  // ticks; 0 when the section gives none
     int32_t num_triggers;
-    int32_t complete_end;
     trigger_info* triggers;  // as in listen_setting
+    int32_t complete_end;
 };
 
 // One section. Texts are terminated, and cut to their field's size less one.

@@ -68,8 +68,9 @@ void watch_client(dmd_client* client, fd_set* watched) {
     }
     record->dclient = client;
     record->fd = fd.release();
-    record->complete_end = setting->listen.complete_end;
+    record->num_triggers = setting->listen.num_triggers;
     record->triggers = setting->listen.triggers;
+    record->complete_end = setting->listen.complete_end;
     describe_device(record.get(), *setting, lclient_get_device_info);
     lclient* const linked = record.release();
     {
@@ -80,7 +81,7 @@ void watch_client(dmd_client* client, fd_set* watched) {
         lclient_cond.broadcast();
     }
     LOG_M_AS(operation, "lclient %s init success, fd-%d triggers num-%d\n", cname, linked->fd,
-             setting->listen.num_triggers);
+             linked->num_triggers);
     log_triggers(operation, linked->triggers, linked->complete_end);
     FD_SET(linked->fd, watched);
 }

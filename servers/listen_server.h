@@ -12,9 +12,10 @@
 struct lclient {
     lclient* next;
     dmd_client* dclient;
-    int32_t fd;              // bound to the client, watched by select
-    int32_t complete_end;    // as in the section
+    int32_t fd;  // bound to the client, watched by select
+    int32_t num_triggers;
     trigger_info* triggers;  // the section's own array
+    int32_t complete_end;    // as in the section
 
     // A client can stay ready and hand nothing over: its driver is dead, or its trigger's actions do not read
     // it. It then rests, longer each time, so that the thread does not spin on it.

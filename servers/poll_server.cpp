@@ -49,8 +49,9 @@ void sample_client(dmd_client* client) {
     // A negative period becomes a very long one: the client is in effect never sampled.
     record->sample_period =
         poll.sampling_period != 0 ? static_cast<uint32_t>(poll.sampling_period) : DEFAULT_SAMPLE_PERIOD;
-    record->complete_end = poll.complete_end;
+    record->num_triggers = poll.num_triggers;
     record->triggers = poll.triggers;
+    record->complete_end = poll.complete_end;
     describe_device(record.get(), *setting, pclient_get_device_info);
     pclient* const linked = record.release();
     {
@@ -61,7 +62,7 @@ void sample_client(dmd_client* client) {
         pclient_cond.broadcast();
     }
     LOG_M_AS(operation, "pclient %s init success, fd-%d sample period-%d triggers num-%d\n", cname,
-             linked->fd, static_cast<int>(linked->sample_period), poll.num_triggers);
+             linked->fd, static_cast<int>(linked->sample_period), linked->num_triggers);
     log_triggers(operation, linked->triggers, linked->complete_end);
 }
 

@@ -12,8 +12,9 @@ struct pclient {
     dmd_client* dclient;
     int32_t fd;              // bound to the client
     uint32_t sample_period;  // ticks of 5 seconds, at least 1
-    int32_t complete_end;    // as in the section
+    int32_t num_triggers;
     trigger_info* triggers;  // the section's own array
+    int32_t complete_end;    // as in the section
 };
 
 // Starts the poll thread, which then sets its clients up and samples them for the life of the process. Called
