@@ -153,8 +153,9 @@ void list_audio_files(char* list, size_t size) {
 
 // Runs a command that writes the file at `path`.
 void run_into(const char* path, const char* command) {
-    remove_link(path);
-    run_command(command);
+    if (clear_place(path)) {
+        run_command(command);
+    }
 }
 
 void remove_codec_dump() {

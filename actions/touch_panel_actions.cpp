@@ -68,10 +68,8 @@ constexpr tp_command DISABLE[] = {
 
 // Runs a command. Returns its status.
 int run(const char* operation, const tp_command& command) {
-    if (command.output != nullptr) {
-        remove_link(command.output);
-    }
-    const int status = run_command(command.line);
+    const bool may_run = command.output == nullptr || clear_place(command.output);
+    const int status = may_run ? run_command(command.line) : -1;
     if (status < 0) {
         LOG_M_AS(operation, "%s. error:%s.", command.failed, strerror(errno));
     }

@@ -12,10 +12,23 @@
 
 namespace {
 
+// A driver that interrupts calls for ever must not hold its thread.
+constexpr int INTERRUPTIONS_MAX = 100;
+
+// Makes a call again while it is interrupted. Returns what it returned last.
+template <typename Call>
+auto repeat_interrupted(Call call) {
+    auto result = call();
+    for (int i = 0; result < 0 && errno == EINTR && i < INTERRUPTIONS_MAX; ++i) {
+        result = call();
+    }
+    return result;
+}
+
 // Opens the driver and binds the descriptor to the client. Returns what the request returned, or -1 when the
 // driver could not be opened, after a message.
 int open_and_bind(const char* operation, const char* name, UniqueFd* fd) {
-    fd->reset(open(DSM_DEVICE, O_RDWR | O_CLOEXEC));
+    fd->reset(repeat_interrupted([] { return open(DSM_DEVICE, O_RDWR | O_CLOEXEC); }));
     if (!fd->valid()) {
         LOG_M_AS(operation, "can't open %s \n", DSM_DEVICE);
         return -1;
@@ -28,7 +41,7 @@ int open_and_bind(const char* operation, const char* name, UniqueFd* fd) {
 }  // namespace
 
 int dsm_request(int fd, unsigned int request, dsm_argument* argument) {
-    return TEMP_FAILURE_RETRY(ioctl(fd, request, argument->text));
+    return repeat_interrupted([&] { return ioctl(fd, request, argument->text); });
 }
 
 int bind_client_fd(const char* name) {
@@ -72,7 +85,7 @@ int dsm_client_release(dmd_client* client) {
 }
 
 ssize_t dsm_read_pending(dmd_client* client, char* buffer) {
-    const ssize_t got = TEMP_FAILURE_RETRY(read(client->fd, buffer, client->buffer_size));
+    const ssize_t got = repeat_interrupted([&] { return read(client->fd, buffer, client->buffer_size); });
     if (got > 0) {
         ++client->texts_read;
     }

@@ -30,7 +30,7 @@ static_assert(DSM_IOCTL_BIND == 0xc02078f1 && DSM_IOCTL_GET_STATE == 0xc02078f2 
                   DSM_IOCTL_GET_IC_NAME == 0xc02078f7,
               "the request codes are the driver's");
 
-// Issues a request, again each time it is interrupted. Returns what ioctl returned: 0 on success.
+// Issues a request, again when it is interrupted. Returns what ioctl returned: 0 on success.
 int dsm_request(int fd, unsigned int request, dsm_argument* argument);
 
 // A new descriptor of the caller's, bound to the client of that name (at most 32 bytes are used), or a

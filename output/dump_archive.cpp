@@ -68,7 +68,7 @@ int run_archive_command(const char* operation, char* command) {
         LOG_M_AS(operation, "invalid dmd tar compress cmd.\n");
         return split;
     }
-    remove_link(argv[ARCHIVE_WORD]);
+    clear_place(argv[ARCHIVE_WORD]);
     const int result = dmd_tar_main(argc, argv);
     if (result < 0) {
         LOG_M_AS(operation, "dmd tar file failed.");
@@ -79,7 +79,7 @@ int run_archive_command(const char* operation, char* command) {
 int gzip_file(const char* path, int32_t time) {
     char compressed[PATH_SIZE];
     format_text(compressed, sizeof compressed, "%s.gz", path);
-    remove_link(compressed);
+    clear_place(compressed);
     struct stat status;
     if (lstat(compressed, &status) == 0 && S_ISREG(status.st_mode) &&
         static_cast<time_t>(status.st_mtime) < time) {

@@ -43,20 +43,23 @@ int mkdir_parent() {
     return 0;
 }
 
-void remove_link(const char* path) {
+bool clear_place(const char* path, bool keep_data) {
     struct stat status;
-    if (lstat(path, &status) != 0 || (S_ISREG(status.st_mode) && status.st_nlink == 1)) {
-        return;
+    if (lstat(path, &status) != 0 ||
+        (S_ISREG(status.st_mode) && status.st_nlink == 1 && (keep_data || status.st_uid == geteuid()))) {
+        return true;
     }
-    const char* const outcome = unlink(path) == 0 ? "removed" : strerror(errno);
-    LOG_M("%s is not a plain file - %s\n", path, outcome);
+    const int reason = unlink(path) == 0 ? 0 : errno;
+    LOG_M("%s is not a plain file of this daemon - %s\n", path, reason == 0 ? "removed" : strerror(reason));
+    errno = reason;
+    return reason == 0;
 }
 
 int open_output_file(const char* path, int flags) {
     if (path == nullptr) {
         return -1;
     }
-    remove_link(path);
+    clear_place(path, (flags & O_TRUNC) == 0);
     UniqueFd fd = open_plain_file(path, flags, FILE_MODE);
     int reason = errno;
     if (!fd.valid()) {

@@ -118,6 +118,7 @@ int dmd_direct_output(const void* buf, int len, dmd_error_info* info, const char
     }
     // The archive and the upload still carry what was written of it.
     write_part(record.fd.get(), record.path, "the report", buf, len);
+    date_other_records_back();
     sync_file(record.fd.get(), record.path);
 
     if (record.is_commercial_version == 1) {

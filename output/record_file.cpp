@@ -39,21 +39,6 @@ void open_record(int flags) REQUIRES(output_lock) {
     }
 }
 
-// Makes the current file the latest one at the next start too, whatever the clock does until then: no other
-// file keeps a time from the last second or from the future.
-void date_others_back() REQUIRES(output_lock) {
-    file_time latest = current_file_time();
-    --latest.seconds;
-    for (int index = 0; index < RECORD_NAMES; ++index) {
-        char path[PATH_SIZE];
-        format_record_path(path, sizeof path, index);
-        struct stat status;
-        if (index != record.index && lstat(path, &status) == 0 && is_later(modified_time(status), latest)) {
-            set_modified_time(path, latest);
-        }
-    }
-}
-
 // Finds the most recently modified record file: sets record.index to its number (0 when there is none) and
 // returns its size in bytes.
 int64_t find_latest_record() REQUIRES(output_lock) {
@@ -139,6 +124,23 @@ bool prepare_record_file() {
             open_record(0);
         }
     }
-    date_others_back();
-    return record.fd.valid();
+    if (!record.fd.valid()) {
+        return false;
+    }
+    date_other_records_back();
+    return true;
+}
+
+void date_other_records_back() {
+    file_time latest = current_file_time();
+    --latest.seconds;
+    for (int index = 0; index < RECORD_NAMES; ++index) {
+        char path[PATH_SIZE];
+        format_record_path(path, sizeof path, index);
+        struct stat status;
+        if (index != record.index && lstat(path, &status) == 0 && S_ISREG(status.st_mode) &&
+            is_later(modified_time(status), latest)) {
+            set_modified_time(path, latest);
+        }
+    }
 }

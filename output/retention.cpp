@@ -119,6 +119,10 @@ void survey_entry(int dir, const char* entry, archive_survey* survey) {
         LOG_M_AS(OPERATION, "stat %s error\n", path_of(archive, path));
         return;
     }
+    // What `rm` cannot remove would stay the oldest for ever.
+    if (!S_ISREG(status.st_mode)) {
+        return;
+    }
     file_time time = modified_time(status);
     // An archive from the future is dated back, so that those made from now on are younger.
     if (is_later(time, survey->now)) {

@@ -26,9 +26,12 @@ __attribute__((format(printf, 1, 2))) inline void log_message(const char* format
     char line[4 * LOG_MESSAGE_SIZE];
     size_t length = 0;
     for (const char* at = message; *at != '\0'; ++at) {
+        // U+0080 to U+009F have two bytes in UTF-8.
+        const bool is_wide = at[0] == '\xc2' && (at[1] & 0xe0) == 0x80;
+        at += is_wide ? 1 : 0;
         const auto character = static_cast<unsigned char>(*at);
         // An old C library's iscntrl may be true for bytes of UTF-8 as well.
-        const bool is_control = character < ' ' || character == 0x7f;
+        const bool is_control = is_wide || character < ' ' || character == 0x7f;
         if (is_control && strcmp(at, "\n") != 0) {
             length += format_text(line + length, sizeof line - length, "\\x%02x", character);
         } else {

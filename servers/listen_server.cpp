@@ -150,6 +150,7 @@ void note_pass(fd_set watched, fd_set ready) {
         if (texts_read != record->texts_read) {
             record->texts_read = texts_read;
             record->fruitless = 0;
+            record->rest_end_ms = now;
         } else if (FD_ISSET(record->fd, &ready)) {
             note_fruitless_pass(record, now);
         }

@@ -106,11 +106,11 @@ TEST(CommandServer, NoNameForgesALineOfTheLog) {
     LogCapture log;
     start_serving();
     const UniqueFd connection = connect_to_commands();
-    ASSERT_TRUE(send_bytes(connection, command_message("\033[1mx\x7f\n[M/main] f\303\274r\n", 0, 1)));
+    ASSERT_TRUE(send_bytes(connection, command_message("\033[1mx\x7f\n[M/main] f\303\274r\302\233", 0, 1)));
     ASSERT_TRUE(log.wait_for("is not found"));
     EXPECT_EQ((std::vector<std::string>{
-                  "Received msg - name:\\x1b[1mx\\x7f\\x0a[M/main] f\303\274r\\x0a data:1",
-                  "\\x1b[1mx\\x7f\\x0a[M/main] f\303\274r\\x0a is not found in dmd client list"}),
+                  "Received msg - name:\\x1b[1mx\\x7f\\x0a[M/main] f\303\274r\\x9b data:1",
+                  "\\x1b[1mx\\x7f\\x0a[M/main] f\303\274r\\x9b is not found in dmd client list"}),
               messages_of("dmd_recv_cmd_from_apk", log));
 }
 

@@ -284,7 +284,8 @@ TEST_P(FaultsOn, WithoutItsDirectoryOrFiles) {
             {"mount -B . .; mount -o remount,bind,ro " + dir, 2, "Read-only file system", "umount " + dir},
             {"cp -p dmd_record_0.txt x; mv x dmd_record_0.txt", 2, "dmd_record_0.txt is another file now",
              "true"},
-            {"rm apr_info.txt; mkfifo apr_info.txt", 2, "apr_info.txt is not a plain file - removed", "true"},
+            {"rm apr_info.txt; mkfifo apr_info.txt", 2,
+             "apr_info.txt is not a plain file of this daemon - removed", "true"},
         },
         GetParam());
 }

@@ -83,8 +83,9 @@ TEST(Links, NothingIsWrittenThroughOne) {
             w.dumps();
             EXPECT_EQ("mine", read_file(VICTIM));
             EXPECT_EQ(0600U, mode_of(VICTIM));
-            EXPECT_TRUE(log.has("[M/remove_link] " + w.path + " is not a plain file - removed") ||
-                        log.has("cmd_line:rm " + w.path));
+            EXPECT_TRUE(
+                log.has("[M/clear_place] " + w.path + " is not a plain file of this daemon - removed") ||
+                log.has("cmd_line:rm " + w.path));
             EXPECT_FALSE(exists(w.path) && !S_ISREG(status_of(w.path).st_mode));
             if (w.dumps == report) {
                 EXPECT_EQ(1, count_of(read_file(RECORD), "[Content]:\ntext"));
@@ -93,6 +94,35 @@ TEST(Links, NothingIsWrittenThroughOne) {
             unlink(w.path.c_str());
         }
     }
+}
+
+TEST(Links, NothingIsWrittenIntoAFileOfSomebodyElse) {
+    setenv("TZ", "UTC", 1);
+    bring_up("", false);
+    for (const way& w : WAYS) {
+        SCOPED_TRACE(w.what);
+        set_commercial(w.commercial);
+        output_of("mkdir -p " + LOGS + "; rm -f " + LOGS + "*; printf mine >" + w.path + "; chown 1000 " +
+                  w.path);
+        forget_record_file();
+        w.dumps();
+        const bool is_record = w.path == RECORD;
+        EXPECT_EQ(is_record ? 1000U : 0U, exists(w.path) ? status_of(w.path).st_uid : 0U);
+        EXPECT_EQ(is_record, read_file(w.path).find("mine") == 0) << "the reports of a record file are kept";
+        unlink(w.path.c_str());
+    }
+}
+
+// Without the command, the report lacks only what it would have brought.
+TEST(Links, ACommandDoesNotRunIntoOneThatStays) {
+    bring_up("", false);
+    output_of(
+        "cd /data; printf mine >/victim; ln -s /victim zc8830dump.log; mount -B . .; mount -o "
+        "remount,bind,ro .");
+    const LogCapture log;
+    EXPECT_EQ(0, dmd_dump_error(get_client_by_name("dsm_audio"), 1, 0, "on"));
+    EXPECT_TRUE(log.has("zc8830dump.log is not a plain file of this daemon - Read-only file system"));
+    EXPECT_EQ("mine", read_file("/victim"));
 }
 
 TEST(Links, NoFolderIsPackedThroughOne) {

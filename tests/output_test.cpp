@@ -51,7 +51,7 @@ TEST(OutputDir, FailuresAreLogged) {
     EXPECT_TRUE(log.has("[M/open_output_file] unable to open /data/none/f - No such file or directory"));
     ASSERT_EQ(0, mkdir("/data/folder", 0700));
     EXPECT_EQ(-1, open_output_file("/data/folder", O_RDONLY));
-    EXPECT_TRUE(log.has("[M/remove_link] /data/folder is not a plain file - Is a directory"));
+    EXPECT_TRUE(log.has("[M/clear_place] /data/folder is not a plain file of this daemon - Is a directory"));
     EXPECT_EQ(0700U, mode_of("/data/folder"));
     write_file("/data/kvdx_logs", "in the way");
     EXPECT_EQ(-1, mkdir_parent());
@@ -215,9 +215,15 @@ TEST(Retention, WhatIsNoFileCostsNoCommand) {
     ASSERT_EQ(0, mkdir_parent());
     ASSERT_EQ(0, mkdir(in_log_dir("dmd_dump_20001_000000.tar").c_str(), 0700));
     ASSERT_EQ(0, mkfifo(in_log_dir("dmd_dump_20002_000000.txt").c_str(), 0600));
-    const LogCapture log;
+    LogCapture log;
     EXPECT_EQ(0, check_compress_file());
     EXPECT_EQ(0, log.count("system cmd_line"));
+
+    ASSERT_EQ(0, mkdir(in_log_dir("dmd_dump_20003_000000.tar.gz").c_str(), 0700));
+    set_file_time(in_log_dir("dmd_dump_20003_000000.tar.gz"), 1);
+    make_output_files({{"dmd_dump_20004_000000.tar.gz", 11 * MIB, 100}});
+    EXPECT_EQ(0, check_compress_file());
+    EXPECT_FALSE(exists(in_log_dir("dmd_dump_20004_000000.tar.gz"))) << "a folder is no archive";
 }
 
 // The other road's dump waits only where it has that very name.

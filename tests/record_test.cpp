@@ -138,6 +138,32 @@ TEST(Record, NoClockMakesItEraseWhatIsNewer) {
     }
 }
 
+TEST(Record, AClockSetBackDuringAReportErasesNothing) {
+    set_commercial(true);
+    ASSERT_EQ(0, mkdir_parent());
+    make_output_files({{"dmd_record_0.txt", 524288, 100}});
+    // What was now is in the future then.
+    replace_command("top", "test -e /data/set || touch -d '1 hour' " + record_path(0) + "; touch /data/set");
+    report("first", DMD_OUTPUT_FULL);
+    forget_record_file();
+    report("second", DMD_OUTPUT_SHORT);
+    EXPECT_EQ(2, count_of(read_file(record_path(1)), "[Content]:"));
+}
+
+TEST(Record, ARotationThatFailsLeavesTheRingInOrder) {
+    set_commercial(true);
+    ASSERT_EQ(0, mkdir_parent());
+    const time_t next_year = time(nullptr) + 31536000;
+    for (const int index : {0, 1, 2}) {
+        make_output_files({{"dmd_record_" + std::to_string(index) + ".txt", 524288, next_year + index}});
+    }
+    ASSERT_EQ(0, mkdir(record_path(3).c_str(), 0700));
+    report("lost", DMD_OUTPUT_SHORT);
+    ASSERT_EQ(0, rmdir(record_path(3).c_str()));
+    report("kept", DMD_OUTPUT_SHORT);
+    EXPECT_EQ(1, count_of(read_file(record_path(3)), "[Content]:\nkept"));
+}
+
 // As somebody who makes room does it.
 TEST(Record, AFileThatIsEmptiedHoldsNothingButReports) {
     setenv("TZ", "UTC", 1);

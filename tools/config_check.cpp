@@ -168,7 +168,7 @@ class SectionCheck {
         if (!fires) {
             warn(line, "a trigger of " + number + " stands earlier in the section: this one never fires");
         }
-        if (number.size() > ARCHIVED_NUMBER_LENGTH) {
+        if (fires && section_.in_force && number.size() > ARCHIVED_NUMBER_LENGTH) {
             warn(line, "archives of the number " + number +
                            " are neither counted nor deleted: that takes a number of up to " +
                            std::to_string(ARCHIVED_NUMBER_LENGTH) + " characters");
@@ -231,7 +231,8 @@ class SectionCheck {
     CheckedSection section_;
 };
 
-// A commercial build's history of a day knows numbers, not clients.
+// A commercial build's history of a day knows numbers, not clients. Sections are compared, not what their
+// actions dump.
 void check_shared_numbers(const std::vector<CheckedSection>& sections, std::vector<Finding>* findings) {
     struct User {
         std::string client;
