@@ -15,80 +15,16 @@
 #include <random>
 #include <set>
 #include <sstream>
-#include <string_view>
 #include <thread>
 #include <utility>
 
 #include "output/output_dir.h"
-#include "output/record.h"
 #include "tests/bring_up.h"
 #include "tests/desk_calls.h"
-#include "tests/recorded_report.h"
+#include "tests/report_steps.h"
 #include "tests/sanitized.h"
 
 namespace {
-
-const std::string LOGS = std::string(LOG_DIR) + "/";
-
-// More than a page, so that a write of it can be cut.
-std::string text_of(int number) {
-    return std::to_string(number) + std::string(6000, static_cast<char>('a' + number % 26)) + "end";
-}
-
-// The reports in the record files: by error number, whether each is whole, with its head, the process lines
-// and exactly its text. A number that stands there again is negative, one that cannot be told is 0.
-std::map<int, bool> read_reports() {
-    static const std::string processes = output_of("top -m 5 -n 1 | grep -v '^$'");
-    std::map<int, bool> found;
-    for (const char index : {'0', '1', '2', '3'}) {
-        const std::string bytes = read_file(LOGS + "dmd_record_" + index + ".txt");
-        std::string_view record = bytes;
-        while (!record.empty()) {
-            const recorded_report report = take_report(&record);
-            const int number = atoi(std::string(report.error_no).c_str());
-            found[found.count(number) == 0 ? number : -number] =
-                report.has_full_head && report.test_switch == "on" && report.processes == processes &&
-                report.text == text_of(number);
-        }
-    }
-    return found;
-}
-
-void report(int number) {
-    dmd_error_info info = make_error_info(number, static_cast<int32_t>(time(nullptr)));
-    const std::string text = text_of(number);
-    EXPECT_EQ(0, dmd_direct_output(text.data(), static_cast<int>(text.size()), &info, nullptr, 4));
-}
-
-// The steps of a report that have not brought what they should.
-std::set<std::string> failed_steps(int number, bool commercial) {
-    const std::string dump = "dmd_dump_" + std::to_string(number) + "_";
-    std::set<std::string> failed;
-    if (!read_reports()[number]) {
-        failed.insert("record");
-    }
-    if (!commercial) {
-        const std::string name = output_of("cd " + LOGS + "; ls | grep ^" + dump + " || :");
-        if (count_of(name, ".gz") == 0) {
-            failed.insert("compression");
-        }
-        if (read_file(RECORD) != output_of("cd " + LOGS + "; tar -xOf " + dump + "* 2>/dev/null || :")) {
-            failed.insert("archive");
-        }
-    }
-    if (exists(LOGS + "dmd_commercial_record.txt")) {
-        failed.insert("commercial record");
-    } else {
-        const std::string description = "error_no\t" + std::to_string(number);
-        const std::string request = "-i " + LOGS + (commercial ? "dmd_commercial_record.txt" : dump);
-        if (count_of(read_file(LOGS + "apr_info.txt"), description) == 0 ||
-            count_of(read_file("/dev/log/exception"), request) == 0) {
-            failed.insert("upload");
-        }
-    }
-    write_file("/dev/log/exception", "");
-    return failed;
-}
 
 // Whether every error has been reported to the end.
 bool is_idle(const DaemonProcess& dmd) {
