@@ -73,5 +73,7 @@ void dmd_file_upload(const char* file_path, const dmd_error_info* info) {
                 when.tm_mon + 1, when.tm_mday, when.tm_hour, when.tm_min, when.tm_sec, word);
     append_text(command, sizeof command, "-z zip");
     LOG_M("tag:%s, cmd_line:%s.", tag, command);
-    __android_log_exception_write(tag, 0, "command", command);
+    if (__android_log_exception_write(tag, 0, "command", command) < 0) {
+        LOG_M("the upload of %s could not be filed\n", file_path);
+    }
 }
