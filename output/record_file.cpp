@@ -133,13 +133,12 @@ bool prepare_record_file() {
 
 void date_other_records_back() {
     file_time latest = current_file_time();
-    --latest.seconds;
-    for (int index = 0; index < RECORD_NAMES; ++index) {
+    for (int behind = 1; behind < RECORD_NAMES; ++behind) {
+        --latest.seconds;
         char path[PATH_SIZE];
-        format_record_path(path, sizeof path, index);
+        format_record_path(path, sizeof path, (record.index + RECORD_NAMES - behind) % RECORD_NAMES);
         struct stat status;
-        if (index != record.index && lstat(path, &status) == 0 && S_ISREG(status.st_mode) &&
-            is_later(modified_time(status), latest)) {
+        if (lstat(path, &status) == 0 && S_ISREG(status.st_mode) && is_later(modified_time(status), latest)) {
             set_modified_time(path, latest);
         }
     }

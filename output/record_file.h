@@ -25,6 +25,7 @@ void find_recently_file() REQUIRES(output_lock);
 bool prepare_record_file() REQUIRES(output_lock);
 
 // Makes the current file, which is written to now, the latest one at the next start too, whatever the clock
-// has done: no other record file keeps a time from the last second or from the future. prepare_record_file
-// does it before a report; done after one as well, it holds when the clock was set back meanwhile.
+// has done: no other record file keeps a time from the last second or from the future, and the ring keeps its
+// order. prepare_record_file does it before a report; done after one as well, it holds when the clock was set
+// back meanwhile.
 void date_other_records_back() REQUIRES(output_lock);
