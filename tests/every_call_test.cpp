@@ -18,7 +18,8 @@ namespace {
 
 constexpr char ANNOUNCED[] = "/data/announced";  // a commercial record, as it was when it was removed
 
-// Steps that may fail without a line in the log: nobody is told of a commercial record that cannot be written.
+// Steps that may fail without a line in the log: nobody is told of a commercial record that cannot be
+// written.
 const std::set<std::string> UNTOLD = {"announced record", "commercial record"};
 
 // Where calls are slow, only every third one fails.
