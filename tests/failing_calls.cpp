@@ -15,6 +15,7 @@
 #include <thread>
 
 #include "platform/owned.h"
+#include "tests/sanitized.h"
 
 #ifndef SECCOMP_FILTER_FLAG_WAIT_KILLABLE_RECV
 #define SECCOMP_FILTER_FLAG_WAIT_KILLABLE_RECV (1UL << 5)
@@ -60,6 +61,10 @@ const std::vector<failing_call> CALLS = {
 int hold_calls() {
     std::vector<sock_filter> steps = {BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr))};
     for (const failing_call& call : CALLS) {
+        // ThreadSanitizer starts a process with locks held without which nobody here could answer.
+        if (SANITIZED && call.errors.front() == EAGAIN) {
+            continue;
+        }
         steps.push_back(BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, static_cast<unsigned int>(call.number), 0, 1));
         steps.push_back(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_USER_NOTIF));
     }
@@ -90,7 +95,6 @@ std::vector<const failing_call*> run_with_failing_call(const std::function<void(
     }
     const UniqueFd answers(descriptor);
     std::vector<const failing_call*> made;
-    made.reserve(1000);  // now: a sanitizer gives no memory while the other thread forks
     pollfd waiting = {answers.get(), POLLIN, 0};
     // Without POLLIN, the thread and all that it started have ended.
     while (answers.valid() && poll(&waiting, 1, -1) == 1 && (waiting.revents & POLLIN) != 0) {
