@@ -85,7 +85,8 @@ int dsm_client_release(dmd_client* client) {
 }
 
 ssize_t dsm_read_pending(dmd_client* client, char* buffer) {
-    const ssize_t got = repeat_interrupted([&] { return read(client->fd, buffer, client->buffer_size); });
+    const int fd = client->fd;
+    const ssize_t got = repeat_interrupted([&] { return read(fd, buffer, client->buffer_size); });
     if (got > 0) {
         ++client->texts_read;
     }
