@@ -68,8 +68,7 @@ int run_archive_command(const char* operation, char* command) {
         LOG_M_AS(operation, "invalid dmd tar compress cmd.\n");
         return split;
     }
-    clear_place(argv[ARCHIVE_WORD]);
-    const int result = dmd_tar_main(argc, argv);
+    const int result = clear_place(argv[ARCHIVE_WORD]) ? dmd_tar_main(argc, argv) : -1;
     if (result < 0) {
         LOG_M_AS(operation, "dmd tar file failed.");
     }
@@ -105,7 +104,7 @@ int gzip_file(const char* path, int32_t time) {
 }
 
 void finish_dump(const char* operation, const char* path) {
-    const UniqueFd file = open_plain_file(path, O_RDONLY);
+    const UniqueFd file = clear_place(path) ? open_plain_file(path, O_RDONLY) : UniqueFd();
     if (!file.valid() || fchmod(file.get(), DUMP_MODE) != 0) {
         LOG_M_AS(operation, "chmod error  - %s\n", strerror(errno));
     }

@@ -45,7 +45,8 @@ int mkdir_parent() {
 
 bool clear_place(const char* path, bool keep_data) {
     struct stat status;
-    if (lstat(path, &status) != 0 ||
+    // Nothing writes into a directory: whoever tries says so.
+    if (lstat(path, &status) != 0 || S_ISDIR(status.st_mode) ||
         (S_ISREG(status.st_mode) && status.st_nlink == 1 && (keep_data || status.st_uid == geteuid()))) {
         return true;
     }
@@ -59,8 +60,8 @@ int open_output_file(const char* path, int flags) {
     if (path == nullptr) {
         return -1;
     }
-    clear_place(path, (flags & O_TRUNC) == 0);
-    UniqueFd fd = open_plain_file(path, flags, FILE_MODE);
+    const bool is_clear = clear_place(path, (flags & O_TRUNC) == 0);
+    UniqueFd fd = is_clear ? open_plain_file(path, flags, FILE_MODE) : UniqueFd();
     int reason = errno;
     if (!fd.valid()) {
         LOG_M("unable to open %s - %s\n", path, strerror(reason));

@@ -15,9 +15,9 @@ constexpr int COMMAND_SIZE = 768;
 // not be created.
 int mkdir_parent();
 
-// Removes what stands at `path`, after a message, unless it is a regular file of the daemon's own without a
-// second name: through a link the daemon or a command of its own would write elsewhere. With `keep_data`,
-// whose file it is does not matter. Whether the place is clear; if not, errno tells why.
+// Removes what stands at `path`, after a message, unless it is a directory, or a regular file of the daemon's
+// own without a second name: through a link the daemon or a command of its own would write elsewhere. With
+// `keep_data`, whose file it is does not matter. Whether the place is clear; if not, errno tells why.
 bool clear_place(const char* path, bool keep_data = false);
 
 // Opens a file with mode 0644 whatever the umask is, after clear_place; without O_TRUNC its data is kept. The

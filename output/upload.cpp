@@ -33,8 +33,10 @@ Mutex description_lock;
 bool write_apr_upload_info(const dmd_error_info* info) {
     const MutexLock lock(description_lock);
     umask(0);  // for the rest of the daemon's life: its files get exactly the modes given at creation
-    clear_place(DESCRIPTION_PATH);
-    const UniqueFd file = open_plain_file(DESCRIPTION_PATH, O_WRONLY | O_CREAT | O_TRUNC, DESCRIPTION_MODE);
+    constexpr int FLAGS = O_WRONLY | O_CREAT | O_TRUNC;
+    const UniqueFd file = clear_place(DESCRIPTION_PATH)
+                              ? open_plain_file(DESCRIPTION_PATH, FLAGS, DESCRIPTION_MODE)
+                              : UniqueFd();
     if (!file.valid()) {
         LOG_M("can't open the file %s.error:%s.", DESCRIPTION_PATH, strerror(errno));
         return false;

@@ -5,6 +5,7 @@
 #include "clients/dispatch.h"
 #include "clients/registry.h"
 #include "output/record.h"
+#include "output/upload.h"
 #include "tests/bring_up.h"
 #include "tests/desk_calls.h"
 
@@ -123,6 +124,33 @@ TEST(Links, ACommandDoesNotRunIntoOneThatStays) {
     EXPECT_EQ(0, dmd_dump_error(get_client_by_name("dsm_audio"), 1, 0, "on"));
     EXPECT_TRUE(log.has("zc8830dump.log is not a plain file of this daemon - Read-only file system"));
     EXPECT_EQ("mine", read_file("/victim"));
+}
+
+// In a folder that cannot be changed; where the file system knows none, it is removed.
+TEST(Links, NothingIsWrittenThroughOneThatStays) {
+    setenv("TZ", "UTC", 1);
+    set_commercial(false);
+    const auto describe_upload = [] {
+        const dmd_error_info info = make_error_info(1, TIME);
+        write_apr_upload_info(&info);
+    };
+    const way ways[] = {
+        {"a record file", RECORD, false, report},
+        {"the upload's description", LOGS + "apr_info.txt", false, describe_upload},
+        {"an archive", LOGS + "dmd_dump_20834_101112.tar", false, report},
+    };
+    for (const way& w : ways) {
+        SCOPED_TRACE(w.what);
+        output_of("mkdir -p " + LOGS + "victims; cd " + LOGS +
+                  "; rm -f *.*; printf mine >victims/file; chmod 600 victims/file; touch dmd_record_0.txt; "
+                  "ln -f victims/file " +
+                  w.path + "; chattr +i . || :");
+        forget_record_file();
+        w.dumps();
+        output_of("chattr -i " + LOGS + " || :");
+        EXPECT_EQ("mine", read_file(LOGS + "victims/file"));
+        EXPECT_EQ(0600U, mode_of(LOGS + "victims/file"));
+    }
 }
 
 TEST(Links, NoFolderIsPackedThroughOne) {

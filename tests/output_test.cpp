@@ -51,7 +51,7 @@ TEST(OutputDir, FailuresAreLogged) {
     EXPECT_TRUE(log.has("[M/open_output_file] unable to open /data/none/f - No such file or directory"));
     ASSERT_EQ(0, mkdir("/data/folder", 0700));
     EXPECT_EQ(-1, open_output_file("/data/folder", O_RDONLY));
-    EXPECT_TRUE(log.has("[M/clear_place] /data/folder is not a plain file of this daemon - Is a directory"));
+    EXPECT_TRUE(log.has("[M/open_output_file] unable to open /data/folder - Stale file handle"));
     EXPECT_EQ(0700U, mode_of("/data/folder"));
     write_file("/data/kvdx_logs", "in the way");
     EXPECT_EQ(-1, mkdir_parent());
