@@ -44,13 +44,17 @@ int mkdir_parent() {
 }
 
 bool clear_place(const char* path, bool keep_data) {
-    struct stat status;
+    struct stat status = {};
+    int reason = lstat(path, &status) == 0 ? 0 : errno;
+    const bool is_own_file =
+        S_ISREG(status.st_mode) && status.st_nlink == 1 && (keep_data || status.st_uid == geteuid());
     // Nothing writes into a directory: whoever tries says so.
-    if (lstat(path, &status) != 0 || S_ISDIR(status.st_mode) ||
-        (S_ISREG(status.st_mode) && status.st_nlink == 1 && (keep_data || status.st_uid == geteuid()))) {
+    if (reason == ENOENT || is_own_file || S_ISDIR(status.st_mode)) {
         return true;
     }
-    const int reason = unlink(path) == 0 ? 0 : errno;
+    if (reason == 0 && unlink(path) != 0) {
+        reason = errno;
+    }
     LOG_M("%s is not a plain file of this daemon - %s\n", path, reason == 0 ? "removed" : strerror(reason));
     errno = reason;
     return reason == 0;

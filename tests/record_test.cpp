@@ -154,7 +154,7 @@ TEST(Record, ARotationThatFailsLeavesTheRingInOrder) {
     set_commercial(true);
     ASSERT_EQ(0, mkdir_parent());
     const time_t next_year = time(nullptr) + 31536000;
-    for (const int index : {0, 1, 2}) {
+    for (const int index : {2, 1, 0}) {  // not in the order of their times
         make_output_files({{"dmd_record_" + std::to_string(index) + ".txt", 524288, next_year + index}});
     }
     ASSERT_EQ(0, mkdir(record_path(3).c_str(), 0700));
@@ -162,6 +162,9 @@ TEST(Record, ARotationThatFailsLeavesTheRingInOrder) {
     ASSERT_EQ(0, rmdir(record_path(3).c_str()));
     report("kept", DMD_OUTPUT_SHORT);
     EXPECT_EQ(1, count_of(read_file(record_path(3)), "[Content]:\nkept"));
+    for (const int index : {0, 1, 2}) {
+        EXPECT_EQ(524288, status_of(record_path(index)).st_size);
+    }
 }
 
 // As somebody who makes room does it.
