@@ -15,8 +15,8 @@
 #include "output/record.h"
 #include "tests/phone_test.h"
 #include "tests/tar_blocks.h"
+#include "tools/phone_reports.h"
 #include "tools/record_reader.h"
-#include "tools/report_collection.h"
 #include "tools/report_print.h"
 #include "tools/terminal.h"
 
@@ -46,6 +46,20 @@ Outcome run_report(const std::string& words) {
     return {WEXITSTATUS(status), read_file("/tmp/out"), read_file("/tmp/err")};
 }
 
+struct Collected {
+    std::vector<tools::Report> reports;
+    std::vector<tools::Problem> problems;
+};
+
+// What is found in the files, which are of one phone.
+Collected collect(const std::vector<std::string>& paths) {
+    tools::FoundPhones found = tools::find_phones(paths, "");
+    EXPECT_EQ(1U, found.phones.size());
+    tools::PhoneReports phone = tools::read_phone(found.phones.at(0));
+    found.problems.insert(found.problems.end(), phone.problems.begin(), phone.problems.end());
+    return {std::move(phone.reports), found.problems};
+}
+
 // The reports that the tool finds in the folder, as its JSON document has them.
 json reports_in(const std::string& folder) {
     const Outcome outcome = run_report("--json " + folder);
@@ -70,10 +84,6 @@ std::string tar_of(const std::string& record) {
 
 bool holds(const std::string& text, const std::string& part) {
     return text.find(part) != std::string::npos;
-}
-
-bool ends_with(const std::string& text, const std::string& end) {
-    return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
 }
 
 void enter_pulled() {
@@ -153,7 +163,7 @@ TEST(Report, KeepsTheBytesThatAreNoText) {
     EXPECT_EQ("dev\xef\xbf\xbd", found["device"]);
     EXPECT_EQ(content.size(), found["bytes"]);
     const std::string shown = run_report("/data --show 1").out;
-    EXPECT_TRUE(ends_with(shown, "\n\nContent:\n" + content)) << shown;
+    EXPECT_TRUE(holds(shown, "\n\nContent:\n" + content + "\n\n")) << shown;
     EXPECT_TRUE(holds(shown, "\nDevice:       dev\\xff\n")) << shown;
 }
 
@@ -194,7 +204,7 @@ TEST(Report, TellsOfDumpsWithoutAReport) {
     EXPECT_EQ(0U, reports[1]["attachments"].size());
     EXPECT_EQ(7, reports[1]["bytes"]);
     EXPECT_EQ(json::array({reports[1]}), json::parse(run_report("/data --json --show 2").out)["reports"]);
-    EXPECT_TRUE(ends_with(run_report("/data --show 2").out, std::string("\n\nContent:\nbytes\0\n", 18)));
+    EXPECT_TRUE(holds(run_report("/data --show 2").out, std::string("\n\nContent:\nbytes\0\n\n", 19)));
 }
 
 TEST(Report, TakesARecordApart) {
@@ -296,16 +306,16 @@ TEST(Report, IsOneWhereverItStands) {
          {"", ""}},
         {"a copy that is cut in its content",
          {{RECORD, a + b + c}, {archive, cut_behind_a(b.size() - 1)}},
-         {"a in 2 places", "bb", "b, cut, with archive", "c"}},
+         {"a in 2 places", "bb in 2 places, with archive", "c"}},
         {"a copy that is cut in the next title",
          {{RECORD, a + b}, {archive, cut_behind_a(9)}},
-         {"a", "a\n========, cut", "bb"}},
+         {"a in 2 places", "bb"}},
         {"a copy that is cut in its head",
          {{RECORD, a + b}, {archive, cut_behind_a(60)}},
          {", cut", "a in 2 places", "bb"}},
         {"a copy that is cut at its end, and a whole one",
          {{RECORD, a + b}, {archive, cut_behind_a(b.size())}, {"dmd_dump_20834_101114.tar", tar_of(a + b)}},
-         {"a in 3 places", "bb in 2 places", "bb, cut, with archive"}},
+         {"a in 3 places", "bb in 3 places, with archive"}},
     };
     for (const auto& each : cases) {
         enter_pulled();
@@ -313,7 +323,7 @@ TEST(Report, IsOneWhereverItStands) {
             write_file(path, bytes);
         }
         std::vector<std::string> reports;
-        for (const tools::Report& found : tools::collect_reports({".", "./" + RECORD}).reports) {
+        for (const tools::Report& found : collect({".", "./" + RECORD}).reports) {
             const size_t places = found.places.size();
             reports.push_back(found.content +
                               (places > 1 ? " in " + std::to_string(places) + " places" : "") +
@@ -352,7 +362,7 @@ TEST(Report, GivesAllBeforeACut) {
         for (size_t size = 1; size <= c.bytes.size() - c.end; size += 509) {
             SCOPED_TRACE(c.name + " of size " + std::to_string(size));
             write_file(c.name, c.bytes.substr(0, size));
-            const tools::Collection collection = tools::collect_reports({c.name});
+            const Collected collection = collect({c.name});
             EXPECT_FALSE(collection.problems.empty());
             size_t read = 0;
             for (size_t i = 0; i < collection.reports.size(); ++i) {
@@ -383,7 +393,7 @@ TEST(Report, NoticesAChangedByte) {
         std::string changed = bytes;
         changed[at] = static_cast<char>(changed[at] ^ 0x10);
         write_file("dmd_dump_20834_101114.tar.gz", changed);
-        EXPECT_FALSE(tools::collect_reports({"dmd_dump_20834_101114.tar.gz"}).problems.empty()) << at;
+        EXPECT_FALSE(collect({"dmd_dump_20834_101114.tar.gz"}).problems.empty()) << at;
     }
 }
 
@@ -460,11 +470,12 @@ TEST(Report, ShowsHarmfulMembersAsText) {
     enter_pulled();
     write_file(name, file(MEMBER, report("12", "x")) + header(evil, '3', "0", "", "020644", "1", "3") +
                          header(RECORD, '2', "0", "/etc/passwd") + END);
-    const tools::Collection collection = tools::collect_reports({name});
+    const Collected collection = collect({name});
     EXPECT_TRUE(collection.problems.empty());
     ASSERT_EQ(1U, collection.reports.size());
     std::string shown;
-    tools::show_report({true, false}, collection.reports[0], [&](std::string_view piece) { shown += piece; });
+    tools::show_report({true, false}, collection.reports[0], true,
+                       [&](std::string_view piece) { shown += piece; });
     EXPECT_TRUE(holds(shown, "\\x1b[2J\\n, 0 bytes\n")) << shown;
     EXPECT_TRUE(holds(shown, RECORD + ", 0 bytes\n")) << shown;
 }
@@ -517,6 +528,13 @@ TEST_F(ReportOptions, Choose) {
         {"--until '2015-06-01 10:11:13'", {"1", "2"}},
         {"--until 2015-06-01 --since '2015-06-01 10:11'", {"1", "2", "3"}},
         {"--until '2015-06-01 10:10'", {}},
+        {"--since -1w", {}},
+        {"--since -999999d --until yesterday", {"1", "2", "3"}},
+        {"--phone 'PULL*' --grep C", {"3"}},
+        {"-n 2", {"3", "4"}},
+        {"-r -n 2", {"4", "3"}},
+        {"--sort bytes", {"4", "1", "2", "3"}},
+        {"--sort error -r -n 2", {"3", "4"}},
     };
     for (const auto& c : cases) {
         std::istringstream lines(run_report(". " + c.options).out);
@@ -536,13 +554,24 @@ TEST_F(ReportOptions, ThatAreWrongAreRefused) {
         int status;
         std::string said;
     } cases[] = {
-        {"--since 2015-02-29", 2, "--since: \"2015-02-29\" is no day, as "},
+        {"--since 2015-02-29", 2, "--since: \"2015-02-29\" is no time, as "},
         {"--error 9-7", 2, "--error: \"9-7\" is no error number, as "},
         {"--show 5", 2, "there is no report 5: there are 4 reports"},
         {"--show 1 --error 7", 2, "and no filter"},
         {"--show ''", 2, "is no number of a report"},
         {"--device ''", 2, "--device: its value is empty"},
-        {"--html x --json", 2, "goes with neither"},
+        {"--html x --json", 2, "--json and --html do not go together"},
+        {"--since 2015-06-02 --until 2015-06-01", 2, "--since is after --until"},
+        {"--sort size", 2, "there is no column \"size\"; columns: n, date, "},
+        {"--by day", 2, "--by and --texts go with --summary"},
+        {"--json -n 1", 2, "go with the table and with --summary"},
+        {"--phone-from '*'", 2, "--phone-from has no {phone} in it"},
+        {"--device 'x*' --error 5", 1,
+         "no report of device x*; devices there: \\x1b\\xc2\\x9b, Lcd_Panel, tpdev"},
+        {"--device 'x*' --error 5", 1, "no report of error 5; errors there: -5, 20834, 7"},
+        {"--error 7 --grep c", 1, "no report passes all filters; alone: 2 --error, 1 --grep"},
+        {"--since 2015-06-02", 1, "no report since 2015-06-02 00:00:00; the last is of 2015-06-01 10:11:14"},
+        {"--names nosuch", 1, "cannot read nosuch: No such file or directory"},
         {"nosuch", 1, "nosuch: No such file or directory"},
         {">/dev/full", 1, "cannot write the output: No space left on device"},
         {">&-", 1, "cannot write the output: "},

@@ -12,6 +12,10 @@ namespace {
 constexpr size_t TAR_BLOCK = 512;
 constexpr size_t TAR_MARK_AT = 257;
 constexpr std::string_view TAR_MARK = "ustar";
+constexpr std::string_view XZ_MARK =
+    "\xfd"
+    "7zXZ";
+constexpr std::string_view ZIP_MARK = "PK\x03\x04";
 
 // Bytes of a member's name that are kept.
 constexpr size_t NAME_MAX_BYTES = 4096;
@@ -31,8 +35,13 @@ bool is_tar(std::string_view beginning) {
     return beginning.size() >= TAR_BLOCK && beginning.substr(TAR_MARK_AT, TAR_MARK.size()) == TAR_MARK;
 }
 
+bool is_pull(std::string_view beginning) {
+    const auto begins = [&](std::string_view mark) { return beginning.substr(0, mark.size()) == mark; };
+    return is_tar(beginning) || begins(XZ_MARK) || begins(ZIP_MARK);
+}
+
 ArchiveReader::ArchiveReader(PulledFile* file)
-    : file_(file), archive_(archive_read_new(), archive_read_free) {
+    : file_(file), is_tar_(is_tar(file->peek())), archive_(archive_read_new(), archive_read_free) {
     const auto read_piece = [](archive*, void* context, const void** bytes) -> la_ssize_t {
         const std::string_view piece = static_cast<PulledFile*>(context)->read();
         *bytes = piece.data();
@@ -40,6 +49,10 @@ ArchiveReader::ArchiveReader(PulledFile* file)
     };
     if (archive_ == nullptr || archive_read_support_format_tar(archive_.get()) != ARCHIVE_OK) {
         throw std::bad_alloc();
+    }
+    if (!is_tar_) {
+        archive_read_support_filter_xz(archive_.get());
+        archive_read_support_format_zip(archive_.get());
     }
     if (archive_read_open(archive_.get(), file, nullptr, read_piece, nullptr) != ARCHIVE_OK) {
         throw Unreadable(error_of(archive_.get()));
@@ -59,7 +72,7 @@ bool ArchiveReader::next() {
         }
         const int64_t read_to = archive_filter_bytes(archive_.get(), 0);
         if (result == ARCHIVE_EOF) {
-            if (read_to == archive_read_header_position(archive_.get())) {
+            if (is_tar_ && read_to == archive_read_header_position(archive_.get())) {
                 note("is cut: the archive has no end");
             }
             is_complete_ = damage_.empty();
@@ -108,8 +121,9 @@ std::string_view ArchiveReader::read() {
     }
     if (result != ARCHIVE_EOF) {
         is_cut_ = true;
-        is_over_ = true;
-        note("is cut within " + name());
+        is_over_ = result == ARCHIVE_FATAL;
+        note(is_tar_ ? "is cut within " + name()
+                     : "cannot be read to the end of " + name() + ": " + error_of(archive_.get()));
     }
     entry_ = nullptr;
     return {};
@@ -126,7 +140,7 @@ void ArchiveReader::note(const std::string& damage) {
 void ArchiveReader::finish() {
     is_over_ = true;
     for (std::string_view piece = file_->read(); !piece.empty(); piece = file_->read()) {
-        if (!is_zero(piece)) {
+        if (is_tar_ && !is_zero(piece)) {
             note("has bytes behind the end of the archive, which are not read");
         }
     }

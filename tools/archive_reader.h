@@ -16,10 +16,15 @@ namespace tools {
 // Whether the bytes begin a tar archive.
 bool is_tar(std::string_view beginning);
 
+// Whether the bytes begin what a pull may be packed in: a tar archive, one that xz compressed, or a zip
+// archive.
+bool is_pull(std::string_view beginning);
+
 // The members of an archive, one after the other.
 class ArchiveReader {
   public:
-    // The file must outlive the reader. Throws Unreadable when there is no memory for it.
+    // The file, of which is_tar or is_pull is true, must outlive the reader. Throws Unreadable when it cannot
+    // be opened.
     explicit ArchiveReader(PulledFile* file);
 
     // Goes to the next member. False at the end, and where no more can be read.
@@ -43,6 +48,7 @@ class ArchiveReader {
     void finish();
 
     PulledFile* file_;
+    const bool is_tar_;  // of which libarchive says what stands where
     std::unique_ptr<archive, int (*)(archive*)> archive_;
     archive_entry* entry_ = nullptr;
     bool is_over_ = false;

@@ -2,9 +2,14 @@
 #include "tools/found_reports.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <functional>
+#include <iterator>
 #include <tuple>
 #include <utility>
+
+#include "output/bug_head.h"
+#include "tools/stable_hash.h"
 
 namespace tools {
 namespace {
@@ -22,6 +27,14 @@ bool are_same(const Report& left, const Report& right) {
     return facts(left) == facts(right);
 }
 
+// Whether a copy that is cut has the content's beginning, or all of it and a piece of the next title.
+bool is_beginning(std::string_view copy, std::string_view content) {
+    constexpr std::string_view TITLE = HEAD_TITLE;
+    const size_t common = std::min(copy.size(), content.size());
+    const std::string_view rest = copy.substr(common);
+    return copy.substr(0, common) == content.substr(0, common) && rest == TITLE.substr(0, rest.size());
+}
+
 size_t size_of(const std::vector<Attachment>& attachments) {
     size_t size = 0;
     for (const Attachment& attachment : attachments) {
@@ -34,12 +47,12 @@ size_t size_of(const std::vector<Attachment>& attachments) {
 
 void FoundReports::make_room(size_t bytes) {
     if (bytes > BYTES_MAX - bytes_ || reports_.size() >= REPORTS_MAX || places_ >= PLACES_MAX) {
-        throw Unreadable("is not read to its end: there is too much in all the files together");
+        throw Unreadable("is not read to its end: there is too much in all the files of the phone together");
     }
     bytes_ += bytes;
 }
 
-size_t FoundReports::add(Report report, const ReportPlace& place, size_t key) {
+size_t FoundReports::add(Report report, const ReportPlace& place, uint64_t key) {
     make_room(place.file.size() + place.member.size());
     ++places_;
     const auto known = index_by_key_.find(key);
@@ -50,6 +63,9 @@ size_t FoundReports::add(Report report, const ReportPlace& place, size_t key) {
     make_room(report.head.size() + report.processes.size() + report.content.size() +
               size_of(report.attachments));
     report.places = {place};
+    char digits[17];
+    snprintf(digits, sizeof digits, "%016llx", static_cast<unsigned long long>(key));
+    report.key = digits;
     reports_.push_back(std::move(report));
     index_by_key_[key] = reports_.size() - 1;
     return reports_.size() - 1;
@@ -60,13 +76,13 @@ std::vector<size_t> FoundReports::add_record(std::vector<Report> reports, const 
     const std::string name = last_part(place.file);
     const bool is_rolling =
         place.member.empty() && is_record_name(name) && name != "dmd_commercial_record.txt";
-    std::unordered_map<size_t, size_t> own;
+    std::unordered_map<uint64_t, size_t> own;
     auto& occurrences = is_rolling ? rolling_[place.file.substr(0, place.file.size() - name.size())] : own;
     std::vector<size_t> indices;
     for (Report& report : reports) {
-        const size_t hash = std::hash<std::string>()(report.head + report.content);
+        const uint64_t hash = stable_hash(report.content, stable_hash(report.head));
         const size_t occurrence = ++occurrences[hash];
-        const size_t key = hash + 2 * occurrence + (report.cut ? 1 : 0);
+        const uint64_t key = hash + 2 * occurrence + (report.cut ? 1 : 0);
         indices.push_back(add(std::move(report), place, key));
     }
     return indices;
@@ -90,21 +106,66 @@ void FoundReports::add_archive(const std::string& path, const DumpName& name,
     }
 }
 
+void FoundReports::add_damage(const std::string& path) {
+    for (Report& report : reports_) {
+        for (ReportPlace& place : report.places) {
+            place.damaged = place.damaged || place.file == path;
+        }
+    }
+}
+
+void FoundReports::join_cut_copies() {
+    std::unordered_map<std::string, std::vector<size_t>> whole;  // by their heads
+    for (size_t i = 0; i < reports_.size(); ++i) {
+        if (!reports_[i].cut && reports_[i].kind == ReportKind::REPORT) {
+            whole[reports_[i].head].push_back(i);
+        }
+    }
+    const auto joins = [&](Report& copy) {
+        const auto candidates = whole.find(copy.head);
+        if (!copy.cut || candidates == whole.end()) {
+            return false;
+        }
+        for (const size_t index : candidates->second) {
+            Report& report = reports_[index];
+            if (is_beginning(copy.content, report.content)) {
+                std::move(copy.places.begin(), copy.places.end(), std::back_inserter(report.places));
+                if (report.archive.empty()) {
+                    report.archive = std::move(copy.archive);
+                    report.attachments = std::move(copy.attachments);
+                }
+                return true;
+            }
+        }
+        return false;
+    };
+    for (Report& report : reports_) {
+        if (joins(report)) {
+            report.places.clear();
+        }
+    }
+    const auto is_joined = [](const Report& report) { return report.places.empty(); };
+    reports_.erase(std::remove_if(reports_.begin(), reports_.end(), is_joined), reports_.end());
+}
+
 std::vector<Report> FoundReports::take() {
+    join_cut_copies();
     for (Report& report : reports_) {
         std::stable_partition(report.places.begin(), report.places.end(),
                               [](const ReportPlace& place) { return place.member.empty(); });
+        report.damaged = std::all_of(report.places.begin(), report.places.end(),
+                                     [](const ReportPlace& place) { return place.damaged; });
     }
+    sort_by_time(&reports_);
+    return std::move(reports_);
+}
+
+void sort_by_time(std::vector<Report>* reports) {
     const auto when = [](const Report& report) {
         return std::make_tuple(report.date.empty(), std::cref(report.date), std::cref(report.time));
     };
-    std::stable_sort(reports_.begin(), reports_.end(),
+    std::stable_sort(reports->begin(), reports->end(),
                      [&](const Report& left, const Report& right) { return when(left) < when(right); });
-    int number = 0;
-    for (Report& report : reports_) {
-        report.number = ++number;
-    }
-    return std::move(reports_);
 }
 
 }  // namespace tools

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <utility>
@@ -14,11 +15,8 @@ namespace {
 
 constexpr size_t PIECE = 128 * 1024;
 constexpr std::string_view GZIP_MARK = "\x1f\x8b";
-constexpr char TOO_LONG[] = "is read no further than its first GiB";
 
-}  // namespace
-
-PulledFile::PulledFile(const std::string& path) {
+UniqueFd open_file(const std::string& path) {
     struct stat status;
     if (stat(path.c_str(), &status) != 0) {
         throw Unreadable(strerror(errno));
@@ -27,9 +25,23 @@ PulledFile::PulledFile(const std::string& path) {
     if (!S_ISREG(status.st_mode)) {
         throw Unreadable("is no regular file");
     }
-    fd_.reset(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
-    if (!fd_.valid()) {
+    UniqueFd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    if (!fd.valid()) {
         throw Unreadable(strerror(errno));
+    }
+    return fd;
+}
+
+}  // namespace
+
+PulledFile::PulledFile(const FoundFile& file, uint64_t bytes_max)
+    : bytes_max_(bytes_max),
+      spool_(file.spool),
+      position_(file.begin),
+      end_(file.spool ? file.end : UINT64_MAX),
+      is_cut_(file.cut) {
+    if (!spool_) {
+        fd_ = open_file(file.path);
     }
     input_.resize(PIECE);
     refill();
@@ -54,15 +66,20 @@ PulledFile::~PulledFile() {
 
 // Reads from the file until the input is full or the file ends.
 void PulledFile::refill() {
+    const int fd = spool_ ? spool_->get() : fd_.get();
     input_size_ = 0;
     ssize_t got = 1;
     while (got > 0 && input_size_ < input_.size()) {
-        got = ::read(fd_.get(), input_.data() + input_size_, input_.size() - input_size_);
-        input_size_ += got > 0 ? static_cast<size_t>(got) : 0;
+        const size_t room = std::min<uint64_t>(input_.size() - input_size_, end_ - position_);
+        got = pread(fd, input_.data() + input_size_, room, static_cast<off_t>(position_));
+        if (got > 0) {
+            input_size_ += static_cast<size_t>(got);
+            position_ += static_cast<size_t>(got);
+        }
     }
     input_read_ += input_size_;
-    if (input_read_ > FILE_MAX) {
-        give_up(TOO_LONG, true);
+    if (input_read_ > bytes_max_) {
+        give_up(too_long(), true);
     } else if (got < 0) {
         give_up(std::string("could be read only in part: ") + strerror(errno), true);
     }
@@ -74,8 +91,13 @@ void PulledFile::give_up(const std::string& damage, bool is_cut) {
     is_over_ = true;
     if (damage_.empty()) {
         damage_ = damage;
-        is_cut_ = is_cut;
+        is_cut_ = is_cut_ || is_cut;
     }
+}
+
+std::string PulledFile::too_long() const {
+    const uint64_t gibs = bytes_max_ >> 30;
+    return "is read no further than its first " + (gibs == 1 ? "" : std::to_string(gibs) + " ") + "GiB";
 }
 
 std::string_view PulledFile::peek() {
@@ -100,9 +122,9 @@ std::string_view PulledFile::read() {
         piece = std::string_view(input_.data(), input_size_);
         input_size_ = 0;
     }
-    if (piece.size() > FILE_MAX - bytes_read_) {
-        piece = piece.substr(0, FILE_MAX - bytes_read_);
-        give_up(TOO_LONG, true);
+    if (piece.size() > bytes_max_ - bytes_read_) {
+        piece = piece.substr(0, bytes_max_ - bytes_read_);
+        give_up(too_long(), true);
     }
     bytes_read_ += piece.size();
     return piece;

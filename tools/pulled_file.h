@@ -16,12 +16,12 @@ namespace tools {
 // Bytes, uncompressed, after which no more of a file is read: what a phone leaves is far smaller.
 constexpr uint64_t FILE_MAX = uint64_t{1} << 30;
 
-// The bytes of a regular file; of a file that begins as gzip does the uncompressed ones. Uses zlib:
+// The bytes of a pulled file; of a file that begins as gzip does the uncompressed ones. Uses zlib:
 // libarchive passes over wrong checksums, and drops the last 64 KiB before the place where a file is cut.
 class PulledFile {
   public:
     // Throws Unreadable, also for what is no regular file: nothing here waits for a writer.
-    explicit PulledFile(const std::string& path);
+    explicit PulledFile(const FoundFile& file, uint64_t bytes_max = FILE_MAX);
     ~PulledFile();
     PulledFile(const PulledFile&) = delete;
     PulledFile& operator=(const PulledFile&) = delete;
@@ -43,8 +43,13 @@ class PulledFile {
     void refill();
     std::string_view inflate_piece();
     void give_up(const std::string& damage, bool is_cut);
+    std::string too_long() const;
 
-    UniqueFd fd_;
+    const uint64_t bytes_max_;
+    UniqueFd fd_;                            // of a file of the disk
+    std::shared_ptr<const UniqueFd> spool_;  // of any other
+    uint64_t position_;
+    uint64_t end_;
     std::vector<char> input_;
     size_t input_size_ = 0;
     uint64_t input_read_ = 0;

@@ -2,11 +2,25 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "platform/owned.h"
+
 namespace tools {
+
+// A file that was pulled from a phone: one of the disk, or one that was packed in a pull and now stands in
+// the spool.
+struct FoundFile {
+    std::string path;                            // as it is shown; of the disk, where it is
+    std::shared_ptr<const UniqueFd> spool = {};  // null: of the disk
+    uint64_t begin = 0;                          // its place in the spool
+    uint64_t end = 0;
+    bool cut = false;      // its pull ends within it
+    bool damaged = false;  // its pull is damaged, and what it holds may be
+};
 
 enum class ReportKind {
     REPORT,  // of a record file: a head and a content
@@ -17,6 +31,7 @@ enum class ReportKind {
 struct ReportPlace {
     std::string file;
     std::string member;
+    bool damaged = false;  // the file is
 };
 
 // What an archive holds beside the record.
@@ -27,7 +42,9 @@ struct Attachment {
 
 struct Report {
     ReportKind kind = ReportKind::REPORT;
-    int number = 0;            // in the table of all reports, from 1
+    int number = 0;            // in the table of all reports, from 1; 0 before all are there
+    std::string phone;         // its name
+    std::string key;           // 16 hexadecimal digits: in every run the same for the same report of a phone
     std::string date;          // YYYY-MM-DD on the phone; of a dump worked out, empty when that cannot be
     std::string time;          // HH:MM:SS on the phone
     std::string device;        // empty when not known
@@ -39,13 +56,17 @@ struct Report {
     std::string content;       // of a report the driver's text; of a dump empty, see read_dump
     uint64_t bytes = 0;        // size of the content, of a dump uncompressed
     bool cut = false;          // its end, or a part of its head, is missing
+    bool damaged = false;      // it was found in damaged files only
+    std::string error_name;    // what the team calls its error number; empty when nothing
     std::vector<ReportPlace> places;      // where it was found, at least one; the first is the one to show
     std::string archive;                  // the dump archive made for it; empty when there is none
     std::vector<Attachment> attachments;  // what that archive, or this dump, holds beside
+    FoundFile dump;                       // of a dump: its bytes
 };
 
 // What could not be read, and why.
 struct Problem {
+    std::string phone;  // empty when it is of none
     std::string file;
     std::string text;
 };

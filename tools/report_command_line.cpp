@@ -3,9 +3,12 @@
 
 #include <cstdlib>
 #include <ctime>
+#include <map>
 #include <regex>
 
 #include <CLI/CLI.hpp>
+
+#include "tools/found_phones.h"
 
 namespace tools {
 namespace {
@@ -13,19 +16,21 @@ namespace {
 constexpr char FOOTER[] =
     "It reads what dmd leaves in /data/kvdx_logs/dmd_log: the records dmd_record_N.txt and\n"
     "dmd_commercial_record.txt, and the dumps dmd_dump_NUMBER_TIME.tar.gz and .txt.gz, uncompressed\n"
-    "or not. It searches a folder and all folders below for these names. It reads a file that you\n"
-    "name whatever its name is. A report that stands in a record and in archives is shown once; a\n"
-    "copy with a part missing is a row of its own.\n\n"
-    "On a terminal it prints a table. Elsewhere tabs separate the columns, and \\t, \\n, \\r, \\\\ and\n"
-    "\\x1b stand for characters that would break a line or a column. The column NOTE says \"cut\" if\n"
-    "the end of a report or a part of its head is missing, and \"dump\" for a dump without a report.\n\n"
+    "or not. It searches a folder and all folders below for these names, also in a .zip, .tar, .tgz or\n"
+    ".tar.xz. It reads a file that you name whatever its name is. A folder that holds such files is one\n"
+    "phone; otherwise the first folders below it are the phones. A report that stands in several files\n"
+    "of a phone is shown once.\n\n"
+    "On a terminal a table fits the width. Elsewhere tabs separate the columns, and \\t, \\n, \\r, \\\\ and\n"
+    "\\x1b stand for characters that would break a line or a column. The column NOTE says \"cut\" if the\n"
+    "end of a report or a part of its head is missing, \"damaged\" if it was found only in a damaged\n"
+    "file, and \"dump\" for a dump without a report.\n\n"
     "Examples:\n"
     "  adb root; adb pull /data/kvdx_logs/dmd_log pulled\n"
     "  dmd-report pulled                                  all reports, by time\n"
-    "  dmd-report pulled --device 'touch*' --error 20000-20099\n"
-    "  dmd-report pulled --since 2026-11-24 --until '2026-11-25 10:30'\n"
+    "  dmd-report --summary fleet                         what breaks most, on how many phones, since when\n"
+    "  dmd-report fleet --phone 'batch2-*' --device 'touch*' --error 20000-20099 --since -7d\n"
     "  dmd-report pulled --show 3                         the third of them, whole\n"
-    "  dmd-report pulled --html reports.html              all for a browser, in one file\n\n"
+    "  dmd-report fleet --html reports.html               all for a browser, in one file\n\n"
     "Exit status: 0 if everything was read; 1 if something could not be read or written, or no report was\n"
     "found; 2 if the command line is wrong, or there is no report N.";
 
@@ -56,10 +61,41 @@ ErrorRange parse_errors(const std::string& text) {
                      "larger, as 20000-20099");
 }
 
-// Takes "YYYY-MM-DD", "YYYY-MM-DD HH:MM" or "YYYY-MM-DD HH:MM:SS", also with a "T". Returns the first, or the
-// last, second of that time.
-std::string parse_time(const char* option, const std::string& text, bool is_last) {
+// The time as the phone's files have it. The desk's clock is taken for the phone's.
+std::string stamp_of(time_t second) {
+    tm time = {};
+    char stamp[32] = "";
+    localtime_r(&second, &time);
+    strftime(stamp, sizeof stamp, "%Y-%m-%d %H:%M:%S", &time);
+    return stamp;
+}
+
+// Takes "today", "yesterday", or how long ago: "-30m", "-12h", "-2d", "-1w". Empty for anything else.
+std::string parse_relative_time(const std::string& text, bool is_last, time_t now) {
+    static const std::regex ago("-([0-9]{1,6})([mhdw])");
+    static const std::map<char, time_t> seconds = {{'m', 60}, {'h', 3600}, {'d', 86400}, {'w', 604800}};
+    std::smatch parts;
+    if (std::regex_match(text, parts, ago)) {
+        return stamp_of(now - atol(parts[1].str().c_str()) * seconds.at(*parts[2].first));
+    }
+    if (text != "today" && text != "yesterday") {
+        return "";
+    }
+    tm day = {};
+    localtime_r(&now, &day);
+    day.tm_mday -= text == "yesterday" ? 1 : 0;
+    day.tm_isdst = -1;
+    return stamp_of(mktime(&day)).substr(0, 10) + (is_last ? " 23:59:59" : " 00:00:00");
+}
+
+// Takes also "YYYY-MM-DD", "YYYY-MM-DD HH:MM" or "YYYY-MM-DD HH:MM:SS", also with a "T". Returns the first,
+// or the last, second of that time.
+std::string parse_time(const char* option, const std::string& text, bool is_last, time_t now) {
     static const std::regex form("([0-9]{4}-[0-9]{2}-[0-9]{2})(?:[T ]([0-9]{2}:[0-9]{2})(:[0-9]{2})?)?");
+    const std::string relative = parse_relative_time(text, is_last, now);
+    if (!relative.empty()) {
+        return relative;
+    }
     std::smatch parts;
     if (std::regex_match(text, parts, form)) {
         std::string whole = is_last ? "YYYY-MM-DD 23:59:59" : "YYYY-MM-DD 00:00:00";
@@ -77,62 +113,148 @@ std::string parse_time(const char* option, const std::string& text, bool is_last
             return whole;
         }
     }
-    throw WrongUsage(std::string(option) + ": \"" + text +
-                     "\" is no day, as 2026-11-25, and no time, as \"2026-11-25 10:11\" or "
-                     "2026-11-25T10:11:12");
+    throw WrongUsage(
+        std::string(option) + ": \"" + text +
+        "\" is no time, as 2026-11-25, \"2026-11-25 10:11\", 2026-11-25T10:11:12, today, yesterday "
+        "or, two days ago, -2d");
 }
 
 }  // namespace
 
-Choices parse_command_line(int argc, char** argv) {
+Choices parse_command_line(int argc, char** argv, time_t now) {
     Choices choices;
     std::vector<std::string> errors;
-    std::string since;
-    std::string until;
-    CLI::App app("Shows the bug reports and dumps of dmd in files pulled from a phone.", "dmd-report");
+    std::string since, until, by;
+    std::optional<long> show;
+    std::string html, sqlite;
+    bool is_summary = false, json = false, json_lines = false, texts = false, no_pager = false;
+    CLI::App app("Shows the bug reports and dumps of dmd in files pulled from phones.", "dmd-report");
     app.footer(FOOTER);
     // Adds an option whose value may be anything but empty.
     const auto add = [&app](const char* name, auto* value, const char* help, const char* type) {
         return app.add_option(name, *value, help)->check(not_empty)->type_name(type);
     };
-    add("PATH", &choices.paths, "File, or folder to search", "")->required();
-    add("--device", &choices.filter.devices,
-        "Only reports of that device, in any case; * and ? as in a shell; repeatable", "NAME")
-        ->allow_extra_args(false);
+    add("PATH", &choices.paths, "File, folder to search, or packed pull", "")->required();
+    const char* group = "Which reports";
+    add("--phone", &choices.filter.phones,
+        "Only reports of that phone, in any case; * and ? as in a shell; repeatable", "NAME")
+        ->allow_extra_args(false)
+        ->group(group);
+    add("--device", &choices.filter.devices, "Only reports of that device, likewise", "NAME")
+        ->allow_extra_args(false)
+        ->group(group);
     add("--error", &errors, "Only that error number, or a range N-M; repeatable", "N")
-        ->allow_extra_args(false);
-    add("--since", &since, "Only from that time on: a day, or \"DAY HH:MM[:SS]\"", "WHEN");
-    add("--until", &until, "Only up to that time, including the whole day or minute", "WHEN");
-    app.add_option("--show", choices.show, "Show the whole report with that number in the table")
+        ->allow_extra_args(false)
+        ->group(group);
+    add("--since", &since, "Only from then on: a day, \"DAY HH:MM[:SS]\", today, yesterday, -2d, -12h",
+        "WHEN")
+        ->group(group);
+    add("--until", &until, "Only up to then, including the whole day or minute", "WHEN")->group(group);
+    add("--grep", &choices.filter.text, "Only reports whose content holds the text, in any case", "TEXT")
+        ->group(group);
+    group = "What of them";
+    app.add_flag("--summary", is_summary, "One row for each device and error number")->group(group);
+    add("--by", &by, "With --summary: one row for each phone or day", "phone|day")
+        ->check(CLI::IsMember({"phone", "day"}))
+        ->group(group);
+    app.add_flag("--texts", texts, "With --summary: one row for like texts, numbers as #")->group(group);
+    app.add_option("--show", show, "Show the whole report with that number in the table")
         ->check(is_number)
-        ->type_name("N");
-    app.add_flag("--json", choices.json, "Print one JSON document, with the problems in it");
-    add("--html", &choices.html, "Write a page for browsers; - for standard output", "FILE");
+        ->type_name("N")
+        ->group(group);
+    app.add_flag("--places", choices.all_places, "With --show: name all places where it stands")
+        ->group(group);
+    app.add_flag("--json", json, "Print one JSON document, with the problems in it")->group(group);
+    app.add_flag("--json-lines", json_lines, "Print a line of JSON for each report, phone by phone")
+        ->group(group);
+    add("--html", &html, "Write a page for browsers; - for standard output", "FILE")->group(group);
+    group = "How";
+    add("--sort", &choices.sort, "Sort a table or summary by that column, counts from the largest", "COLUMN")
+        ->group(group);
+    app.add_flag("-r,--reverse", choices.reverse, "Sort the other way round")->group(group);
+    app.add_option("-n,--lines", choices.most,
+                   "Only so many rows: the newest, or the first with --sort or --summary")
+        ->type_name("COUNT")
+        ->group(group);
+    app.add_flag("--no-pager", no_pager, "Do not show a long table page by page")->group(group);
+    add("--names", &choices.names, "Names for error numbers and devices, see dmd-report(1)", "FILE")
+        ->group(group);
+    add("--phone-from", &choices.phone_from, "Where folders below PATH name the phone, as '*/{phone}'",
+        "PATTERN")
+        ->group(group);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
         if (error.get_exit_code() == 0) {
+            choices.output = Output::HELP;
             choices.help = app.help();
             return choices;
         }
         throw WrongUsage(std::string(error.what()) + " (--help tells what there is)");
     }
-    const bool is_filtered =
-        !choices.filter.devices.empty() || !errors.empty() || !since.empty() || !until.empty();
-    if (choices.show && is_filtered) {
-        throw WrongUsage("--show takes the number that a report has among all of them, and no filter");
-    }
-    if (!choices.html.empty() && (choices.json || choices.show)) {
-        throw WrongUsage("--html goes with neither --json nor --show");
-    }
     for (const std::string& text : errors) {
         choices.filter.errors.push_back(parse_errors(text));
     }
     if (!since.empty()) {
-        choices.filter.since = parse_time("--since", since, false);
+        choices.filter.since = parse_time("--since", since, false, now);
     }
     if (!until.empty()) {
-        choices.filter.until = parse_time("--until", until, true);
+        choices.filter.until = parse_time("--until", until, true, now);
+    }
+    choices.use_pager = !no_pager;
+    choices.file = html + sqlite;
+    choices.show = show;
+    if (by == "phone") {
+        choices.by = SummaryBy::PHONE;
+    } else if (by == "day") {
+        choices.by = SummaryBy::DAY;
+    } else if (texts) {
+        choices.by = SummaryBy::TEXT;
+    }
+    const struct {
+        bool is_given;
+        const char* option;
+        Output output;
+    } outputs[] = {
+        {is_summary, "--summary", Output::SUMMARY},
+        {show.has_value() && !json, "--show", Output::SHOW},
+        {json, "--json", Output::JSON},
+        {json_lines, "--json-lines", Output::JSON_LINES},
+        {!html.empty(), "--html", Output::PAGE},
+        {!sqlite.empty(), "--sqlite", Output::DATABASE},
+    };
+    const char* chosen = nullptr;
+    for (const auto& [is_given, option, output] : outputs) {
+        if (!is_given) {
+            continue;
+        }
+        if (chosen != nullptr) {
+            throw WrongUsage(std::string(chosen) + " and " + option + " do not go together");
+        }
+        chosen = option;
+        choices.output = output;
+    }
+    const bool has_rows = choices.output == Output::TABLE || choices.output == Output::SUMMARY;
+    const struct {
+        bool is_wrong;
+        const char* why;
+    } rules[] = {
+        {show.has_value() && !choices.filter.is_any(),
+         "--show takes the number that a report has among all of them, and no filter"},
+        {choices.all_places && choices.output != Output::SHOW, "--places goes with --show"},
+        {(texts || !by.empty()) && !is_summary, "--by and --texts go with --summary"},
+        {texts && !by.empty(), "--by and --texts do not go together"},
+        {(!choices.sort.empty() || choices.reverse || choices.most) && !has_rows,
+         "--sort, -r and -n go with the table and with --summary"},
+        {!since.empty() && !until.empty() && choices.filter.since > choices.filter.until,
+         "--since is after --until"},
+        {!choices.phone_from.empty() && choices.phone_from.find(PHONE_MARK) == std::string::npos,
+         "--phone-from has no {phone} in it"},
+    };
+    for (const auto& [is_wrong, why] : rules) {
+        if (is_wrong) {
+            throw WrongUsage(why);
+        }
     }
     return choices;
 }

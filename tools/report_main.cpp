@@ -1,20 +1,30 @@
-// dmd-report: shows the bug reports in files pulled from a phone.
+// dmd-report: shows the bug reports in files pulled from phones.
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
+#include <iterator>
+#include <optional>
+#include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tools/page_file.h"
-#include "tools/report_collection.h"
+#include "tools/pager.h"
+#include "tools/phone_reports.h"
 #include "tools/report_command_line.h"
 #include "tools/report_filter.h"
 #include "tools/report_json.h"
+#include "tools/report_names.h"
 #include "tools/report_page.h"
 #include "tools/report_print.h"
+#include "tools/report_summary.h"
 #include "tools/terminal.h"
 
 namespace {
@@ -40,9 +50,42 @@ void finish_output() {
     }
 }
 
+// How far reading is, on a terminal.
+class Progress {
+  public:
+    explicit Progress(size_t phones) : phones_(phones), is_shown_(isatty(STDERR_FILENO) == 1) {}
+    ~Progress() { clear(); }
+
+    void phone_read() {
+        ++read_;
+        const std::chrono::steady_clock::time_point now = std::chrono::steady_clock::now();
+        if (is_shown_ && now - last_ > std::chrono::milliseconds(100)) {
+            last_ = now;
+            fprintf(stderr, "\rreading phone %zu of %zu", read_, phones_);
+        }
+    }
+    void clear() const {
+        if (is_shown_) {
+            fputs("\r\033[K", stderr);
+        }
+    }
+
+  private:
+    const size_t phones_;
+    const bool is_shown_;
+    size_t read_ = 0;
+    std::chrono::steady_clock::time_point last_ = std::chrono::steady_clock::now();
+};
+
 void complain(const std::string& line) {
     const std::string text = "dmd-report: " + one_line(line);
     fprintf(stderr, "%s\n", paint(describe_terminal(STDERR_FILENO), Colour::YELLOW, text).c_str());
+}
+
+void complain(const std::vector<Problem>& problems) {
+    for (const Problem& problem : problems) {
+        complain(problem.file + ": " + problem.text);
+    }
 }
 
 // One report after the other: all of them as one document would take several times their room.
@@ -70,61 +113,224 @@ void print_page(const std::string& path, const std::vector<const Report*>& repor
     }
 }
 
-void print_table(const std::vector<const Report*>& reports, const Collection& collection,
-                 size_t without_date) {
+// Brings the rows into the order and to the number that are asked for.
+void arrange(const Choices& choices, const std::string& usual_column, Table* table) {
+    std::string titles;
+    size_t sort_by = table->columns.size();
+    for (size_t i = 0; i < table->columns.size(); ++i) {
+        std::string title = table->columns[i].title;
+        std::transform(title.begin(), title.end(), title.begin(), [](char c) { return tolower(c); });
+        titles += (titles.empty() ? "" : ", ") + title;
+        sort_by = title == (choices.sort.empty() ? usual_column : choices.sort) ? i : sort_by;
+    }
+    if (sort_by == table->columns.size()) {
+        throw WrongUsage("--sort: there is no column \"" + choices.sort + "\"; columns: " + titles);
+    }
+    sort_rows(table, sort_by);
+    std::vector<Row>& rows = table->rows;
+    const size_t most = std::min(choices.most.value_or(rows.size()), rows.size());
+    // Of a table by time the newest are asked for.
+    const bool is_by_time = table->columns[sort_by].title == "N";
+    if (is_by_time) {
+        rows.erase(rows.begin(), rows.end() - static_cast<ptrdiff_t>(most));
+    }
+    if (choices.reverse) {
+        std::reverse(rows.begin(), rows.end());
+    }
+    rows.resize(most);
+}
+
+// Prints a table with a line below it, on a terminal page by page.
+void print_table(const Choices& choices, const Table& table, const std::string& below) {
     const Terminal terminal = describe_terminal();
-    put(report_table(terminal, reports));
-    if (!terminal.is_terminal) {
-        return;
+    std::string text = format_table(terminal, table);
+    if (terminal.is_terminal) {
+        text += paint(terminal, Colour::DIM, below) + "\n";
     }
-    std::string line = counted(reports.size(), "report") + " of " +
-                       std::to_string(collection.reports.size()) + ", from " +
-                       counted(collection.files, "file");
-    if (without_date > 0) {
-        line += "; " + std::to_string(without_date) + " without a date left out";
+    std::optional<Pager> pager;
+    if (terminal.is_terminal && choices.use_pager) {
+        pager.emplace();
     }
-    put(paint(terminal, Colour::DIM, line + "; one of them whole: --show N") + "\n");
+    put(text);
+    finish_output();
 }
 
 // The report of that number.
-const Report& report_of(const Collection& collection, long number) {
-    if (number < 1 || static_cast<size_t>(number) > collection.reports.size()) {
+const Report& report_of(const std::vector<Report>& reports, long number) {
+    if (number < 1 || static_cast<size_t>(number) > reports.size()) {
         throw WrongUsage("there is no report " + std::to_string(number) + ": there are " +
-                         counted(collection.reports.size(), "report"));
+                         counted(reports.size(), "report"));
     }
-    return collection.reports[static_cast<size_t>(number) - 1];
+    return reports[static_cast<size_t>(number) - 1];
 }
 
-int run(const Choices& choices) {
-    const Collection collection = collect_reports(choices.paths);
-    if (!choices.json) {
-        for (const Problem& problem : collection.problems) {
-            complain(problem.file + ": " + problem.text);
-        }
+// What is taken of a phone, and what its filter left out.
+struct Taken {
+    PhoneReports phone;
+    FilterCounts counts;
+    std::string lines;  // of JSON
+};
+
+class Run {
+  public:
+    explicit Run(const Choices& choices)
+        : choices_(choices), is_by_phone_(BY_PHONE.count(choices.output) > 0) {}
+
+    int run();
+
+  private:
+    // These need no more than one phone at a time.
+    inline static const std::set<Output> BY_PHONE = {Output::SUMMARY, Output::JSON_LINES};
+
+    Taken take_of(PhoneReports phone) const;
+    void take(Taken taken);
+    void add_problems(std::vector<Problem> problems);
+    void finish_all();
+    void finish_table(const std::vector<Report>& all, const std::vector<const Report*>& reports);
+    void finish_summary();
+
+    const Choices& choices_;
+    const bool is_by_phone_;
+    ReportNames names_;
+    std::vector<Problem> problems_;
+    bool has_problems_ = false;
+    FilterCounts counts_;
+    size_t files_ = 0;
+    size_t passing_ = 0;
+    std::vector<PhoneReports> phones_;
+    std::optional<ReportSummary> summary_;
+};
+
+int Run::run() {
+    if (choices_.output == Output::SUMMARY) {
+        summary_.emplace(choices_.by);
     }
-    std::vector<const Report*> reports;
-    size_t without_date = 0;
-    for (const Report& report : collection.reports) {
-        bool date_missing = false;
-        if (passes(choices.filter, report, &date_missing)) {
-            reports.push_back(&report);
-        }
-        without_date += date_missing ? 1 : 0;
+    std::vector<Problem> problems;
+    if (!choices_.names.empty()) {
+        names_ = ReportNames(choices_.names, &problems);
+        add_problems(std::move(problems));
     }
-    if (choices.show) {
-        reports = {&report_of(collection, *choices.show)};
+    FoundPhones found = find_phones(choices_.paths, choices_.phone_from);
+    add_problems(std::move(found.problems));
+    {
+        Progress progress(found.phones.size());
+        read_phones<Taken>(
+            found.phones, [this](PhoneReports phone) { return take_of(std::move(phone)); },
+            [&](Taken taken) {
+                progress.clear();
+                take(std::move(taken));
+                progress.phone_read();
+            });
     }
-    if (choices.json) {
-        print_json(reports, collection.problems);
-    } else if (choices.show) {
-        show_report(describe_terminal(), *reports[0], put);
-    } else if (!choices.html.empty()) {
-        print_page(choices.html, reports, collection.problems);
-    } else {
-        print_table(reports, collection, without_date);
+    if (!is_by_phone_) {
+        finish_all();
+    } else if (summary_) {
+        finish_summary();
     }
     finish_output();
-    return collection.problems.empty() && !reports.empty() ? STATUS_DONE : STATUS_INCOMPLETE;
+    if (passing_ == 0) {
+        for (const std::string& line : why_none(choices_.filter, counts_)) {
+            complain(line);
+        }
+    }
+    return has_problems_ || passing_ == 0 ? STATUS_INCOMPLETE : STATUS_DONE;
+}
+
+// In a thread of its own.
+Taken Run::take_of(PhoneReports phone) const {
+    Taken taken;
+    names_.apply(&phone.reports);
+    if (is_by_phone_) {
+        std::vector<Report>& reports = phone.reports;
+        const auto is_out = [&](const Report& report) {
+            return !passes(choices_.filter, report, &taken.counts);
+        };
+        reports.erase(std::remove_if(reports.begin(), reports.end(), is_out), reports.end());
+    }
+    if (choices_.output == Output::JSON_LINES) {
+        for (const Report& report : phone.reports) {
+            taken.lines += line_of(report);
+        }
+    }
+    taken.phone = std::move(phone);
+    return taken;
+}
+
+void Run::take(Taken taken) {
+    counts_.add(taken.counts);
+    files_ += taken.phone.files;
+    if (is_by_phone_) {
+        passing_ += taken.phone.reports.size();
+    }
+    put(taken.lines);
+    if (summary_) {
+        for (const Report& report : taken.phone.reports) {
+            summary_->add(report);
+        }
+    }
+    add_problems(std::move(taken.phone.problems));
+    if (!is_by_phone_) {
+        phones_.push_back(std::move(taken.phone));
+    }
+}
+
+// A document has them in it; otherwise they are told at once.
+void Run::add_problems(std::vector<Problem> problems) {
+    has_problems_ = has_problems_ || !problems.empty();
+    if (choices_.output != Output::JSON) {
+        complain(problems);
+    }
+    if (choices_.output == Output::JSON || choices_.output == Output::PAGE) {
+        std::move(problems.begin(), problems.end(), std::back_inserter(problems_));
+    }
+}
+
+void Run::finish_all() {
+    const std::vector<Report> all = all_by_time(std::move(phones_));
+    std::vector<const Report*> reports;
+    for (const Report& report : all) {
+        if (passes(choices_.filter, report, &counts_)) {
+            reports.push_back(&report);
+        }
+    }
+    if (choices_.show) {
+        reports = {&report_of(all, *choices_.show)};
+    }
+    passing_ = reports.size();
+    switch (choices_.output) {
+        case Output::JSON:
+            print_json(reports, problems_);
+            break;
+        case Output::PAGE:
+            print_page(choices_.file, reports, problems_);
+            break;
+        case Output::SHOW:
+            show_report(describe_terminal(), *reports[0], choices_.all_places, put);
+            break;
+        default:
+            finish_table(all, reports);
+            break;
+    }
+}
+
+void Run::finish_table(const std::vector<Report>& all, const std::vector<const Report*>& reports) {
+    Table table = report_table(describe_terminal(), reports);
+    arrange(choices_, "n", &table);
+    std::string line = counted(table.rows.size(), "report") + " of " + std::to_string(all.size()) +
+                       ", from " + counted(files_, "file");
+    if (counts_.without_date > 0) {
+        line += "; " + std::to_string(counts_.without_date) + " without a date left out";
+    }
+    print_table(choices_, table, line + "; one of them whole: --show N");
+}
+
+void Run::finish_summary() {
+    Table table = summary_->table(describe_terminal());
+    arrange(choices_, choices_.by == SummaryBy::DAY ? "day" : "reports", &table);
+    const std::string legend = summary_->legend();
+    print_table(choices_, table,
+                counted(passing_, "report") + " on " + counted(summary_->phones(), "phone") +
+                    (legend.empty() ? "" : "; ") + legend);
 }
 
 // A file must not become what something is printed to.
@@ -143,9 +349,9 @@ void fill_standard_descriptors() {
 int main(int argc, char** argv) {
     try {
         fill_standard_descriptors();
-        const Choices choices = parse_command_line(argc, argv);
-        if (choices.help.empty()) {
-            return run(choices);
+        const Choices choices = parse_command_line(argc, argv, time(nullptr));
+        if (choices.output != Output::HELP) {
+            return Run(choices).run();
         }
         put(choices.help);
         finish_output();

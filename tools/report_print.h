@@ -1,8 +1,7 @@
-// Reports for people: the table of them, and one of them whole.
+// Reports as text for people and for simple programs.
 #pragma once
 
 #include <functional>
-#include <string>
 #include <string_view>
 #include <vector>
 
@@ -11,12 +10,13 @@
 
 namespace tools {
 
-// The table of the reports.
-std::string report_table(const Terminal& terminal, const std::vector<const Report*>& reports);
+// The table of the reports, a row for each. On a terminal without what all paths begin with, and with a
+// column for the phones only when there are several.
+Table report_table(const Terminal& terminal, const std::vector<const Report*>& reports);
 
-// Gives the report whole to `put`, piece by piece; the bytes of its content as they are, but on a terminal
-// without control characters. Throws Unreadable when a dump cannot be read any more.
-void show_report(const Terminal& terminal, const Report& report,
+// Gives what there is to say of a report to `put`: its content, then the rest. `all_places` names each place
+// where it stands, also when there are many. Throws Unreadable when it is a dump that cannot be read again.
+void show_report(const Terminal& terminal, const Report& report, bool all_places,
                  const std::function<void(std::string_view)>& put);
 
 }  // namespace tools

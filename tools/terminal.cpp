@@ -1,6 +1,7 @@
 // Printing for people and for programs.
 #include "tools/terminal.h"
 
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -13,6 +14,8 @@
 namespace tools {
 namespace {
 
+constexpr std::string_view SEPARATOR = "  ";  // of columns on a terminal
+
 // A character of a text; of length 0 where the text is no UTF-8.
 struct Character {
     char32_t code;
@@ -21,6 +24,9 @@ struct Character {
 
 // The character at the place, in whatever locale.
 Character character_at(const std::string& text, size_t at) {
+    if (static_cast<unsigned char>(text[at]) < 0x80) {
+        return {static_cast<char32_t>(text[at]), 1};
+    }
     using Utf8 = std::codecvt<char32_t, char, std::mbstate_t>;
     static const Utf8& utf8 = std::use_facet<Utf8>(std::locale::classic());
     std::mbstate_t state = {};
@@ -75,10 +81,53 @@ std::string escape(const std::string& text, std::string_view leave_alone) {
     return escaped;
 }
 
+bool begins_character(char byte) {
+    return (static_cast<unsigned char>(byte) & 0xc0) != 0x80;
+}
+
 // Columns that the text takes on a terminal: one for each character of UTF-8.
 size_t width_of(const std::string& text) {
-    return static_cast<size_t>(std::count_if(
-        text.begin(), text.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xc0) != 0x80; }));
+    return static_cast<size_t>(std::count_if(text.begin(), text.end(), begins_character));
+}
+
+// The text's beginning, of that width at most.
+std::string cut_to(const std::string& text, size_t width) {
+    if (width_of(text) <= width) {
+        return text;
+    }
+    size_t characters = 0;
+    const auto is_over = [&](char byte) { return begins_character(byte) && ++characters >= width; };
+    return std::string(text.begin(), std::find_if(text.begin(), text.end(), is_over)) + "…";
+}
+
+// Makes the columns' widths fit the terminal's. A column of width 0 is not there.
+void fit(const Terminal& terminal, const std::vector<Column>& columns, std::vector<size_t>* widths) {
+    constexpr size_t READABLE = 24;  // of a cell that is cut, before other columns are dropped for it
+    constexpr size_t LEAST = 8;
+    const auto total = [&](size_t cut_most) {
+        size_t sum = 0;
+        for (size_t i = 0; i < columns.size(); ++i) {
+            const size_t width = columns[i].fit == Fit::CUT ? std::min((*widths)[i], cut_most) : (*widths)[i];
+            sum += width == 0 ? 0 : width + SEPARATOR.size();
+        }
+        return sum - SEPARATOR.size();
+    };
+    for (size_t i = columns.size(); i-- > 0;) {
+        if (columns[i].fit == Fit::DROPPED && total(READABLE) > terminal.width) {
+            (*widths)[i] = 0;
+        }
+    }
+    while (total(SIZE_MAX) > terminal.width) {
+        size_t widest = columns.size();
+        for (size_t i = 0; i < columns.size(); ++i) {
+            const bool is_wider = widest == columns.size() || (*widths)[i] >= (*widths)[widest];
+            widest = columns[i].fit == Fit::CUT && (*widths)[i] > LEAST && is_wider ? i : widest;
+        }
+        if (widest == columns.size()) {
+            break;
+        }
+        --(*widths)[widest];
+    }
 }
 
 }  // namespace
@@ -86,6 +135,10 @@ size_t width_of(const std::string& text) {
 Terminal describe_terminal(int fd) {
     Terminal terminal;
     terminal.is_terminal = isatty(fd) == 1;
+    winsize size = {};
+    if (ioctl(fd, TIOCGWINSZ, &size) == 0 && size.ws_col > 0) {
+        terminal.width = size.ws_col;
+    }
     const char* const kind = getenv("TERM");
     const char* const no_colour = getenv("NO_COLOR");
     terminal.colours = terminal.is_terminal && kind != nullptr && std::string(kind) != "dumb" &&
@@ -124,14 +177,29 @@ std::string counted(size_t number, const char* what) {
     return std::to_string(number) + " " + what + (number == 1 ? "" : "s");
 }
 
-std::string format_table(const Terminal& terminal, const std::vector<Column>& columns,
-                         const std::vector<Row>& rows) {
+void sort_rows(Table* table, size_t column) {
+    const Holds holds = table->columns[column].holds;
+    const auto value_of = [&](const Row& row) { return strtoll(row.cells[column].c_str(), nullptr, 10); };
+    std::stable_sort(table->rows.begin(), table->rows.end(), [&](const Row& left, const Row& right) {
+        switch (holds) {
+            case Holds::NUMBER:
+                return value_of(left) < value_of(right);
+            case Holds::COUNT:
+                return value_of(left) > value_of(right);
+            default:
+                return left.cells[column] < right.cells[column];
+        }
+    });
+}
+
+std::string format_table(const Terminal& terminal, const Table& table) {
+    const std::vector<Column>& columns = table.columns;
     std::vector<Row> lines(1);
     lines[0].colour = Colour::BOLD;
     for (const Column& column : columns) {
         lines[0].cells.push_back(column.title);
     }
-    lines.insert(lines.end(), rows.begin(), rows.end());
+    lines.insert(lines.end(), table.rows.begin(), table.rows.end());
     std::vector<size_t> widths(columns.size());
     for (Row& line : lines) {
         for (size_t i = 0; i < columns.size(); ++i) {
@@ -139,15 +207,27 @@ std::string format_table(const Terminal& terminal, const std::vector<Column>& co
             widths[i] = std::max(widths[i], width_of(line.cells[i]));
         }
     }
-    const char* const separator = terminal.is_terminal ? "  " : "\t";
+    if (terminal.is_terminal) {
+        for (size_t i = 0; i < columns.size(); ++i) {
+            const auto is_empty = [&](const Row& row) { return row.cells[i].empty(); };
+            if (std::all_of(lines.begin() + 1, lines.end(), is_empty) && lines.size() > 1) {
+                widths[i] = 0;
+            }
+        }
+        fit(terminal, columns, &widths);
+    }
     std::string text;
     for (const Row& line : lines) {
         std::string cells;
         for (size_t i = 0; i < columns.size(); ++i) {
-            const std::string& cell = line.cells[i];
-            const std::string blanks(terminal.is_terminal ? widths[i] - width_of(cell) : 0, ' ');
-            cells += i == 0 ? "" : separator;
-            cells += columns[i].is_number ? blanks + cell : cell + blanks;
+            if (!terminal.is_terminal) {
+                cells += (i == 0 ? "" : "\t") + line.cells[i];
+            } else if (widths[i] > 0) {
+                const std::string cell = cut_to(line.cells[i], widths[i]);
+                const std::string blanks(widths[i] - width_of(cell), ' ');
+                cells += cells.empty() ? "" : SEPARATOR;
+                cells += columns[i].holds == Holds::TEXT ? cell + blanks : blanks + cell;
+            }
         }
         if (terminal.is_terminal) {
             cells.erase(cells.find_last_not_of(' ') + 1);

@@ -13,6 +13,7 @@ enum class Colour { NONE, BOLD, DIM, RED, YELLOW, GREEN, CYAN };
 struct Terminal {
     bool is_terminal = false;  // columns are aligned there, and separated by tabs elsewhere
     bool colours = false;      // on a terminal only, and not where NO_COLOR is set or TERM is "dumb"
+    size_t width = 80;         // in characters
 };
 Terminal describe_terminal(int fd = 1);
 
@@ -33,9 +34,23 @@ std::string without_controls(const std::string& text);
 // The number with what it counts, in the plural but for 1.
 std::string counted(size_t number, const char* what);
 
+// What becomes of a column where the terminal is not wide enough for all.
+enum class Fit {
+    KEPT,
+    CUT,      // each cell to its beginning
+    DROPPED,  // first of all, and the last such column first
+};
+
+enum class Holds {
+    TEXT,
+    NUMBER,  // aligned to the right, and sorted by its value
+    COUNT,   // likewise, the largest first
+};
+
 struct Column {
     std::string title;
-    bool is_number = false;  // aligned to the right
+    Holds holds = Holds::TEXT;
+    Fit fit = Fit::KEPT;
 };
 
 // One row of a table; the texts may hold anything.
@@ -44,8 +59,16 @@ struct Row {
     Colour colour = Colour::NONE;
 };
 
-// The table as text: a line of titles and a line for each row.
-std::string format_table(const Terminal& terminal, const std::vector<Column>& columns,
-                         const std::vector<Row>& rows);
+struct Table {
+    std::vector<Column> columns;
+    std::vector<Row> rows;
+};
+
+// Sorts the rows by the column of that index; equal ones keep their order.
+void sort_rows(Table* table, size_t column);
+
+// The table as text: a line of titles and a line for each row. On a terminal it fits the width as far as its
+// columns can be cut and dropped, and has no empty columns; elsewhere it is whole.
+std::string format_table(const Terminal& terminal, const Table& table);
 
 }  // namespace tools

@@ -1,16 +1,17 @@
 // What each file holds: a record, an archive with one, or a dump of its own.
-#include "tools/report_collection.h"
+#include "tools/phone_reports.h"
 
 #include <algorithm>
+#include <iterator>
 #include <optional>
 #include <utility>
 
 #include "tools/archive_reader.h"
 #include "tools/dump_name.h"
-#include "tools/found_files.h"
 #include "tools/found_reports.h"
 #include "tools/pulled_file.h"
 #include "tools/record_reader.h"
+#include "tools/stable_hash.h"
 #include "tools/terminal.h"
 
 namespace tools {
@@ -23,28 +24,32 @@ constexpr int MEMBERS_MAX = 10000;               // of one archive
 
 class Collector {
   public:
-    explicit Collector(std::vector<Problem> problems) : problems_(std::move(problems)) {}
+    explicit Collector(std::string phone) : phone_(std::move(phone)) {}
 
-    void take_file(const std::string& path);
-    Collection finish() { return {reports_.take(), std::move(problems_), files_}; }
+    void take_file(const FoundFile& found);
+    PhoneReports finish();
 
   private:
     void read_record_file(const std::string& path, PulledFile* file);
-    void read_dump_file(const std::string& path, const DumpName& name, PulledFile* file);
-    void read_archive(const std::string& path, const std::optional<DumpName>& name, PulledFile* file);
+    void read_dump_file(const FoundFile& found, const DumpName& name, PulledFile* file);
+    void read_archive(const FoundFile& found, const DumpName& name, PulledFile* file);
     std::string read_whole(const std::string& path, const std::function<std::string_view()>& read);
     std::vector<size_t> take_record(const ReportPlace& place, const std::string& bytes, bool is_cut);
-    void take_dump(const std::string& path, const DumpName& name, Report dump, int64_t second, size_t hash);
-    void note(const std::string& file, const std::string& text) { problems_.push_back({file, text}); }
+    void take_dump(const FoundFile& found, const DumpName& name, Report dump, int64_t second, uint64_t hash);
+    void note(const std::string& file, const std::string& text) { problems_.push_back({phone_, file, text}); }
+    // Notes what is wrong with a file of which reports were taken.
+    void note_damage(const std::string& file, const std::string& damage);
 
+    const std::string phone_;
     FoundReports reports_;
     std::vector<Problem> problems_;
     size_t files_ = 0;
 };
 
-void Collector::take_file(const std::string& path) {
+void Collector::take_file(const FoundFile& found) {
+    const std::string& path = found.path;
     try {
-        PulledFile file(path);
+        PulledFile file(found);
         ++files_;
         const std::optional<DumpName> name = parse_dump_name(path);
         const bool is_dump_of_bytes = name && !name->is_archive;
@@ -53,14 +58,24 @@ void Collector::take_file(const std::string& path) {
         } else if (name && name->is_gzip && !file.is_gzip()) {
             note(path, "is not compressed as its name says, and is not read");
         } else if (is_dump_of_bytes) {
-            read_dump_file(path, *name, &file);
-        } else if (is_tar(file.peek())) {
-            read_archive(path, name, &file);
+            read_dump_file(found, *name, &file);
+        } else if (name && is_tar(file.peek())) {
+            read_archive(found, *name, &file);
         } else {
             read_record_file(path, &file);
         }
     } catch (const Unreadable& error) {
         note(path, error.what());
+    }
+    if (found.damaged) {
+        reports_.add_damage(path);
+    }
+}
+
+void Collector::note_damage(const std::string& file, const std::string& damage) {
+    if (!damage.empty()) {
+        note(file, damage);
+        reports_.add_damage(file);
     }
 }
 
@@ -71,23 +86,19 @@ void Collector::read_record_file(const std::string& path, PulledFile* file) {
     if (!is_piece) {
         take_record({path, ""}, bytes, file->is_cut());
     }
-    if (!file->damage().empty()) {
-        note(path, file->damage());
-    }
+    note_damage(path, file->damage());
 }
 
-void Collector::read_dump_file(const std::string& path, const DumpName& name, PulledFile* file) {
+void Collector::read_dump_file(const FoundFile& found, const DumpName& name, PulledFile* file) {
     Report dump;
-    size_t hash = 0;  // of the bytes, which are not kept
+    uint64_t hash = stable_hash("");  // of the bytes, which are not kept
     for (std::string_view piece = file->read(); !piece.empty(); piece = file->read()) {
-        hash = hash * 31 + std::hash<std::string_view>()(piece);
+        hash = stable_hash(piece, hash);
     }
     dump.bytes = file->bytes_read();
     dump.cut = file->is_cut();
-    take_dump(path, name, std::move(dump), file->gzip_time(), hash);
-    if (!file->damage().empty()) {
-        note(path, file->damage());
-    }
+    take_dump(found, name, std::move(dump), file->gzip_time(), hash);
+    note_damage(found.path, file->damage());
 }
 
 std::string Collector::read_whole(const std::string& path, const std::function<std::string_view()>& read) {
@@ -104,13 +115,14 @@ std::string Collector::read_whole(const std::string& path, const std::function<s
     return bytes;
 }
 
-void Collector::read_archive(const std::string& path, const std::optional<DumpName>& name, PulledFile* file) {
+void Collector::read_archive(const FoundFile& found, const DumpName& name, PulledFile* file) {
+    const std::string& path = found.path;
     ArchiveReader archive(file);
     Report rest;  // the archive without its records
     bool has_record = false;
     int members = 0;
     int64_t second = 0;
-    size_t hash = 0;
+    uint64_t hash = stable_hash("");
     std::vector<size_t> reports;
     while (archive.next()) {
         const std::string member = archive.name();
@@ -130,27 +142,18 @@ void Collector::read_archive(const std::string& path, const std::optional<DumpNa
             for (std::string_view piece = archive.read(); !piece.empty(); piece = archive.read()) {
                 attachment.bytes += piece.size();
             }
-            hash = hash * 31 + std::hash<std::string>()(member + '/' + std::to_string(attachment.bytes));
+            hash = stable_hash(member + '/' + std::to_string(attachment.bytes), hash);
             rest.bytes += attachment.bytes;
             rest.attachments.push_back(std::move(attachment));
-            if (!name && parse_dump_name(member)) {
-                note(path, "holds " + member + ", which is read only when it is unpacked");
-            }
         }
     }
-    if (!archive.damage().empty()) {
-        note(path, archive.damage());
-    }
-    if (!name) {
-        if (!has_record) {
-            note(path, "is an archive without a record, and its name is not that of a dump");
-        }
-    } else if (has_record) {
-        reports_.add_archive(path, *name, reports, std::move(rest.attachments));
+    if (has_record) {
+        reports_.add_archive(path, name, reports, std::move(rest.attachments));
     } else if (members > 0) {
         rest.cut = !archive.is_complete();
-        take_dump(path, *name, std::move(rest), file->gzip_time() != 0 ? file->gzip_time() : second, hash);
+        take_dump(found, name, std::move(rest), file->gzip_time() != 0 ? file->gzip_time() : second, hash);
     }
+    note_damage(path, archive.damage());
 }
 
 // Returns the indices of the reports that the record holds, in its order.
@@ -180,38 +183,58 @@ std::vector<size_t> Collector::take_record(const ReportPlace& place, const std::
     return reports_.add_record(std::move(record.reports), place);
 }
 
-void Collector::take_dump(const std::string& path, const DumpName& name, Report dump, int64_t second,
-                          size_t hash) {
+void Collector::take_dump(const FoundFile& found, const DumpName& name, Report dump, int64_t second,
+                          uint64_t hash) {
     dump.kind = ReportKind::DUMP;
     dump.error_no = name.error_no;
     dump.time = name.time;
     dump.date = date_of_dump(name.time, second);
+    dump.dump = found;
     // A copy in another folder is the same dump.
-    const std::string identity = last_part(path) + '/' + std::to_string(second) + '/' +
+    const std::string identity = last_part(found.path) + '/' + std::to_string(second) + '/' +
                                  std::to_string(dump.bytes) + '/' + std::to_string(hash) +
                                  (dump.cut ? "/cut" : "");
-    reports_.add(std::move(dump), {path, ""}, std::hash<std::string>()(identity));
+    reports_.add(std::move(dump), {found.path, ""}, stable_hash(identity));
+}
+
+PhoneReports Collector::finish() {
+    PhoneReports found = {phone_, reports_.take(), std::move(problems_), files_};
+    for (Report& report : found.reports) {
+        report.phone = phone_;
+    }
+    return found;
 }
 
 }  // namespace
 
-Collection collect_reports(const std::vector<std::string>& paths) {
-    std::vector<Problem> problems;
-    const std::vector<std::string> files = find_files(paths, &problems);
-    Collector collector(std::move(problems));
-    for (const std::string& path : files) {
-        collector.take_file(path);
+PhoneReports read_phone(const FoundPhone& phone) {
+    Collector collector(phone.name);
+    for (const FoundFile& file : phone.files) {
+        collector.take_file(file);
     }
     return collector.finish();
 }
 
+std::vector<Report> all_by_time(std::vector<PhoneReports> phones) {
+    std::vector<Report> all;
+    for (PhoneReports& phone : phones) {
+        std::move(phone.reports.begin(), phone.reports.end(), std::back_inserter(all));
+    }
+    sort_by_time(&all);
+    int number = 0;
+    for (Report& report : all) {
+        report.number = ++number;
+    }
+    return all;
+}
+
 bool is_archive(const Report& dump) {
-    const std::optional<DumpName> name = parse_dump_name(dump.places[0].file);
+    const std::optional<DumpName> name = parse_dump_name(dump.dump.path);
     return name && name->is_archive;
 }
 
 void read_dump(const Report& dump, const std::function<bool(std::string_view)>& take) {
-    PulledFile file(dump.places[0].file);
+    PulledFile file(dump.dump);
     for (std::string_view piece = file.read(); !piece.empty() && take(piece); piece = file.read()) {
     }
 }

@@ -1,0 +1,66 @@
+// What breaks most, on how many phones, on which, since when, and whether it gets worse.
+#pragma once
+
+#include <cstddef>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "tools/report.h"
+#include "tools/terminal.h"
+
+namespace tools {
+
+enum class SummaryBy {
+    ERROR = 1,  // a row for each device and error number
+    PHONE = 2,
+    DAY = 4,
+    TEXT = 8,  // a row for each device, error number and text, whose numbers are masked
+};
+
+// The content's first line that is not blank.
+std::string first_line(const Report& report);
+
+// The text with "#" for each number in it that does not follow a letter, a digit or an underscore.
+std::string mask_numbers(const std::string& text);
+
+class ReportSummary {
+  public:
+    explicit ReportSummary(SummaryBy by) : by_(by) {}
+
+    void add(const Report& report);
+    size_t phones() const { return phones_.size(); }
+
+    // The columns, and a row for each group. On a terminal times are days, and the reports of each day a bar.
+    Table table(const Terminal& terminal) const;
+    // What the bars show; empty when there are none.
+    std::string legend() const;
+
+  private:
+    using Counts = std::map<std::string, size_t>;
+    struct Group {
+        size_t reports = 0;
+        Counts phones;
+        Counts errors;  // device and number
+        Counts days;
+        std::string error_name;
+        std::string first;
+        std::string last;
+    };
+
+    using Key = std::vector<std::string>;
+
+    Key key_of(const Report& report) const;
+    std::string time_of(const std::string& when, bool is_terminal) const;
+    std::string bar_of(const Counts& days, bool is_terminal) const;
+    int days_a_block() const;
+
+    SummaryBy by_;
+    std::map<Key, Group> groups_;
+    Counts phones_;
+    bool has_names_ = false;
+    std::string first_day_;
+    std::string last_day_;
+};
+
+}  // namespace tools
