@@ -34,6 +34,7 @@ find_missing() {
   need libcli11-dev header CLI/CLI.hpp
   need nlohmann-json3-dev header nlohmann/json.hpp
   need libarchive-dev pkg-config --exists libarchive
+  need libsqlite3-dev pkg-config --exists sqlite3
   need zlib1g-dev header zlib.h
   need tar have tar
   need gzip have gzip
