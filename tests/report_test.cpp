@@ -18,6 +18,7 @@
 #include "tools/phone_reports.h"
 #include "tools/record_reader.h"
 #include "tools/report_print.h"
+#include "tools/report_summary.h"
 #include "tools/terminal.h"
 
 namespace {
@@ -595,4 +596,223 @@ TEST_F(ReportOptions, WriteAPageInPlaceOfAPage) {
     EXPECT_FALSE(holds(read_file("page"), "tpdev"));
     EXPECT_EQ((std::vector<std::string>{"copy", "dmd_dump_00007_101113.txt", RECORD, "link", "page"}),
               names_in("."));
+}
+
+// Writes the files, and the folders that they are in.
+void write_files(const std::map<std::string, std::string>& files) {
+    for (const auto& [path, bytes] : files) {
+        ASSERT_EQ(0, system(("mkdir -p $(dirname " + path + ")").c_str()));
+        write_file(path, bytes);
+    }
+}
+
+TEST(ReportPhones, HaveTheNamesOfTheirFolders) {
+    const struct {
+        std::string what;
+        std::vector<std::string> files;
+        std::vector<std::string> paths;
+        std::string phone_from;
+        std::vector<std::string> phones;
+    } cases[] = {
+        {"files in the path itself", {"p/", "p/copy/"}, {"p"}, "", {"p"}},
+        {"a file", {"p/dmd_log/"}, {"p/dmd_log/" + RECORD}, "", {"p"}},
+        {"several folders", {"f/a/", "f/a/first/", "f/b/second/"}, {"f"}, "", {"a", "b"}},
+        {"a folder that holds all the others", {"f/all/a/", "f/all/b/"}, {"f"}, "", {"a", "b"}},
+        {"the phone's own folders", {"p/data/kvdx_logs/dmd_log/"}, {"p"}, "", {"p"}},
+        {"the phone's own folders alone", {"p/dmd_log/"}, {"p/dmd_log"}, "", {"p"}},
+        {"the folder at hand", {"a/"}, {"a/."}, "", {"a"}},
+        {"two pulls of a phone", {"mon/a/", "mon/b/", "tue/a/"}, {"mon", "tue"}, "", {"a", "b"}},
+        {"folders in another order", {"f/mon/a-1/", "f/tue/a-2/"}, {"f"}, "*/{phone}-?", {"a"}},
+        {"a pattern that does not fit", {"f/a/", "f/b+/"}, {"f"}, "{phone}+", {"a", "b"}},
+    };
+    for (const auto& c : cases) {
+        enter_pulled();
+        for (const std::string& folder : c.files) {
+            write_files({{folder + RECORD, "x"}});
+        }
+        std::vector<std::string> phones;
+        for (const tools::FoundPhone& phone : tools::find_phones(c.paths, c.phone_from).phones) {
+            phones.push_back(phone.name);
+        }
+        EXPECT_EQ(c.phones, phones) << c.what;
+    }
+}
+
+TEST(ReportPhones, KeepTheirReportsApart) {
+    enter_pulled();
+    const std::string a = report("12", "a"), b = report("13", "b");
+    write_files({{"f/p1/" + RECORD, a}, {"f/p2/mon/" + RECORD, a}, {"f/p2/tue/" + RECORD, a + b}});
+    std::vector<std::string> found;
+    for (const json& each : reports_in("f")) {
+        found.push_back(each["phone"].get<std::string>() + " " + each["content"].get<std::string>() + " " +
+                        std::to_string(each["places"].size()));
+    }
+    EXPECT_EQ((std::vector<std::string>{"p1 a 1", "p2 a 2", "p2 b 1"}), found);
+
+    std::istringstream lines(run_report("--json-lines --phone P2 --until '2015-06-01 10:11:12' f").out);
+    std::string line, next;
+    std::getline(lines, line);
+    EXPECT_EQ("p2", json::parse(line)["phone"]);
+    EXPECT_EQ(reports_in("f/p1")[0]["key"], json::parse(line)["key"])
+        << "the key does not depend on the pull";
+    EXPECT_FALSE(std::getline(lines, next)) << next;
+}
+
+TEST(ReportPhones, MayBePacked) {
+    setenv("TMPDIR", "/tmp", 1);
+    enter_pulled();
+    const std::string dump = "dmd_dump_20834_101112.tar.gz";
+    write_files({{"f/p1/" + RECORD, report("12", "a")},
+                 {"f/p2/" + RECORD, report("12", std::string(100000, 'b'))},
+                 {"f/p2/dmd_dump_00007_101112.txt", "dump"},
+                 {"f/p2/other", "x"},
+                 {"log", tar_of(report("12", "a"))}});
+    ASSERT_EQ(0, system(("gzip <log >f/p1/" + dump).c_str()));
+    const auto told = [](const std::string& path) {
+        std::vector<std::string> reports;
+        for (const json& each : reports_in(path)) {
+            reports.push_back(each["phone"].get<std::string>() + " " +
+                              std::to_string(each["bytes"].get<int>()) + " in " +
+                              std::to_string(each["places"].size()));
+        }
+        return reports;
+    };
+    const std::vector<std::string> all = {"p1 1 in 2", "p2 100000 in 1", "p2 4 in 1"};
+    EXPECT_EQ(all, told("f"));
+    for (const std::string name : {"f.zip", "f.tar", "f.tgz", "f.tar.gz", "f.tar.xz"}) {
+        ASSERT_EQ(0, system(("bsdtar -caf " + name + " f && mkdir -p in && mv " + name + " in").c_str()));
+        EXPECT_EQ(all, told("in/" + name)) << name;
+        EXPECT_EQ(all, told("in")) << "a folder with it";
+        EXPECT_TRUE(holds(run_report("in --show 3").out, "\n\nContent:\ndump\n")) << name;
+        ASSERT_EQ(0, system("rm -r in"));
+    }
+    // What stands in a pull that is damaged may be so itself.
+    ASSERT_EQ(0, system("tar cf f.tar f/p1 f/p2/dmd_r* && head -c 50000 f.tar >cut.tar && rm -r f f.tar"));
+    const json document = json::parse(run_report("--json cut.tar").out);
+    EXPECT_EQ("cut.tar", document["problems"][0]["file"]);
+    ASSERT_EQ(2U, document["reports"].size());
+    EXPECT_EQ(true, document["reports"][0]["damaged"]);
+    EXPECT_EQ(false, document["reports"][0]["cut"]);
+    EXPECT_EQ(true, document["reports"][1]["cut"]);
+}
+
+TEST(Report, MarksWhatOnlyDamagedFilesHold) {
+    enter_pulled();
+    write_files({{RECORD, report("12", "a")},
+                 {"dmd_dump_20834_101113.tar", file(MEMBER, report("12", "a") + report("13", "b"))}});
+    const json document = json::parse(run_report("--json .").out);
+    EXPECT_EQ(1U, document["problems"].size());
+    ASSERT_EQ(2U, document["reports"].size());
+    EXPECT_EQ(false, document["reports"][0]["damaged"]) << "the record has it whole";
+    EXPECT_EQ(true, document["reports"][0]["places"][1]["damaged"]);
+    EXPECT_EQ(true, document["reports"][1]["damaged"]);
+    EXPECT_TRUE(holds(run_report(".").out, "\tdamaged\t\tb\n"));
+}
+
+TEST(ReportNames, ReplaceNumbersAndDevices) {
+    enter_pulled();
+    write_file(RECORD, report("12", "a") + head("13", -7, "tp two") + HEAD_CONTENT);
+    write_file(
+        "names",
+        "# ours\n\n20834 \t no answer\r\n-7 minus seven\n tpdev = tp, tp two \nnonsense\n5x y\n= a\na =\n");
+    const Outcome outcome = run_report(". --names names --device tpdev --json");
+    const json document = json::parse(outcome.out);
+    EXPECT_EQ("no answer", document["reports"][0]["name"]);
+    EXPECT_EQ("minus seven", document["reports"][1]["name"]);
+    EXPECT_EQ("tpdev", document["reports"][1]["device"]);
+    std::vector<std::string> wrong;
+    for (const json& problem : document["problems"]) {
+        wrong.push_back(problem["file"]);
+    }
+    EXPECT_EQ((std::vector<std::string>{"names:6", "names:7", "names:8", "names:9"}), wrong);
+}
+
+TEST(ReportSummary, MasksNumbersInLikeTexts) {
+    const struct {
+        std::string text;
+        std::string masked;
+    } cases[] = {
+        {"i2c timed out, retry 12", "i2c timed out, retry #"},
+        {"0x1fG 0x 12ab 3.5 -7ms _8 9", "#G #x #ab #.# -#ms _8 #"},
+        {"", ""},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(c.masked, tools::mask_numbers(c.text));
+    }
+}
+
+TEST(ReportSummary, TellsWhatBreaksMostAndSinceWhen) {
+    const auto summarise = [](tools::SummaryBy by, const std::vector<tools::Report>& reports,
+                              bool is_terminal) {
+        tools::ReportSummary summary(by);
+        for (const tools::Report& report : reports) {
+            summary.add(report);
+        }
+        std::vector<std::string> lines;
+        for (const tools::Row& row : summary.table({is_terminal}).rows) {
+            std::string line;
+            for (const std::string& cell : row.cells) {
+                line += (line.empty() ? "" : "|") + cell;
+            }
+            lines.push_back(line);
+        }
+        return lines;
+    };
+    const auto make = [](const std::string& phone, const std::string& date, int32_t error_no,
+                         const std::string& content) {
+        tools::Report report;
+        report.phone = phone;
+        report.date = date;
+        report.time = "10:11:12";
+        report.device = "tp";
+        report.error_no = error_no;
+        report.content = content;
+        return report;
+    };
+    std::vector<tools::Report> reports = {
+        make("a", "2026-11-01", 5, " \nretry 1\nx"), make("b", "2026-11-02", 5, "retry 22"),
+        make("b", "2026-11-03", 5, "else"), make("b", "2026-11-03", 7, ""), make("c", "2026-99-03", 7, "")};
+    using Lines = std::vector<std::string>;
+    EXPECT_EQ(
+        (Lines{
+            "tp|5|3|2|2026-11-01 10:11:12|2026-11-03 10:11:12|b (2)|2026-11-01:1,2026-11-02:1,2026-11-03:1",
+            "tp|7|2|2|2026-11-03 10:11:12|2026-99-03 10:11:12|b (1)|2026-11-03:1"}),
+        summarise(tools::SummaryBy::ERROR, reports, false));
+    EXPECT_EQ((Lines{"tp|5|3|2|11-01|11-03|b (2)|███", "tp|7|2|2|11-03|99-03|b (1)|  █"}),
+              summarise(tools::SummaryBy::ERROR, reports, true));
+    EXPECT_EQ((Lines{"a|1|1|11-01|11-01|tp 5 (1)|█  ", "b|3|2|11-02|11-03|tp 5 (2)| ▄█",
+                     "c|1|1|99-03|99-03|tp 7 (1)|   "}),
+              summarise(tools::SummaryBy::PHONE, reports, true));
+    EXPECT_EQ((Lines{"2026-11-01|1|1|1|tp 5 (1)", "2026-11-02|1|1|1|tp 5 (1)", "2026-11-03|2|1|2|tp 5 (1)",
+                     "2026-99-03|1|1|1|tp 7 (1)"}),
+              summarise(tools::SummaryBy::DAY, reports, true));
+    EXPECT_EQ((Lines{"tp|5|1|1|11-03|11-03|else", "tp|5|2|2|11-01|11-02|retry #", "tp|7|2|2|11-03|99-03|"}),
+              summarise(tools::SummaryBy::TEXT, reports, true));
+
+    // A phone whose clock is years off leaves the bars of the others as they are.
+    for (int i = 0; i < 100; ++i) {
+        reports.push_back(make("a", "2026-11-01", 5, ""));
+    }
+    reports.push_back(make("d", "1970-01-01", 5, ""));
+    EXPECT_EQ("tp|5|104|3|1970-01-01|2026-11-03|a (101)|█▁▁",
+              summarise(tools::SummaryBy::ERROR, reports, true)[0]);
+}
+
+TEST(Terminal, TablesFitItsWidth) {
+    using tools::Fit;
+    using tools::Holds;
+    const tools::Table table = {
+        {{"N", Holds::NUMBER},
+         {"EMPTY"},
+         {"PATH", Holds::TEXT, Fit::DROPPED},
+         {"TEXT", Holds::TEXT, Fit::CUT}},
+        {{{"7", "", "a/path", "thirty letters äöüäöüäöüäöüäöü"}}, {{"10", "", "b", "\n"}}}};
+    EXPECT_EQ(" N  PATH    TEXT\n 7  a/path  thirty letters äöüäöüäöüäöüäöü\n10  b       \\n\n",
+              format_table({true, false, 42}, table));
+    EXPECT_EQ(" N  PATH    TEXT\n 7  a/path  thirty letters äöüäöüäö…\n10  b       \\n\n",
+              format_table({true, false, 36}, table));
+    EXPECT_EQ(" N  TEXT\n 7  thirty letters äöüäöüäöüäöü…\n10  \\n\n",
+              format_table({true, false, 32}, table));
+    EXPECT_EQ("N\tEMPTY\tPATH\tTEXT\n7\t\ta/path\tthirty letters äöüäöüäöüäöüäöü\n10\t\tb\t\\n\n",
+              format_table({false, false, 32}, table));
 }

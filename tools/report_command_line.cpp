@@ -168,6 +168,7 @@ Choices parse_command_line(int argc, char** argv, time_t now) {
     app.add_flag("--json-lines", json_lines, "Print a line of JSON for each report, phone by phone")
         ->group(group);
     add("--html", &html, "Write a page for browsers; - for standard output", "FILE")->group(group);
+    add("--sqlite", &sqlite, "Add to an SQLite database", "FILE")->group(group);
     group = "How";
     add("--sort", &choices.sort, "Sort a table or summary by that column, counts from the largest", "COLUMN")
         ->group(group);

@@ -19,6 +19,7 @@
 #include "tools/pager.h"
 #include "tools/phone_reports.h"
 #include "tools/report_command_line.h"
+#include "tools/report_database.h"
 #include "tools/report_filter.h"
 #include "tools/report_json.h"
 #include "tools/report_names.h"
@@ -61,11 +62,12 @@ class Progress {
         const std::chrono::steady_clock::time_point now = std::chrono::steady_clock::now();
         if (is_shown_ && now - last_ > std::chrono::milliseconds(100)) {
             last_ = now;
+            is_drawn_ = true;
             fprintf(stderr, "\rreading phone %zu of %zu", read_, phones_);
         }
     }
-    void clear() const {
-        if (is_shown_) {
+    void clear() {
+        if (std::exchange(is_drawn_, false)) {
             fputs("\r\033[K", stderr);
         }
     }
@@ -73,6 +75,7 @@ class Progress {
   private:
     const size_t phones_;
     const bool is_shown_;
+    bool is_drawn_ = false;
     size_t read_ = 0;
     std::chrono::steady_clock::time_point last_ = std::chrono::steady_clock::now();
 };
@@ -180,7 +183,7 @@ class Run {
 
   private:
     // These need no more than one phone at a time.
-    inline static const std::set<Output> BY_PHONE = {Output::SUMMARY, Output::JSON_LINES};
+    inline static const std::set<Output> BY_PHONE = {Output::SUMMARY, Output::JSON_LINES, Output::DATABASE};
 
     Taken take_of(PhoneReports phone) const;
     void take(Taken taken);
@@ -199,11 +202,14 @@ class Run {
     size_t passing_ = 0;
     std::vector<PhoneReports> phones_;
     std::optional<ReportSummary> summary_;
+    std::optional<ReportDatabase> database_;
 };
 
 int Run::run() {
     if (choices_.output == Output::SUMMARY) {
         summary_.emplace(choices_.by);
+    } else if (choices_.output == Output::DATABASE) {
+        database_.emplace(choices_.file);
     }
     std::vector<Problem> problems;
     if (!choices_.names.empty()) {
@@ -211,6 +217,9 @@ int Run::run() {
         add_problems(std::move(problems));
     }
     FoundPhones found = find_phones(choices_.paths, choices_.phone_from);
+    if (database_) {
+        database_->add({"", {}, found.problems, 0});
+    }
     add_problems(std::move(found.problems));
     {
         Progress progress(found.phones.size());
@@ -224,6 +233,8 @@ int Run::run() {
     }
     if (!is_by_phone_) {
         finish_all();
+    } else if (database_) {
+        database_->finish();
     } else if (summary_) {
         finish_summary();
     }
@@ -267,6 +278,9 @@ void Run::take(Taken taken) {
         for (const Report& report : taken.phone.reports) {
             summary_->add(report);
         }
+    }
+    if (database_) {
+        database_->add(taken.phone);
     }
     add_problems(std::move(taken.phone.problems));
     if (!is_by_phone_) {

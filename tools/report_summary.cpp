@@ -6,6 +6,7 @@
 #include <ctime>
 #include <functional>
 #include <iterator>
+#include <optional>
 
 namespace tools {
 namespace {
@@ -18,11 +19,20 @@ bool is_word(char character) {
     return isalnum(static_cast<unsigned char>(character)) || character == '_';
 }
 
-// The number of a day, YYYY-MM-DD, from 1970-01-01 on.
-int day_number(const std::string& date) {
-    tm day = {};
-    strptime(date.c_str(), "%Y-%m-%d", &day);
-    return static_cast<int>(timegm(&day) / 86400);
+std::string date_of(int day) {
+    const time_t second = time_t{day} * 86400;
+    tm parts = {};
+    char date[16];
+    strftime(date, sizeof date, "%Y-%m-%d", gmtime_r(&second, &parts));
+    return date;
+}
+
+// The number of the day since 1970-01-01. Nothing for a day that there is not.
+std::optional<int> day_of(const std::string& date) {
+    tm parts = {};
+    strptime(date.c_str(), "%Y-%m-%d", &parts);
+    const int day = static_cast<int>(timegm(&parts) / 86400);
+    return date_of(day) == date ? std::optional(day) : std::nullopt;
 }
 
 // What has the most, and how much that is.
@@ -93,36 +103,67 @@ void ReportSummary::add(const Report& report) {
         return;
     }
     const std::string when = report.date + " " + report.time;
-    ++group.days[report.date];
+    const std::string year = when.substr(0, YEAR_SIZE);
+    is_one_year_ = is_one_year_ && (year_.empty() || year == year_);
+    year_ = year;
     group.first = group.first.empty() ? when : std::min(group.first, when);
     group.last = std::max(group.last, when);
-    first_day_ = first_day_.empty() ? report.date : std::min(first_day_, report.date);
-    last_day_ = std::max(last_day_, report.date);
+    if (const std::optional<int> day = day_of(report.date)) {
+        ++group.days[*day];
+        ++days_[*day];
+    }
+}
+
+// The bars show all days. But a phone whose clock is years off does not squeeze all others into one block: of
+// more than a year, the first and the last hundredth of the reports do not count.
+void ReportSummary::find_range() {
+    if (days_.empty()) {
+        return;
+    }
+    constexpr int YEAR = 366;
+    size_t reports = 0;
+    for (const auto& [day, count] : days_) {
+        reports += count;
+    }
+    auto first = days_.begin();
+    auto last = std::prev(days_.end());
+    if (last->first - first->first > YEAR) {
+        for (size_t left_out = first->second; left_out <= reports / 100; left_out += first->second) {
+            ++first;
+        }
+        for (size_t left_out = last->second; left_out <= reports / 100; left_out += last->second) {
+            --last;
+        }
+    }
+    first_day_ = first->first;
+    last_day_ = last->first;
 }
 
 int ReportSummary::days_a_block() const {
-    const int days = first_day_.empty() ? 0 : day_number(last_day_) - day_number(first_day_) + 1;
-    return std::max(1, (days + BLOCKS_MOST - 1) / BLOCKS_MOST);
+    return (last_day_ - first_day_ + BLOCKS_MOST) / BLOCKS_MOST;
 }
 
-// On a terminal blocks as high as the reports of their days are many; elsewhere the count of each day.
-std::string ReportSummary::bar_of(const Counts& days, bool is_terminal) const {
+// On a terminal blocks as high as the reports of their days are many; elsewhere the days with their counts.
+std::string ReportSummary::bar_of(const Days& days, bool is_terminal) const {
     static const char* const blocks[] = {" ", "▁", "▂", "▃", "▄", "▅", "▆", "▇", "█"};
     constexpr size_t HIGHEST = std::size(blocks) - 1;
-    if (first_day_.empty()) {
-        return "";
+    std::string bar;
+    if (!is_terminal) {
+        for (const auto& [day, count] : days) {
+            bar += (bar.empty() ? "" : ",") + date_of(day) + ":" + std::to_string(count);
+        }
+        return bar;
     }
-    const int first = day_number(first_day_);
-    const int width = is_terminal ? days_a_block() : 1;
-    std::vector<size_t> counts(static_cast<size_t>((day_number(last_day_) - first) / width + 1));
+    const int width = days_a_block();
+    std::vector<size_t> counts(static_cast<size_t>((last_day_ - first_day_) / width + 1));
     for (const auto& [day, count] : days) {
-        counts[static_cast<size_t>((day_number(day) - first) / width)] += count;
+        if (first_day_ <= day && day <= last_day_) {
+            counts[static_cast<size_t>((day - first_day_) / width)] += count;
+        }
     }
     const size_t most = std::max<size_t>(1, *std::max_element(counts.begin(), counts.end()));
-    std::string bar;
     for (const size_t count : counts) {
-        bar += is_terminal ? blocks[(count * HIGHEST + most - 1) / most]
-                           : (bar.empty() ? "" : ",") + std::to_string(count);
+        bar += blocks[(count * HIGHEST + most - 1) / most];
     }
     return bar;
 }
@@ -132,12 +173,12 @@ std::string ReportSummary::time_of(const std::string& when, bool is_terminal) co
     if (!is_terminal || when.empty()) {
         return when;
     }
-    const bool is_one_year = first_day_.substr(0, YEAR_SIZE) == last_day_.substr(0, YEAR_SIZE);
-    const size_t begin = is_one_year ? YEAR_SIZE : 0;
+    const size_t begin = is_one_year_ ? YEAR_SIZE : 0;
     return when.substr(begin, DATE_SIZE - begin);
 }
 
-Table ReportSummary::table(const Terminal& terminal) const {
+Table ReportSummary::table(const Terminal& terminal) {
+    find_range();
     constexpr int ERROR = static_cast<int>(SummaryBy::ERROR), PHONE = static_cast<int>(SummaryBy::PHONE),
                   DAY = static_cast<int>(SummaryBy::DAY), TEXT = static_cast<int>(SummaryBy::TEXT);
     const bool is_terminal = terminal.is_terminal;
@@ -198,11 +239,11 @@ Table ReportSummary::table(const Terminal& terminal) const {
 }
 
 std::string ReportSummary::legend() const {
-    if (first_day_.empty() || by_ == SummaryBy::TEXT || by_ == SummaryBy::DAY) {
+    if (days_.empty() || by_ == SummaryBy::TEXT || by_ == SummaryBy::DAY) {
         return "";
     }
     const int width = days_a_block();
-    return "DAYS: " + first_day_ + " to " + last_day_ + ", a block for each " +
+    return "DAYS: " + date_of(first_day_) + " to " + date_of(last_day_) + ", a block for each " +
            (width == 1 ? "day" : std::to_string(width) + " days");
 }
 

@@ -32,17 +32,18 @@ class ReportSummary {
     size_t phones() const { return phones_.size(); }
 
     // The columns, and a row for each group. On a terminal times are days, and the reports of each day a bar.
-    Table table(const Terminal& terminal) const;
-    // What the bars show; empty when there are none.
+    Table table(const Terminal& terminal);
+    // What the bars of the table show; empty when there are none.
     std::string legend() const;
 
   private:
     using Counts = std::map<std::string, size_t>;
+    using Days = std::map<int, size_t>;  // by the number of the day since 1970-01-01
     struct Group {
         size_t reports = 0;
         Counts phones;
         Counts errors;  // device and number
-        Counts days;
+        Days days;
         std::string error_name;
         std::string first;
         std::string last;
@@ -52,15 +53,19 @@ class ReportSummary {
 
     Key key_of(const Report& report) const;
     std::string time_of(const std::string& when, bool is_terminal) const;
-    std::string bar_of(const Counts& days, bool is_terminal) const;
+    std::string bar_of(const Days& days, bool is_terminal) const;
+    void find_range();
     int days_a_block() const;
 
     SummaryBy by_;
     std::map<Key, Group> groups_;
     Counts phones_;
+    Days days_;
     bool has_names_ = false;
-    std::string first_day_;
-    std::string last_day_;
+    std::string year_;  // of the last report
+    bool is_one_year_ = true;
+    int first_day_ = 0;  // of the bars
+    int last_day_ = 0;
 };
 
 }  // namespace tools
