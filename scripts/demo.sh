@@ -221,6 +221,7 @@ say "All that this phone leaves, read on the desk (dmd-report)"
 for report in "touch_panel	20002	on" "dsm_lcd	20100	on" "dsm_pmu_coul	1	off" "sensorhub	20500	off"; do
   expect_in "$work/table" "$report"
 done
+"$build/dmd-report" --summary "$reports"
 "$build/dmd-report" --html "$work/reports.html" "$reports" || missing "a page of all reports"
 expect_in "$work/reports.html" "touch controller does not answer"
 say "The same as a page with a timeline: $work/reports.html"

@@ -809,10 +809,9 @@ TEST(Terminal, TablesFitItsWidth) {
         {{{"7", "", "a/path", "thirty letters äöüäöüäöüäöüäöü"}}, {{"10", "", "b", "\n"}}}};
     EXPECT_EQ(" N  PATH    TEXT\n 7  a/path  thirty letters äöüäöüäöüäöüäöü\n10  b       \\n\n",
               format_table({true, false, 42}, table));
-    EXPECT_EQ(" N  PATH    TEXT\n 7  a/path  thirty letters äöüäöüäö…\n10  b       \\n\n",
-              format_table({true, false, 36}, table));
-    EXPECT_EQ(" N  TEXT\n 7  thirty letters äöüäöüäöüäöü…\n10  \\n\n",
-              format_table({true, false, 32}, table));
+    EXPECT_EQ(" N  TEXT\n 7  thirty letters äöüäöüäöüäöüäöü\n10  \\n\n",
+              format_table({true, false, 41}, table));
+    EXPECT_EQ(" N  TEXT\n 7  thirty letters ä…\n10  \\n\n", format_table({true, false, 21}, table));
     EXPECT_EQ("N\tEMPTY\tPATH\tTEXT\n7\t\ta/path\tthirty letters äöüäöüäöüäöüäöü\n10\t\tb\t\\n\n",
               format_table({false, false, 32}, table));
 }

@@ -102,7 +102,7 @@ std::string cut_to(const std::string& text, size_t width) {
 
 // Makes the columns' widths fit the terminal's. A column of width 0 is not there.
 void fit(const Terminal& terminal, const std::vector<Column>& columns, std::vector<size_t>* widths) {
-    constexpr size_t READABLE = 24;  // of a cell that is cut, before other columns are dropped for it
+    constexpr size_t READABLE = 40;  // of a cell that is cut, before other columns are dropped for it
     constexpr size_t LEAST = 8;
     const auto total = [&](size_t cut_most) {
         size_t sum = 0;
