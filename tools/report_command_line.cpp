@@ -177,7 +177,7 @@ Choices parse_command_line(int argc, char** argv, time_t now) {
                    "Only so many rows: the newest, or the first with --sort or --summary")
         ->type_name("COUNT")
         ->group(group);
-    app.add_flag("--no-pager", no_pager, "Do not show a long table page by page")->group(group);
+    app.add_flag("--no-pager", no_pager, "Do not show what is long page by page")->group(group);
     add("--names", &choices.names, "Names for error numbers and devices, see dmd-report(1)", "FILE")
         ->group(group);
     add("--phone-from", &choices.phone_from, "Where folders below PATH name the phone, as '*/{phone}'",

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <ctime>
 #include <iterator>
+#include <memory>
 #include <optional>
 #include <set>
 #include <string>
@@ -143,18 +144,26 @@ void arrange(const Choices& choices, const std::string& usual_column, Table* tab
     rows.resize(most);
 }
 
-// Prints a table with a line below it, on a terminal page by page.
+// On a terminal, the pager that shows what is printed while it lives.
+std::unique_ptr<Pager> start_pager(const Choices& choices) {
+    return describe_terminal().is_terminal && choices.use_pager ? std::make_unique<Pager>() : nullptr;
+}
+
+// Prints a table, and on a terminal a line below it.
 void print_table(const Choices& choices, const Table& table, const std::string& below) {
     const Terminal terminal = describe_terminal();
-    std::string text = format_table(terminal, table);
+    const std::unique_ptr<Pager> pager = start_pager(choices);
+    put(format_table(terminal, table));
     if (terminal.is_terminal) {
-        text += paint(terminal, Colour::DIM, below) + "\n";
+        put(paint(terminal, Colour::DIM, below) + "\n");
     }
-    std::optional<Pager> pager;
-    if (terminal.is_terminal && choices.use_pager) {
-        pager.emplace();
-    }
-    put(text);
+    finish_output();
+}
+
+void print_report(const Choices& choices, const Report& report) {
+    const Terminal terminal = describe_terminal();
+    const std::unique_ptr<Pager> pager = start_pager(choices);
+    show_report(terminal, report, choices.all_places, put);
     finish_output();
 }
 
@@ -319,7 +328,7 @@ void Run::finish_all() {
             print_page(choices_.file, reports, problems_);
             break;
         case Output::SHOW:
-            show_report(describe_terminal(), *reports[0], choices_.all_places, put);
+            print_report(choices_, *reports[0]);
             break;
         default:
             finish_table(all, reports);
