@@ -135,7 +135,7 @@ def make_reports_of_thirty():
     reports += [Report(phone, noon + datetime.timedelta(i), None, 20002, b"row 0: 12 14 11\n" * i)
                 for i, phone in enumerate(BATCHES[0], 1)]
     reports += [Report(ODD, noon + datetime.timedelta(1, i), "dsm_nfc", 40001, content) for i, content in enumerate(
-        (b"frame \xff\xc3\x00 refused\n", b"it said \"\\u0041\\\"\t'\x1b', \\N\r\n", b"register \x00 is zero\n",
+        (b"frame \xff\xc3\x00 refused\n", b"it said \"\\u0000\\\"\t'\x1b', \\N\r\n", b"registers \x00\x00 \\\x00\n",
          "4 µA, 漢 and \U0001f600\n".encode()))]
     reports.append(Report(LOST, noon, "dsm_fs", 50001, b"superblock does not match its checksum\n"))
     return sorted(reports, key=lambda report: (report.phone, report.when))
