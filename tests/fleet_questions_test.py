@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Asks what docs/reports.md asks about a fleet, in its words: fleet_questions_test.py sqlite|postgresql DMD_REPORT
+"""Asks what docs/reports.md asks about a fleet, in its words: fleet_questions_test.py terminal|sqlite|postgresql DMD_REPORT
 
 Where there is no PostgreSQL as Debian installs it, ends with status 77.
 """
@@ -59,6 +59,35 @@ def expect(what, actual, wanted):
         sys.exit(f"{what}: {actual!r} instead of {wanted!r}")
 
 
+def lines_on_a_terminal(command):
+    """What a terminal of 80 columns shows of a command, but for colours."""
+    shown = subprocess.run(["script", "--quiet", "--command", f"stty cols 80; {command}", "/dev/null"],
+                           stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, text=True, check=True).stdout
+    return re.sub(r"\x1b\[[0-9;]*[mK]", "", shown).replace("\r\n", "\n").splitlines()
+
+
+def ask_terminal(reports):
+    summary = subprocess.run("dmd-report --summary pulls", shell=True, check=False, text=True, stdout=subprocess.PIPE)
+    rows = [line.split("\t") for line in summary.stdout.splitlines()[1:]]
+    told = [(device, int(error), int(count), int(phones), first[:10], last[:10])
+            for device, error, count, phones, first, last, _, _ in rows if device != "(dump)"]
+    expect("what --summary tells", sorted(told, key=lambda row: (-row[2], row)), what_breaks_most(reports))
+    by_phone = subprocess.run("dmd-report --summary --by phone --error 28000 pulls", shell=True, check=False, text=True,
+                              stdout=subprocess.PIPE)
+    rows = [line.split("\t") for line in by_phone.stdout.splitlines()[1:]]
+    told = [(phone, int(count), first[:10]) for phone, count, _, first, *_ in rows]
+    expect("on which phones", sorted(told, key=lambda row: (-row[1], row)), on_which_phones(reports))
+
+    os.environ["PAGER"] = "sed s/^/paged:/"
+    lines = lines_on_a_terminal("dmd-report --summary pulls")
+    [emmc] = [line for line in lines if line.startswith("paged:emmc ")]
+    expect("the row of emmc", emmc.split()[1:6], ["28000", "78", "10", "11-14", "11-25"])
+    expect("its days", re.search(r" +[▁▂▃▄▅▆▇█]+$", emmc)[0], "      ▂▃▄▆▇█")
+    lines = lines_on_a_terminal("dmd-report --no-pager -n 100 pulls")
+    expect("lines that are too long", [line for line in lines[:-1] if len(line) > 80 and "dmd-report: " not in line], [])
+    expect("the last line", lines[-1].split(",")[0], "100 reports of 655")
+
+
 def ask_sqlite(reports):
     subprocess.run("dmd-report --sqlite fleet.db pulls", shell=True, check=False)  # 1: some files are damaged
     questions = blocks_of("A database", "sql")
@@ -112,11 +141,11 @@ def main():
     os.environ["PATH"] = os.pathsep.join(map(str, [pathlib.Path(dmd_report).parent, *servers[-1:], os.environ["PATH"]]))
     with tempfile.TemporaryDirectory(prefix="fleet_") as folder, contextlib.chdir(folder):
         reports = fleet.make_thirty("pulls")
-        if kind == "sqlite":
-            ask_sqlite(reports)
-        else:
+        if kind == "postgresql":
             with started_server():
                 ask_postgresql(reports)
+        else:
+            {"terminal": ask_terminal, "sqlite": ask_sqlite}[kind](reports)
 
 
 if os.getpid() != 1:  # as the first process of its own, all that it starts ends with it; and no server runs as root
