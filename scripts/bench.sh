@@ -17,13 +17,19 @@ exec 9> build/lock
 flock -n 9 || { echo "bench: a test, a demo or another measurement of this checkout is running" >&2; exit 1; }
 echo "bench: building build/bench" >&2
 { cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release &&
-  cmake --build "$build" -j "$(nproc)" --target dmd phone dmd_bench; } > "$build/build.log" 2>&1 ||
+  cmake --build "$build" -j "$(nproc)" --target dmd phone dmd_bench dmd-report; } > "$build/build.log" 2>&1 ||
   { tail -40 "$build/build.log" >&2; exit 1; }
 
 table=$build/table.md
 "$build/phone" run -- "$build/dmd_bench" "$@" > "$table" || { cat "$table"; exit 1; }
+[ $# -eq 0 ] || { cat "$table"; exit 0; }
+if [ ! -d "$build/fleet" ]; then
+  rm -rf "$build/part"
+  tests/fleet.py thousand "$build/part"
+  mv "$build/part" "$build/fleet"
+fi
+bench/report_fleet.py "$build/dmd-report" "$build/fleet" >> "$table"
 cat "$table"
-[ $# -eq 0 ] || exit 0
 
 processor=$(sed -n 's/^model name[^:]*: *//p' /proc/cpuinfo | head -1)
 {

@@ -64,6 +64,7 @@ find_missing() {
   if [ "$purpose" = bench ]; then
     need libarchive-tools have bsdtar
     need diffutils have diff
+    need python3 have python3
   fi
 }
 

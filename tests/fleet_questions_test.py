@@ -67,29 +67,29 @@ def lines_on_a_terminal(command):
 
 
 def ask_terminal(reports):
-    summary = subprocess.run("dmd-report --summary pulls", shell=True, check=False, text=True, stdout=subprocess.PIPE)
+    summary = subprocess.run("dmd-report --summary pulled", shell=True, check=False, text=True, stdout=subprocess.PIPE)
     rows = [line.split("\t") for line in summary.stdout.splitlines()[1:]]
     told = [(device, int(error), int(count), int(phones), first[:10], last[:10])
             for device, error, count, phones, first, last, _, _ in rows if device != "(dump)"]
     expect("what --summary tells", sorted(told, key=lambda row: (-row[2], row)), what_breaks_most(reports))
-    by_phone = subprocess.run("dmd-report --summary --by phone --error 28000 pulls", shell=True, check=False, text=True,
+    by_phone = subprocess.run("dmd-report --summary --by phone --error 28000 pulled", shell=True, check=False, text=True,
                               stdout=subprocess.PIPE)
     rows = [line.split("\t") for line in by_phone.stdout.splitlines()[1:]]
     told = [(phone, int(count), first[:10]) for phone, count, _, first, *_ in rows]
     expect("on which phones", sorted(told, key=lambda row: (-row[1], row)), on_which_phones(reports))
 
     os.environ["PAGER"] = "sed s/^/paged:/"
-    lines = lines_on_a_terminal("dmd-report --summary pulls")
+    lines = lines_on_a_terminal("dmd-report --summary pulled")
     [emmc] = [line for line in lines if line.startswith("paged:emmc ")]
     expect("the row of emmc", emmc.split()[1:6], ["28000", "78", "10", "11-14", "11-25"])
     expect("its days", re.search(r" +[▁▂▃▄▅▆▇█]+$", emmc)[0], "      ▂▃▄▆▇█")
-    lines = lines_on_a_terminal("dmd-report --no-pager -n 100 pulls")
+    lines = lines_on_a_terminal("dmd-report --no-pager -n 100 pulled")
     expect("lines that are too long", [line for line in lines[:-1] if len(line) > 80 and "dmd-report: " not in line], [])
     expect("the last line", lines[-1].split(",")[0], "100 reports of 655")
 
 
 def ask_sqlite(reports):
-    subprocess.run("dmd-report --sqlite fleet.db pulls", shell=True, check=False)  # 1: some files are damaged
+    subprocess.run("dmd-report --sqlite fleet.db pulled", shell=True, check=False)  # 1: some files are damaged
     questions = blocks_of("A database", "sql")
     answers = what_breaks_most, on_which_phones, is_it_getting_worse
     expect("questions", len(questions), len(answers))
@@ -140,7 +140,7 @@ def main():
         sys.exit(77)
     os.environ["PATH"] = os.pathsep.join(map(str, [pathlib.Path(dmd_report).parent, *servers[-1:], os.environ["PATH"]]))
     with tempfile.TemporaryDirectory(prefix="fleet_") as folder, contextlib.chdir(folder):
-        reports = fleet.make_thirty("pulls")
+        reports = fleet.make_thirty("pulled")
         if kind == "postgresql":
             with started_server():
                 ask_postgresql(reports)
