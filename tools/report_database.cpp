@@ -1,11 +1,15 @@
 // The tables, and what happens to what is in them already.
 #include "tools/report_database.h"
 
+#include <fcntl.h>
+
+#include <cerrno>
 #include <cstring>
 #include <stdexcept>
 
 #include <nlohmann/json.hpp>
 
+#include "platform/owned.h"
 #include "tools/report_json.h"
 #include "tools/terminal.h"
 
@@ -84,6 +88,10 @@ int bind(sqlite3_stmt* statement, int index, const Value& value) {
 }  // namespace
 
 ReportDatabase::ReportDatabase(const std::string& path) : path_(path) {
+    // SQLite does not say why, and opens what may only be read as well.
+    if (!UniqueFd(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644)).valid()) {
+        throw std::runtime_error(path + ": " + strerror(errno));
+    }
     // To SQLite, some names are not those of files, such as ":memory:".
     const std::string file = (path[0] == '/' ? "" : "./") + path;
     sqlite3* opened = nullptr;
@@ -168,9 +176,7 @@ void ReportDatabase::finish() {
 
 void ReportDatabase::require(int result) const {
     if (result != SQLITE_OK) {
-        const int reason = sqlite3_system_errno(database_.get());
-        throw std::runtime_error(path_ + ": " + sqlite3_errmsg(database_.get()) +
-                                 (reason != 0 ? std::string(": ") + strerror(reason) : ""));
+        throw std::runtime_error(path_ + ": " + sqlite3_errmsg(database_.get()));
     }
 }
 

@@ -1,14 +1,14 @@
 // A database of reports that grows with each pull.
 #pragma once
 
-#include <sqlite3.h>
-
 #include <cstdint>
 #include <initializer_list>
 #include <memory>
 #include <optional>
 #include <string>
 #include <variant>
+
+#include <sqlite3.h>
 
 #include "tools/phone_reports.h"
 
