@@ -95,6 +95,7 @@ TEST_F(Database, TakesWhatIsNewOfAKnownReport) {
     const auto nothing = [](Report*) {};
     const auto damaged = [](Report* report) { report->damaged = report->places[0].damaged = true; };
     const auto named = [](Report* report) { report->error_name = "silent", report->device = "touch"; };
+    const auto damaged_and_named = [&](Report* report) { damaged(report), named(report); };
     const auto packed = [](Report* report) {
         report->archive = "a.tar.gz";
         report->attachments = {{"x", 1}};
@@ -113,6 +114,7 @@ TEST_F(Database, TakesWhatIsNewOfAKnownReport) {
         {"whole after damaged", damaged, nothing, "reports.damaged, places.damaged", "0|0\n"},
         {"damaged after whole", nothing, damaged, "reports.damaged, places.damaged", "0|1\n"},
         {"names", nothing, named, "device, name", "touch|silent\n"},
+        {"names, in a damaged file", nothing, damaged_and_named, "name, reports.damaged", "silent|0\n"},
         {"no names any more", named, nothing, "device, name", "tpdev|null\n"},
         {"an archive", nothing, packed, "archive", "a.tar.gz\n"},
         {"no archive any more", packed, nothing, "archive", "a.tar.gz\n"},
