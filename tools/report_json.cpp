@@ -1,7 +1,6 @@
 // The document's form.
 #include "tools/report_json.h"
 
-#include "tools/phone_reports.h"
 #include "tools/terminal.h"
 
 namespace tools {
@@ -11,19 +10,6 @@ using nlohmann::json;
 
 json or_null(const std::string& text) {
     return text.empty() ? json() : json(text);
-}
-
-// The text's first bytes, without a piece of a character at the end.
-std::string beginning_of(const std::string& text, size_t size) {
-    constexpr size_t CHARACTER_MAX = 4;
-    if (text.size() <= size) {
-        return text;
-    }
-    size_t end = size;
-    while (end > 0 && size - end < CHARACTER_MAX && (static_cast<unsigned char>(text[end]) & 0xc0) == 0x80) {
-        --end;
-    }
-    return text.substr(0, end);
 }
 
 }  // namespace
@@ -86,28 +72,6 @@ std::string line_of(const Report& report) {
 std::string text_of(const json& document) {
     constexpr bool is_ascii = true;
     return document.dump(-1, ' ', is_ascii, json::error_handler_t::replace);
-}
-
-json short_json_of(const Report& report, size_t content_max) {
-    Report shortened = report;
-    if (report.kind == ReportKind::DUMP && !is_archive(report)) {
-        const auto take = [&](std::string_view piece) {
-            shortened.content += piece;
-            return shortened.content.size() <= content_max;
-        };
-        try {
-            read_dump(report, take);
-        } catch (const Unreadable&) {
-            shortened.content.clear();  // was readable a moment ago
-        }
-    }
-    const bool is_text = is_utf8(shortened.content = beginning_of(shortened.content, content_max));
-    json object = json_of(shortened);
-    if (report.kind == ReportKind::DUMP && is_text && !shortened.content.empty()) {
-        object["content"] = shortened.content;
-    }
-    object["content_cut"] = !object["content"].is_null() && shortened.content.size() < report.bytes;
-    return object;
 }
 
 }  // namespace tools

@@ -1,7 +1,6 @@
-// Reports as a document for programs, and for the page.
+// Reports as a document for programs.
 #pragma once
 
-#include <cstddef>
 #include <vector>
 
 #include <nlohmann/json.hpp>
@@ -22,9 +21,5 @@ std::string line_of(const Report& report);
 
 // The document as a text. It is ASCII: no character of a report reaches a terminal that would obey it.
 std::string text_of(const nlohmann::json& document);
-
-// As json_of; of a content, and of a dump of text, no more than the first so many bytes, and "content_cut"
-// says whether that is less than all.
-nlohmann::json short_json_of(const Report& report, size_t content_max);
 
 }  // namespace tools

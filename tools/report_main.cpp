@@ -37,9 +37,6 @@ constexpr int STATUS_DONE = 0;
 constexpr int STATUS_INCOMPLETE = 1;
 constexpr int STATUS_USAGE = 2;
 
-// Bytes of a content that a page shows.
-constexpr size_t PAGE_CONTENT_MAX = 64 * 1024;
-
 void put(std::string_view text) {
     if (fwrite(text.data(), 1, text.size(), stdout) != text.size()) {
         throw std::runtime_error(std::string("cannot write the output: ") + strerror(errno));
@@ -103,17 +100,13 @@ void print_json(const std::vector<const Report*>& reports, const std::vector<Pro
     put("]}\n");
 }
 
-void print_page(const std::string& path, const std::vector<const Report*>& reports,
+void print_page(const Choices& choices, const std::vector<const Report*>& reports,
                 const std::vector<Problem>& problems) {
-    nlohmann::json document = {{"reports", nlohmann::json::array()}, {"problems", json_of(problems)}};
-    for (const Report* const report : reports) {
-        document["reports"].push_back(short_json_of(*report, PAGE_CONTENT_MAX));
-    }
-    const std::string page = make_report_page(document);
-    if (path == "-") {
+    const std::string page = make_report_page(reports, problems, choices.paths);
+    if (choices.file == "-") {
         put(page);
     } else {
-        write_page(path, page);
+        write_page(choices.file, page);
     }
 }
 
@@ -325,7 +318,7 @@ void Run::finish_all() {
             print_json(reports, problems_);
             break;
         case Output::PAGE:
-            print_page(choices_.file, reports, problems_);
+            print_page(choices_, reports, problems_);
             break;
         case Output::SHOW:
             print_report(choices_, *reports[0]);

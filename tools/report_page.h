@@ -2,13 +2,15 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
-#include <nlohmann/json.hpp>
+#include "tools/report.h"
 
 namespace tools {
 
-// A self-contained HTML page that shows the document of dmd-report --json: everything it needs is in it, and
-// whatever the document's texts hold is shown as text.
-std::string make_report_page(const nlohmann::json& document);
+// A self-contained HTML page with the reports that were found below the paths, and with what could not be
+// read: everything that it needs is in it, and whatever the reports' texts hold is shown as text.
+std::string make_report_page(const std::vector<const Report*>& reports, const std::vector<Problem>& problems,
+                             const std::vector<std::string>& paths);
 
 }  // namespace tools

@@ -1,93 +1,98 @@
 // The timeline: a lane for each device and error number, a mark for each report or for many that stand close.
-"use strict";
 
-const SECOND = 1000, MINUTE = 60 * SECOND, HOUR = 60 * MINUTE, DAY = 24 * HOUR;
 const SHORTEST_RANGE = 10 * SECOND;  // reports carry whole seconds: there they stand apart
+const RADIUS = 5;
+const BIN = 24;       // pixels within which marks that would cover each other become one
+const MARGIN = 26;    // at both ends, for half of a tick's label
+const TICKS_LEAST = 3;
 
-const LANE_HEIGHT = 22, AXIS_HEIGHT = 36, RADIUS = 5;
-const BIN = 24;          // pixels within which marks that would cover each other become one
-const LANES_MOST = 400;  // drawn: a page of that height is for nobody
-
-// A number of milliseconds as the phone's clock showed it. All reckoning is in UTC, so that no time zone of the one
-// who looks, and no change to summer time of his, moves a report.
-function stampOf(time) {
-  return new Date(time).toISOString().slice(0, 19).replace("T", " ");
-}
-
-function draw(parent, name, attributes = {}, text = "") {
-  const node = document.createElementNS("http://www.w3.org/2000/svg", name);
-  for (const [key, value] of Object.entries(attributes)) {
-    node.setAttribute(key, value);
-  }
-  node.textContent = text;
-  parent?.append(node);
-  return node;
-}
-
-// Where the time axis has a tick: at round times, at most so many.
-const STEPS = [[SECOND, 1, 2, 5, 10, 15, 30], [MINUTE, 1, 2, 5, 10, 15, 30], [HOUR, 1, 2, 3, 6, 12], [DAY, 1, 2, 7]]
-  .flatMap(([unit, ...counts]) => counts.map(count => count * unit));
-const MONTH_STEPS = [1, 2, 3, 6, 12, 24, 60, 120, 600, 1200, 12000];
+// Where the time axis can have ticks: at round times.
+const STEPS = [
+  ...[[SECOND, 1, 2, 5, 10, 15, 30], [MINUTE, 1, 2, 5, 10, 15, 30], [HOUR, 1, 2, 3, 6, 12], [DAY, 1, 2, 7]]
+    .flatMap(([unit, ...counts]) => counts.map(count => ({length: count * unit}))),
+  ...[1, 2, 3, 6, 12, 24, 60, 120, 600, 1200, 12000].map(months => ({length: months * 30 * DAY, months}))];
 const MONTHS = "Jan Feb Mar Apr May Jun Jul Aug Sep Oct Nov Dec".split(" ");
 
-function ticksOf(from, to, most) {
-  const ticks = [];
-  const add = (time, label, context) =>
-    ticks.push({time, label, context: context === ticks.findLast(tick => tick.context)?.context ? "" : context});
-  const step = STEPS.find(candidate => (to - from) / candidate <= most);
-  if (step) {
-    const origin = step === 7 * DAY ? 4 * DAY : 0;  // a Monday
-    for (let time = origin + Math.ceil((from - origin) / step) * step; time <= to; time += step) {
-      const [date, clock] = stampOf(time).split(" ");
-      const [year, month, day] = date.split("-");
-      if (step < DAY) {
-        add(time, step < MINUTE ? clock : clock.slice(0, 5), date);
-      } else {
-        add(time, `${Number(day)} ${MONTHS[month - 1]}`, year);
-      }
+function timesOf({length, months}, from, to) {
+  const times = [];
+  if (months) {
+    const start = new Date(from);
+    let month = Math.ceil((start.getUTCFullYear() * 12 + start.getUTCMonth()) / months) * months;
+    for (; Date.UTC(0, month - 1900 * 12) <= to; month += months) {
+      times.push(Date.UTC(0, month - 1900 * 12));
     }
-    return ticks;
-  }
-  const months = MONTH_STEPS.find(candidate => (to - from) / (candidate * 30 * DAY) <= most) ?? MONTH_STEPS.at(-1);
-  const start = new Date(from);
-  const first = Math.floor((start.getUTCFullYear() * 12 + start.getUTCMonth()) / months) * months;
-  for (let month = first; ; month += months) {
-    const time = Date.UTC(Math.floor(month / 12), month % 12);
-    if (time > to) {
-      return ticks;
-    }
-    const year = String(Math.floor(month / 12));
-    if (time >= from) {
-      add(time, months < 12 ? MONTHS[month % 12] : year, months < 12 ? year : "");
+  } else {
+    const origin = length === 7 * DAY ? 4 * DAY : 0;  // a Monday
+    for (let time = origin + Math.ceil((from - origin) / length) * length; time <= to; time += length) {
+      times.push(time);
     }
   }
+  return times.filter(time => time >= from);
 }
 
-// The reports of one lane as marks. Those that would cover each other become one mark with their count.
-function marksOf(reports, xOf) {
-  const bins = Map.groupBy(reports, report => Math.floor(xOf(report.at) / BIN));
-  return [...bins].flatMap(([bin, members]) => {
-    const left = bin * BIN + RADIUS + 1, right = (bin + 1) * BIN - RADIUS - 1;
-    const places = members.map(report => Math.min(Math.max(xOf(report.at), left), right));
-    if (places.every((x, i) => i === 0 || x - places[i - 1] >= 2 * RADIUS + 2)) {
-      return members.map((report, i) => ({x: places[i], reports: [report]}));
-    }
-    return [{x: (bin + 0.5) * BIN, reports: members}];
+// The label of a tick, and what it is a part of.
+function labelOf(time, {length, months}) {
+  const [date, clock] = stampOf(time).split(" ");
+  const [year, month, day] = date.split("-");
+  if (months) {
+    return months < 12 ? [MONTHS[month - 1], year] : [year, ""];
+  }
+  return length >= DAY ? [`${Number(day)} ${MONTHS[month - 1]}`, year]
+                       : [length < MINUTE ? clock : clock.slice(0, 5), date];
+}
+
+// At most so many ticks, but no fewer than tell a direction.
+function ticksOf(from, to, most) {
+  const fitting = STEPS.findIndex(({length}) => (to - from) / length <= most);
+  const finer = timesOf(STEPS.at(fitting), from, to).length < TICKS_LEAST ? 1 : 0;
+  const step = STEPS.at(fitting > 0 ? fitting - finer : fitting);
+  let context = "";
+  return timesOf(step, from, to).map(time => {
+    const [label, part] = labelOf(time, step);
+    const tick = {time, label, context: part === context ? "" : part};
+    context = part;
+    return tick;
   });
+}
+
+// Reports in the order of time, by the bins they are in: [bin, start, end] each.
+function binsOf(reports, xOf) {
+  const bins = [];
+  for (let start = 0, end = 0; start < reports.length; start = end) {
+    const bin = Math.floor(xOf(reports[start].at) / BIN);
+    while (end < reports.length && Math.floor(xOf(reports[end].at) / BIN) === bin) {
+      ++end;
+    }
+    bins.push([bin, start, end]);
+  }
+  return bins;
+}
+
+// The reports of one lane as marks. Those that would cover each other become one.
+function marksOf(reports, xOf) {
+  const marks = [];
+  for (const [bin, start, end] of binsOf(reports, xOf)) {
+    const members = reports.slice(start, end), left = bin * BIN + RADIUS + 1, right = (bin + 1) * BIN - RADIUS - 1;
+    const xs = members.slice(0, 3).map(report => Math.min(Math.max(xOf(report.at), left), right));
+    if (xs.length < 3 && xs.every((x, i) => i === 0 || x - xs[i - 1] >= 2 * RADIUS + 2)) {
+      marks.push(...members.map((report, i) => ({x: xs[i], half: RADIUS + 4, reports: [report]})));
+    } else {
+      marks.push({x: (bin + 0.5) * BIN, half: BIN / 2 + 1, reports: members});
+    }
+  }
+  return marks;
 }
 
 // Draws a mark around 0, 0. Kind, a missing end and the test switch show in its shape, and do not exclude each other.
 // A mark of many shows what all of them have: where there are hundreds, nearly each has some of everything.
-function drawMark(parent, reports) {
+function drawMark(parent, reports, level) {
   const many = reports.length > 1;
-  const dump = reports.every(report => report.kind === "dump");
-  const cut = reports.every(report => report.cut);
-  const classes = `mark ${dump ? "dump" : "report"}${cut ? " cut" : ""}${many ? " many" : ""}`;
-  const group = draw(parent, "g", {class: classes, "data-count": reports.length, "data-number": reports[0].number});
+  const dump = reports.every(isDump);
+  const cut = reports.every(report => report.cut || report.damaged);
+  const group = draw(parent, "g", {class: `mark level-${level}${cut ? " cut" : ""}${many ? " many" : ""}`,
+                                   "data-count": reports.length, "data-number": reports[0].number});
   if (many) {
-    const opacity = Math.min(0.15 + 0.13 * Math.log10(reports.length), 0.5);
-    draw(group, "rect", {class: "shape", x: -BIN / 2 + 1.5, y: -7, width: BIN - 3, height: 14, rx: dump ? 1 : 7,
-                         "fill-opacity": opacity});
+    draw(group, "rect", {class: "shape", x: -BIN / 2 + 1.5, y: -7, width: BIN - 3, height: 14, rx: dump ? 1 : 7});
     const count = reports.length < 1000 ? reports.length : `${Math.floor(reports.length / 1000)}k`;
     draw(group, "text", {y: 3.5}, count);
   } else if (dump) {
@@ -95,196 +100,160 @@ function drawMark(parent, reports) {
   } else {
     draw(group, "circle", {class: "shape", r: RADIUS - 0.5});
   }
-  if (reports.every(report => report.test_switch === "on")) {
+  if (reports.every(isTest)) {
     draw(group, "rect", {class: "switch", x: -6, y: 8, width: 12, height: 2});
   }
   return group;
 }
 
-class Timeline {
-  // The caller is told of a report or a range that was chosen, and gives the text that tells a mark.
-  constructor(root, tip, {choose, setRange, describe}) {
-    Object.assign(this, {root, tip, choose, setRange, describe});
-    root.addEventListener("pointerdown", event => this.#press(event));
-    root.addEventListener("pointermove", event => this.#move(event));
-    root.addEventListener("pointerup", event => this.#release(event));
-    root.addEventListener("pointercancel", () => this.#forgetPress());
-    root.addEventListener("pointerleave", () => { this.tip.hidden = true; });
+class Timeline extends Lanes {
+  reach = BIN / 2;
+  pressed = null;
+
+  // The caller is told of a report or a range that was chosen.
+  constructor(root, {choose, setRange, drawAnew}) {
+    super(root, "Timeline", drawAnew);
+    Object.assign(this, {choose, setRange});
+    this.surface.addEventListener("pointerdown", event => {
+      this.pressed = event.button === 0 ? this.pointOf(event).x : null;
+    });
+    this.surface.addEventListener("pointerup", event => this.#release(event));
+    this.surface.addEventListener("pointercancel", () => this.#takeSpan());
   }
 
   // Draws the reports, which have a time in the range and are in its order. Returns how many lanes there are.
   render(reports, range, chosen) {
-    Object.assign(this, {range, width: this.root.clientWidth, lanes: [], surface: null});
-    this.left = this.width < 600 ? 124 : 200;
-    this.#forgetPress();
-    if (reports.length === 0) {
-      this.root.replaceChildren(make("p", {className: "hint empty"}, "No report with a date to show."));
-      return 0;
-    }
-    let lanes = [...Map.groupBy(reports, report => `${report.error} ${report.device}`).values()];
-    const laneCount = lanes.length;
-    if (laneCount > LANES_MOST) {
-      lanes = lanes.sort((a, b) => b.length - a.length).slice(0, LANES_MOST);
-    }
-    lanes.sort(([a], [b]) => (a.device === b.device ? a.error - b.error : a.device < b.device ? -1 : 1));
-
-    const groups = Map.groupBy(lanes, ([report]) => report.device);
-    const height = (lanes.length + groups.size) * LANE_HEIGHT + 2;
-    const ticks = ticksOf(range.from, range.to, Math.max(3, Math.floor((this.width - this.left) / 75)));
-    const axis = draw(null, "svg", {class: "axis", width: this.width, height: AXIS_HEIGHT, "aria-hidden": true});
-    this.surface = draw(null, "svg", {
-      width: this.width, height, role: "img",
-      "aria-label": `${reports.length} reports in ${laneCount} lanes; the table below lists the same reports`});
-    for (const [i, {time, label, context}] of ticks.entries()) {
-      const x = this.#xOf(time);
-      const anchor = x > this.width - 40 ? "end" : "middle";
-      draw(this.surface, "line", {class: "grid", x1: x, x2: x, y1: 0, y2: height});
-      if (anchor === "middle") {  // at the edge it would run into the one before
-        draw(axis, "text", {x, y: 15, "text-anchor": anchor}, label);
+    this.range = range;
+    this.#takeSpan();
+    const lanes = [...Map.groupBy(reports, report => report.failure)].map(
+      ([failure, members]) => ({key: failure.key, name: nameOf(failure), failure, count: members.length, members}));
+    lanes.sort((a, b) => b.count - a.count);
+    this.most = 1;
+    for (const {members} of lanes) {
+      for (const [, start, end] of binsOf(members, time => this.#xOf(time))) {
+        this.most = Math.max(this.most, end - start);
       }
-      draw(axis, "text", {class: "quiet", x: i === 0 ? Math.max(x, this.left + 30) : x, y: 30, "text-anchor": anchor},
-           context);
     }
-    let y = 0;
-    for (const [device, members] of groups) {
-      draw(this.surface, "rect", {class: "group", x: 0, y, width: this.width, height: LANE_HEIGHT});
-      this.#label(plain(device), members.reduce((sum, lane) => sum + lane.length, 0), y, "device");
-      for (const lane of members) {
-        y += LANE_HEIGHT;
-        this.#label(numberOf(lane[0]), lane.length, y, "lane");
-        const marks = marksOf(lane, time => this.#xOf(time));
-        for (const mark of marks) {
-          mark.y = y + LANE_HEIGHT / 2;
-          drawMark(this.surface, mark.reports).setAttribute("transform", `translate(${mark.x.toFixed(1)} ${mark.y})`);
-        }
-        this.lanes[y / LANE_HEIGHT] = marks;
-      }
-      y += LANE_HEIGHT;
-    }
-    this.root.replaceChildren(axis, this.surface);
-    if (laneCount > LANES_MOST) {
-      this.root.append(make("p", {className: "hint empty"},
-        `${laneCount - LANES_MOST} lanes with the fewest reports are not drawn; filters bring them here.`));
-    }
+    this.renderLanes(lanes, this.width, 36);
     this.show(chosen);
-    return laneCount;
+    return lanes.length;
+  }
+
+  drawAxis(axisHeight, height) {
+    const {from, to} = this.range;
+    for (const {time, label, context} of ticksOf(from, to, this.width / (this.width < 500 ? 50 : 75))) {
+      const x = this.#xOf(time);
+      draw(this.surface, "line", {class: "grid", x1: x, x2: x, y1: 0, y2: height});
+      draw(this.axis, "text", {class: "tick", x, y: 15, "text-anchor": "middle"}, label);
+      draw(this.axis, "text", {class: "quiet", x: Math.max(x, 32), y: 30, "text-anchor": "middle"}, context);
+    }
+  }
+
+  layOut(lane) {
+    return marksOf(lane.members, time => this.#xOf(time));
+  }
+
+  drawLane(parent, marks, y) {
+    for (const {x, reports} of marks) {
+      drawMark(parent, reports, levelOf(reports.length, this.most))
+        .setAttribute("transform", `translate(${x.toFixed(1)} ${y})`);
+    }
   }
 
   // Shows which mark the chosen report is in.
   show(chosen) {
     this.chosenNodes?.forEach(node => node.remove());
     this.chosenNodes = [];
-    const mark = chosen && this.lanes.flat().find(candidate => candidate?.reports.includes(chosen));
-    if (!mark) {
-      return;
-    }
-    const half = mark.reports.length > 1 ? BIN / 2 + 1 : RADIUS + 4;
-    this.chosenNodes = [
-      draw(this.surface, "line", {class: "guide", x1: mark.x, x2: mark.x, y1: 0, y2: mark.y - 10}),
-      draw(this.surface, "rect",
-           {class: "ring", x: mark.x - half, y: mark.y - 10, width: 2 * half, height: 20, rx: 4})];
-    const top = this.root.scrollTop, shown = this.root.clientHeight - AXIS_HEIGHT;
-    if (mark.y - LANE_HEIGHT < top || mark.y + LANE_HEIGHT > top + shown) {
-      this.root.scrollTop = mark.y - shown / 2;
+    const lane = chosen ? this.lanes.findIndex(({failure}) => failure === chosen.failure) : -1;
+    const mark = lane >= 0 && this.itemsOf(this.lanes[lane]).find(({reports}) => reports.includes(chosen));
+    if (mark) {
+      this.reveal(lane, mark.x);
+      this.chosenNodes = [
+        draw(this.rings, "line", {class: "guide", x1: mark.x, x2: mark.x, y1: 0, y2: lane * LANE_HEIGHT}),
+        this.ring(mark, lane, "chosen")];
     }
   }
 
-  #xOf(time) {
-    const {from, to} = this.range;
-    return this.left + (time - from) / (to - from) * (this.width - this.left - BIN / 2);
+  describe({reports: members}) {
+    if (members.length === 1) {
+      const [report] = members;
+      return [titleOf(report), phoneLine(report), whenOf(report), counted(report.bytes, "byte"), notesOf(report)]
+        .filter(Boolean).join("\n");
+    }
+    const first = members[0].at, last = members.at(-1).at;
+    const on = new Set(members.map(report => report.phone)).size;
+    const some = [["cut", ({cut}) => cut], ["of damaged files only", ({damaged}) => damaged],
+                  ["with the test switch on", isTest], ["dumps", isDump]]
+      .map(([name, test]) => [members.filter(test).length, name]).filter(([count]) => count > 0);
+    return [counted(members.length, "report") + (phones.length > 1 ? ` on ${counted(on, "phone")}` : ""),
+            ...some.map(([count, name]) => `${count} ${name}`),
+            stampOf(first), first !== last && `to ${stampOf(last)}`,
+            first === last ? "choose to see one after the other" : "choose to zoom in"].filter(Boolean).join("\n");
   }
 
-  #timeAt(x) {
-    const {from, to} = this.range;
-    const part = (x - this.left) / (this.width - this.left - BIN / 2);
-    return from + Math.min(Math.max(part, 0), 1) * (to - from);
-  }
-
-  // The name of a lane or, on a line of its own that it may fill, of a device, with the count of its reports.
-  #label(text, count, y, name) {
-    const letter = 7.5, start = name === "device" ? 8 : 18, room = Math.floor((this.width - start - 60) / letter);
-    const shown = text.length > room ? text.slice(0, room - 1) + "…" : text;
-    const end = Math.max(this.left - 12, start + shown.length * letter + 40);
-    draw(draw(this.surface, "text", {class: name, x: start, y: y + 15}, shown), "title", {}, text);
-    draw(this.surface, "text", {class: "quiet", x: end, y: y + 15, "text-anchor": "end"}, count);
-  }
-
-  #pointOf(event) {
-    const box = this.surface.getBoundingClientRect();
-    return {x: event.clientX - box.left, y: event.clientY - box.top};
-  }
-
-  // The mark that is nearest in the lane, so that a finger hits it too.
-  #markAt({x, y}) {
-    const marks = this.lanes[Math.floor(y / LANE_HEIGHT)] ?? [];
-    const distance = mark => Math.abs(mark.x - x);
-    const nearest = marks.reduce((best, mark) => (!best || distance(mark) < distance(best) ? mark : best), null);
-    return nearest && distance(nearest) <= BIN / 2 ? nearest : null;
-  }
-
-  #press(event) {
-    if (this.surface && event.button === 0 && this.#pointOf(event).x >= this.left) {
-      this.pressed = this.#pointOf(event).x;
-    }
-  }
-
-  #move(event) {
-    if (!this.surface) {
-      return;
-    }
-    const point = this.#pointOf(event);
-    if (this.pressed !== null && !this.span && Math.abs(point.x - this.pressed) > 5) {
-      this.root.setPointerCapture(event.pointerId);
-      this.span = draw(this.surface, "rect", {class: "span", y: 0, height: this.surface.getAttribute("height")});
-    }
-    if (this.span) {
-      this.span.setAttribute("x", Math.max(this.left, Math.min(point.x, this.pressed)));
-      this.span.setAttribute("width", Math.abs(Math.max(this.left, point.x) - this.pressed));
-      const ends = [this.pressed, point.x].sort((a, b) => a - b).map(x => stampOf(this.#timeAt(x)));
-      this.#tell(event, ends.join("\nto "));
-      return;
-    }
-    const mark = this.#markAt(point);
-    this.#tell(event, mark ? this.describe(mark.reports) : "");
-  }
-
-  #release(event) {
-    const {pressed, span} = this;
-    this.#forgetPress();
-    if (pressed === null) {
-      return;
-    }
-    const point = this.#pointOf(event);
-    if (span) {
-      const [from, to] = [pressed, point.x].sort((a, b) => a - b).map(x => this.#timeAt(x));
-      this.setRange(from, to);
-      return;
-    }
-    const reports = this.#markAt(point)?.reports;
-    if (!reports) {
-      return;
-    }
-    const first = reports[0].at, last = reports.at(-1).at;
+  activate({reports: members}) {
+    const first = members[0].at, last = members.at(-1).at;
     if (first === last) {
-      this.choose(reports);
+      this.choose(members);
     } else {
       const margin = Math.max((last - first) / 20, (SHORTEST_RANGE - (last - first)) / 2, SECOND);
       this.setRange(first - margin, last + margin);
     }
   }
 
-  #forgetPress() {
-    this.span?.remove();
-    Object.assign(this, {pressed: null, span: null});
-    this.tip.hidden = true;
+  #xOf(time) {
+    const {from, to} = this.range;
+    return MARGIN + (time - from) / (to - from) * (this.width - 2 * MARGIN);
   }
 
-  #tell(event, text) {
-    this.tip.hidden = text === "";
-    this.tip.textContent = text;
-    const box = this.tip.parentElement.getBoundingClientRect();
-    const x = Math.min(event.clientX - box.left + 14, box.width - this.tip.offsetWidth);
-    this.tip.style.left = `${Math.max(0, x)}px`;
-    this.tip.style.top = `${event.clientY - box.top + 16}px`;
+  #timeAt(x) {
+    const {from, to} = this.range;
+    const part = (x - MARGIN) / (this.width - 2 * MARGIN);
+    return from + Math.min(Math.max(part, 0), 1) * (to - from);
+  }
+
+  // ---- A range that is dragged
+
+  point(event) {
+    const {x} = this.pointOf(event);
+    if (event.buttons === 0) {
+      this.pressed = null;  // it was released elsewhere
+    }
+    if (this.pressed !== null && !this.span && Math.abs(x - this.pressed) > 5) {
+      this.surface.setPointerCapture(event.pointerId);
+      this.span = draw(this.rings, "rect", {class: "span", y: 0, height: this.surface.clientHeight});
+    }
+    if (!this.span) {
+      super.point(event);
+      return;
+    }
+    this.span.setAttribute("x", Math.min(x, this.pressed));
+    this.span.setAttribute("width", Math.abs(x - this.pressed));
+    this.tell(this.#timesFrom(x).map(stampOf).join("\nto "), event.clientX, event.clientY);
+  }
+
+  #release(event) {
+    if (this.span) {
+      const range = this.#timesFrom(this.pointOf(event).x);
+      this.#takeSpan();
+      this.setRange(...range);
+    }
+  }
+
+  click(event) {
+    if (this.pressed !== null) {  // it is not the end of a range
+      super.click(event);
+    }
+    this.pressed = null;
+  }
+
+  #timesFrom(x) {
+    return [this.pressed, x].sort((a, b) => a - b).map(end => this.#timeAt(end));
+  }
+
+  #takeSpan() {
+    this.span?.remove();
+    Object.assign(this, {pressed: null, span: null});
+    this.tell("");
   }
 }
