@@ -49,6 +49,7 @@ find_missing() {
     need python3 have python3
     need chromium have chromium
     need chromium-driver have chromedriver
+    need npm have npm
     need make have make
     need m4 have m4
     need checkpolicy have checkpolicy

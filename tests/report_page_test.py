@@ -41,6 +41,7 @@ BROWSER_OPTIONS = """--headless --no-sandbox --disable-gpu --disable-quic --no-f
     --remote-debugging-pipe""".split()  # a pipe: the driver would look its socket up by a name
 PATIENCE = 300  # seconds; the machine may have much else to do
 KEY_DOWN, KEY_RIGHT, KEY_HOME, KEY_END, KEY_ENTER = "\ue015", "\ue014", "\ue011", "\ue010", "\ue007"
+AXE = pathlib.Path(__file__).parents[1] / "build/npm/node_modules/axe-core/axe.min.js"
 OPENS_IN, FILTERS_IN = 4, 0.2  # seconds, with 100,000 reports on an idle machine
 FACTOR = 3                     # of these, which a busy one is allowed
 
@@ -281,6 +282,22 @@ def check_narrow(browser, url):
         "document.documentElement.scrollWidth <= innerWidth]"), [True, True])
 
 
+def check_access(browser, url):
+    """Has the rules of accessibility checked, with the details of a report and all that is folded open."""
+    if not AXE.exists():
+        print(f"not checked for accessibility: there is no {AXE}")
+        return
+    for width, height, scheme in ((1400, 1000, "light"), (1400, 1000, "dark"), (360, 740, "light"), (360, 740, "dark")):
+        browser.look(width, height, scheme)
+        browser.open(url)
+        browser.get("[step(1), document.querySelectorAll('details').forEach(fold => { fold.open = true; })]")
+        browser.call("POST", "/execute/sync", script=AXE.read_text(), args=[])
+        found = browser.call("POST", "/execute/async", args=[], script="const done = arguments[0];"
+                             "axe.run({preload: false}).then(({violations}) => done(violations.map("
+                             "({id, nodes}) => [id, nodes.map(({html}) => html.slice(0, 200))])))")
+        expect(f"what is hard to use at {width} pixels, {scheme}", found, [])
+
+
 def check_speed(browser, url, count):
     browser.look(1280, 1000, "light")
     browser.open(url)
@@ -325,6 +342,7 @@ def main():
             check_answers(browser, thirty_url, thirty)
             check_keys(browser, thirty_url)
             check_narrow(browser, thirty_url)
+            check_access(browser, thirty_url)
             check_speed(browser, many_url, many)
             check_quiet(browser, urls)
 
