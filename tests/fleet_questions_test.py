@@ -70,7 +70,7 @@ def ask_terminal(reports):
     summary = subprocess.run("dmd-report --summary pulled", shell=True, check=False, text=True, stdout=subprocess.PIPE)
     rows = [line.split("\t") for line in summary.stdout.splitlines()[1:]]
     told = [(device, int(error), int(count), int(phones), first[:10], last[:10])
-            for device, error, count, phones, first, last, _, _ in rows if device != "(dump)"]
+            for device, error, count, phones, first, last, *_ in rows if device != "(dump)"]
     expect("what --summary tells", sorted(told, key=lambda row: (-row[2], row)), what_breaks_most(reports))
     by_phone = subprocess.run("dmd-report --summary --by phone --error 28000 pulled", shell=True, check=False, text=True,
                               stdout=subprocess.PIPE)

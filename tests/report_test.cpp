@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <filesystem>
 #include <map>
 #include <random>
 #include <sstream>
@@ -530,7 +531,7 @@ TEST_F(ReportOptions, Choose) {
         {"--until 2015-06-01 --since '2015-06-01 10:11'", {"1", "2", "3"}},
         {"--until '2015-06-01 10:10'", {}},
         {"--since -1w", {}},
-        {"--since -999999d --until yesterday", {"1", "2", "3"}},
+        {"--since -9999d --until yesterday", {"1", "2", "3"}},
         {"--phone 'PULL*' --grep C", {"3"}},
         {"-n 2", {"3", "4"}},
         {"-r -n 2", {"4", "3"}},
@@ -559,7 +560,8 @@ TEST_F(ReportOptions, ThatAreWrongAreRefused) {
         {"--error 9-7", 2, "--error: \"9-7\" is no error number, as "},
         {"--show 5", 2, "there is no report 5: there are 4 reports"},
         {"--show 1 --error 7", 2, "and no filter"},
-        {"--show ''", 2, "is no number of a report"},
+        {"--show ''", 2, "is no number, as 7"},
+        {"-n -1", 2, "is no number, as 7"},
         {"--device ''", 2, "--device: its value is empty"},
         {"--html x --json", 2, "--json and --html do not go together"},
         {"--since 2015-06-02 --until 2015-06-01", 2, "--since is after --until"},
@@ -601,7 +603,7 @@ TEST_F(ReportOptions, WriteAPageInPlaceOfAPage) {
 // Writes the files, and the folders that they are in.
 void write_files(const std::map<std::string, std::string>& files) {
     for (const auto& [path, bytes] : files) {
-        ASSERT_EQ(0, system(("mkdir -p $(dirname " + path + ")").c_str()));
+        std::filesystem::create_directories("./" + path.substr(0, path.rfind('/') + 1));
         write_file(path, bytes);
     }
 }
@@ -617,13 +619,15 @@ TEST(ReportPhones, HaveTheNamesOfTheirFolders) {
         {"files in the path itself", {"p/", "p/copy/"}, {"p"}, "", {"p"}},
         {"a file", {"p/dmd_log/"}, {"p/dmd_log/" + RECORD}, "", {"p"}},
         {"several folders", {"f/a/", "f/a/first/", "f/b/second/"}, {"f"}, "", {"a", "b"}},
-        {"a folder that holds all the others", {"f/all/a/", "f/all/b/"}, {"f"}, "", {"a", "b"}},
+        {"a folder alone", {"f/a/first/", "f/a/second/"}, {"f"}, "", {"a"}},
         {"the phone's own folders", {"p/data/kvdx_logs/dmd_log/"}, {"p"}, "", {"p"}},
         {"the phone's own folders alone", {"p/dmd_log/"}, {"p/dmd_log"}, "", {"p"}},
+        {"days of two phones", {"p/2026-11-24/", "q/2026-11-24/"}, {"p", "q"}, "", {"p", "q"}},
+        {"phones of two days", {"f/2026-11-24/a/", "f/2026-11-25 10_11/a/"}, {"f"}, "", {"a"}},
         {"the folder at hand", {"a/"}, {"a/."}, "", {"a"}},
         {"two pulls of a phone", {"mon/a/", "mon/b/", "tue/a/"}, {"mon", "tue"}, "", {"a", "b"}},
-        {"folders in another order", {"f/mon/a-1/", "f/tue/a-2/"}, {"f"}, "*/{phone}-?", {"a"}},
-        {"a pattern that does not fit", {"f/a/", "f/b+/"}, {"f"}, "{phone}+", {"a", "b"}},
+        {"folders in another order", {"f/mon/a-1/", "f/tue/a-2/"}, {"f"}, "./f/*/{phone}-?/", {"a"}},
+        {"a pattern that does not fit", {"f/a/", "f/b+/"}, {"f"}, "f/{phone}+", {"a", "b"}},
     };
     for (const auto& c : cases) {
         enter_pulled();
@@ -775,27 +779,27 @@ TEST(ReportSummary, TellsWhatBreaksMostAndSinceWhen) {
     using Lines = std::vector<std::string>;
     EXPECT_EQ(
         (Lines{
-            "tp|5|3|2|2026-11-01 10:11:12|2026-11-03 10:11:12|b (2)|2026-11-01:1,2026-11-02:1,2026-11-03:1",
-            "tp|7|2|2|2026-11-03 10:11:12|2026-99-03 10:11:12|b (1)|2026-11-03:1"}),
-        summarise(tools::SummaryBy::ERROR, reports, false));
-    EXPECT_EQ((Lines{"tp|5|3|2|11-01|11-03|b (2)|███", "tp|7|2|2|11-03|99-03|b (1)|  █"}),
-              summarise(tools::SummaryBy::ERROR, reports, true));
-    EXPECT_EQ((Lines{"a|1|1|11-01|11-01|tp 5 (1)|█  ", "b|3|2|11-02|11-03|tp 5 (2)| ▄█",
-                     "c|1|1|99-03|99-03|tp 7 (1)|   "}),
-              summarise(tools::SummaryBy::PHONE, reports, true));
+            "tp|5|3|2|2026-11-01 10:11:12|2026-11-03 10:11:12|b (2)|0|2026-11-01:1,2026-11-02:1,2026-11-03:1",
+            "tp|7|2|2|2026-11-03 10:11:12|2026-99-03 10:11:12|b (1)|1|2026-11-03:1"}),
+        summarise(tools::BY_ERROR, reports, false));
+    EXPECT_EQ((Lines{"tp|5|3|2|11-01|11-03|b (2)|0|███", "tp|7|2|2|11-03|99-03|b (1)|1|  █"}),
+              summarise(tools::BY_ERROR, reports, true));
+    EXPECT_EQ((Lines{"a|1|1|11-01|11-01|tp 5 (1)|-1|█  ", "b|3|2|11-02|11-03|tp 5 (2)|2| ▄█",
+                     "c|1|1|99-03|99-03|tp 7 (1)|0|   "}),
+              summarise(tools::BY_PHONE, reports, true));
     EXPECT_EQ((Lines{"2026-11-01|1|1|1|tp 5 (1)", "2026-11-02|1|1|1|tp 5 (1)", "2026-11-03|2|1|2|tp 5 (1)",
                      "2026-99-03|1|1|1|tp 7 (1)"}),
-              summarise(tools::SummaryBy::DAY, reports, true));
+              summarise(tools::BY_DAY, reports, true));
     EXPECT_EQ((Lines{"tp|5|1|1|11-03|11-03|else", "tp|5|2|2|11-01|11-02|retry #", "tp|7|2|2|11-03|99-03|"}),
-              summarise(tools::SummaryBy::TEXT, reports, true));
+              summarise(tools::BY_TEXT, reports, true));
 
     // A phone whose clock is years off leaves the bars of the others as they are.
     for (int i = 0; i < 100; ++i) {
         reports.push_back(make("a", "2026-11-01", 5, ""));
     }
     reports.push_back(make("d", "1970-01-01", 5, ""));
-    EXPECT_EQ("tp|5|104|3|1970-01-01|2026-11-03|a (101)|█▁▁",
-              summarise(tools::SummaryBy::ERROR, reports, true)[0]);
+    EXPECT_EQ("tp|5|104|3|1970-01-01|2026-11-03|a (101)|-100|█▁▁",
+              summarise(tools::BY_ERROR, reports, true)[0]);
 }
 
 TEST(Terminal, TablesFitItsWidth) {

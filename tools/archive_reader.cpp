@@ -20,6 +20,11 @@ constexpr std::string_view ZIP_MARK = "PK\x03\x04";
 // Bytes of a member's name that are kept.
 constexpr size_t NAME_MAX_BYTES = 4096;
 
+constexpr char NO_NAME[] = "(a name that cannot be read)";
+
+// Bytes after which no more of the members is read.
+constexpr uint64_t MEMBERS_BYTES_MAX = uint64_t{64} << 30;
+
 bool is_zero(std::string_view bytes) {
     return bytes.find_first_not_of('\0') == std::string_view::npos;
 }
@@ -68,11 +73,16 @@ bool ArchiveReader::next() {
     while (!is_over_) {
         const int result = archive_read_next_header(archive_.get(), &entry_);
         if (result == ARCHIVE_OK || result == ARCHIVE_WARN) {
+            if (name() == NO_NAME) {
+                note("holds a member whose name cannot be read");
+            }
             return true;
         }
         const int64_t read_to = archive_filter_bytes(archive_.get(), 0);
         if (result == ARCHIVE_EOF) {
-            if (is_tar_ && read_to == archive_read_header_position(archive_.get())) {
+            const bool is_tar =
+                (archive_format(archive_.get()) & ARCHIVE_FORMAT_BASE_MASK) == ARCHIVE_FORMAT_TAR;
+            if (is_tar && read_to == archive_read_header_position(archive_.get())) {
                 note("is cut: the archive has no end");
             }
             is_complete_ = damage_.empty();
@@ -92,8 +102,7 @@ std::string ArchiveReader::name() const {
     if (name == nullptr) {
         name = archive_entry_pathname_utf8(entry_);
     }
-    return name == nullptr ? "(a name that cannot be read)"
-                           : std::string(name, strnlen(name, NAME_MAX_BYTES));
+    return name == nullptr ? NO_NAME : std::string(name, strnlen(name, NAME_MAX_BYTES));
 }
 
 bool ArchiveReader::is_file() const {
@@ -102,6 +111,11 @@ bool ArchiveReader::is_file() const {
 
 bool ArchiveReader::is_folder() const {
     return archive_entry_filetype(entry_) == AE_IFDIR;
+}
+
+std::string ArchiveReader::hard_link() const {
+    const char* const name = archive_entry_hardlink(entry_);
+    return name == nullptr ? "" : name;
 }
 
 int64_t ArchiveReader::time() const {
@@ -115,6 +129,14 @@ std::string_view ArchiveReader::read() {
     int result = entry_ == nullptr ? ARCHIVE_EOF : ARCHIVE_OK;
     while (result == ARCHIVE_OK && size == 0) {
         result = archive_read_data_block(archive_.get(), &bytes, &size, &offset);
+    }
+    bytes_read_ += size;
+    if (bytes_read_ > MEMBERS_BYTES_MAX) {
+        note("is read no further than its first 64 GiB");
+        is_cut_ = true;
+        is_over_ = true;
+        entry_ = nullptr;
+        return {};
     }
     if (result == ARCHIVE_OK) {
         return {static_cast<const char*>(bytes), size};

@@ -33,7 +33,8 @@ class ArchiveReader {
     std::string name() const;
     bool is_file() const;
     bool is_folder() const;
-    int64_t time() const;  // 0: none
+    std::string hard_link() const;  // the member that it is another name of; empty: none
+    int64_t time() const;           // 0: none
     // The next bytes of the member, valid until the next call. None at its end.
     std::string_view read();
     bool is_cut() const { return is_cut_; }  // bytes of the member are missing
@@ -51,6 +52,7 @@ class ArchiveReader {
     const bool is_tar_;  // of which libarchive says what stands where
     std::unique_ptr<archive, int (*)(archive*)> archive_;
     archive_entry* entry_ = nullptr;
+    uint64_t bytes_read_ = 0;
     bool is_over_ = false;
     bool is_cut_ = false;
     bool is_complete_ = false;

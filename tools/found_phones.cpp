@@ -7,8 +7,8 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <functional>
 #include <map>
-#include <optional>
 #include <regex>
 #include <set>
 #include <system_error>
@@ -30,13 +30,12 @@ constexpr char NO_FILE[] = "holds no file named dmd_record_N.txt, dmd_commercial
 // Bytes, uncompressed, after which no more of a packed pull is read.
 constexpr uint64_t PULL_MAX = uint64_t{64} << 30;
 
-// Folders of the phone's own: they tell no phone from another.
-const std::set<std::string> OWN_FOLDERS = {"data", "kvdx_logs", "dmd_log", ".", ""};
-
-// A file of one of the paths, and the folders between the path and it.
+// A file of one of the paths.
 struct Candidate {
     FoundFile file;
-    std::vector<std::string> folders;
+    std::string identity;              // the same for one file found twice
+    std::vector<std::string> folders;  // between the path, or the packed pull, and it
+    std::string phone;                 // its name
 };
 
 bool is_ours(const std::string& name) {
@@ -50,23 +49,40 @@ std::string stem_of(const std::string& name) {
     return std::regex_match(name, parts, form) && !parse_dump_name(name) ? parts[1].str() : "";
 }
 
+// Whether the folder can tell a phone from others: not if it is one of the phone's own, or names a day.
+bool can_name_a_phone(const std::string& folder) {
+    static const std::regex others(
+        "|/|\\.|\\.\\.|data|kvdx_logs|dmd_log|20[0-9]{2}-[0-9]{2}(-[0-9]{2}([ T_].*)?)?");
+    return !std::regex_match(folder, others);
+}
+
+std::string identity_of(const struct stat& status) {
+    return std::to_string(status.st_dev) + ":" + std::to_string(status.st_ino);
+}
+
 class Search {
   public:
-    explicit Search(std::vector<Problem>* problems) : problems_(problems) {}
+    Search(std::vector<Problem>* problems, const std::function<void(const std::string&)>& unpacking)
+        : problems_(problems), unpacking_(unpacking) {}
 
-    // Returns what the path names or holds.
+    // Returns what the path names or holds, with the phones' names.
     std::vector<Candidate> path(const std::string& path);
 
   private:
     void folder(const std::string& folder);
     void file(const std::string& path, const struct stat& status);
     void named_file(const std::string& path, const struct stat& status);
-    void pull(const std::string& path);
+    void pull(const std::string& path, const struct stat& status);
+    void phone_pull(const std::string& path, const struct stat& status);
+    void name_phones(const std::string& path, size_t begin);
+    void member(const std::string& pull, const std::string& identity, ArchiveReader* archive);
+    FoundFile spooled(ArchiveReader* archive);
     void note(const std::string& file, const std::string& text) { problems_->push_back({"", file, text}); }
 
     std::vector<Problem>* problems_;
-    std::set<std::pair<dev_t, ino_t>> seen_;
+    const std::function<void(const std::string&)>& unpacking_;
     Spool spool_;
+    std::map<std::string, FoundFile> members_;  // of the pull at hand, for hard links to them
     // Of the path at hand.
     std::vector<Candidate> found_;
     std::vector<std::string> folders_;
@@ -88,6 +104,7 @@ std::vector<Candidate> Search::path(const std::string& path) {
     if (!found_any_ && problems_->size() == problems_before) {
         note(path, NO_FILE);
     }
+    name_phones(path, 0);
     return std::move(found_);
 }
 
@@ -113,25 +130,25 @@ void Search::folder(const std::string& folder) {
             folders_.push_back(name);
             this->folder(path);
             folders_.pop_back();
-        } else if (!is_ours(name) && (stem.empty() || S_ISLNK(status.st_mode))) {
-            continue;
         } else if (S_ISLNK(status.st_mode)) {
-            note(path, "is a symbolic link, which is not followed");
+            if (is_ours(name) || fs::is_directory(path, error)) {
+                note(path, "is a symbolic link, which is not followed");
+            }
         } else if (is_ours(name)) {
             file(path, status);
-        } else if (S_ISREG(status.st_mode) && seen_.insert({status.st_dev, status.st_ino}).second) {
-            folders_.push_back(stem);
-            pull(path);
-            folders_.pop_back();
+        } else if (!stem.empty() && S_ISREG(status.st_mode)) {
+            if (std::any_of(folders_.begin(), folders_.end(), can_name_a_phone)) {
+                pull(path, status);
+            } else {
+                phone_pull(path, status);
+            }
         }
     }
 }
 
 void Search::file(const std::string& path, const struct stat& status) {
     found_any_ = true;
-    if (seen_.insert({status.st_dev, status.st_ino}).second) {
-        found_.push_back({{path}, folders_});
-    }
+    found_.push_back({{path}, identity_of(status), folders_, ""});
 }
 
 // What is named may have any name: its bytes tell whether it is a packed pull.
@@ -144,46 +161,43 @@ void Search::named_file(const std::string& path, const struct stat& status) {
             // It is said when the file is read.
         }
     }
-    if (!is_packed) {
-        file(path, status);
-    } else if (seen_.insert({status.st_dev, status.st_ino}).second) {
-        pull(path);
+    if (is_packed) {
+        phone_pull(path, status);
     } else {
-        found_any_ = true;
+        file(path, status);
     }
 }
 
+// A pull that no folder above names a phone for: it is looked at as a path of its own.
+void Search::phone_pull(const std::string& path, const struct stat& status) {
+    const size_t begin = found_.size();
+    const std::vector<std::string> above = std::exchange(folders_, {});
+    pull(path, status);
+    folders_ = above;
+    // The folder that holds all the rest is what was packed.
+    const auto is_below_first = [&](const Candidate& candidate) {
+        return !candidate.folders.empty() && candidate.folders[0] == found_[begin].folders[0];
+    };
+    if (begin < found_.size() && !found_[begin].folders.empty() &&
+        std::all_of(found_.begin() + static_cast<ptrdiff_t>(begin), found_.end(), is_below_first)) {
+        for (size_t i = begin; i < found_.size(); ++i) {
+            found_[i].folders.erase(found_[i].folders.begin());
+        }
+    }
+    name_phones(path, begin);
+}
+
 // Unpacks the phone's files.
-void Search::pull(const std::string& path) {
+void Search::pull(const std::string& path, const struct stat& status) {
+    unpacking_(path);
     const size_t found_before = found_.size();
+    members_.clear();
     std::string damage;
     try {
         PulledFile file({path}, PULL_MAX);
         ArchiveReader archive(&file);
         while (archive.next()) {
-            const fs::path member = fs::path("/" + archive.name()).lexically_normal().relative_path();
-            const std::string name = member.filename();
-            const std::string shown = fs::path(path) / member;
-            if (!archive.is_file()) {
-                continue;
-            }
-            if (!is_ours(name)) {
-                if (!stem_of(name).empty()) {
-                    note(shown, "is packed twice, and is read only when " + path + " is unpacked");
-                }
-                continue;
-            }
-            const uint64_t begin = spool_.size();
-            for (std::string_view piece = archive.read(); !piece.empty(); piece = archive.read()) {
-                spool_.add(piece);
-            }
-            std::vector<std::string> folders = folders_;
-            for (const fs::path& folder : member.parent_path()) {
-                folders.push_back(folder);
-            }
-            if (spool_.fd()) {
-                found_.push_back({{shown, spool_.fd(), begin, spool_.size(), archive.is_cut()}, folders});
-            }
+            member(path, identity_of(status), &archive);
         }
         damage = archive.damage();
     } catch (const Unreadable& error) {
@@ -206,59 +220,97 @@ void Search::pull(const std::string& path) {
         [&](const Candidate& left, const Candidate& right) { return order(left) < order(right); });
 }
 
-// The last of the names that is not one of the phone's own; empty when all are.
-std::string telling_name(const std::vector<std::string>& names) {
-    const auto found = std::find_if(names.rbegin(), names.rend(),
-                                    [](const std::string& name) { return OWN_FOLDERS.count(name) == 0; });
-    return found == names.rend() ? "" : *found;
+// Takes a member of a pull, if it is one of the phone's files.
+void Search::member(const std::string& pull, const std::string& identity, ArchiveReader* archive) {
+    const std::string member_name = archive->name();
+    const fs::path path = fs::path("/" + member_name).lexically_normal().relative_path();
+    const std::string name = path.filename();
+    const std::string shown = fs::path(pull) / path;
+    const auto linked = members_.find(archive->hard_link());
+    FoundFile file;
+    if (!is_ours(name)) {
+        if (archive->is_file() && !stem_of(name).empty()) {
+            note(shown, "is packed twice, and is read only when " + pull + " is unpacked");
+        }
+        return;
+    }
+    if (linked != members_.end()) {
+        file = linked->second;
+    } else if (archive->is_file()) {
+        file = spooled(archive);
+        if (file.cut && file.end - file.begin == FILE_MAX) {
+            note(shown, "is read no further than its first GiB");
+        }
+    } else {
+        note(shown, "is no regular file");
+        return;
+    }
+    file.path = shown;
+    members_[member_name] = file;
+    std::vector<std::string> folders = folders_;
+    for (const fs::path& folder : path.parent_path()) {
+        folders.push_back(folder);
+    }
+    found_.push_back({file, identity + "/" + path.string(), folders, ""});
+}
+
+FoundFile Search::spooled(ArchiveReader* archive) {
+    FoundFile file;
+    file.begin = spool_.size();
+    spool_.add("");
+    for (std::string_view piece = archive->read(); !piece.empty(); piece = archive->read()) {
+        const uint64_t room = FILE_MAX - (spool_.size() - file.begin);
+        file.cut = file.cut || piece.size() > room;
+        spool_.add(piece.substr(0, room));
+    }
+    file.spool = spool_.fd();
+    file.end = spool_.size();
+    file.cut = file.cut || archive->is_cut();
+    return file;
 }
 
 // The name of the phone that a path itself is.
 std::string name_of(const std::string& path) {
     std::error_code error;
     fs::path whole = fs::canonical(path, error);
-    if (error) {
-        whole = path;
-    }
-    std::vector<std::string> folders;
-    for (const fs::path& folder : fs::is_directory(whole, error) ? whole : whole.parent_path()) {
-        folders.push_back(folder);
-    }
     const std::string stem = fs::is_directory(whole, error) ? "" : stem_of(whole.filename());
-    const std::string name = stem.empty() ? telling_name(folders) : stem;
-    return name.empty() || name == "/" ? "phone" : name;
+    if (can_name_a_phone(stem)) {
+        return stem;
+    }
+    while (!can_name_a_phone(whole.filename()) || !fs::is_directory(whole, error)) {
+        if (whole == whole.parent_path()) {
+            return "phone";
+        }
+        whole = whole.parent_path();
+    }
+    return whole.filename();
 }
 
-// Gives each candidate of the path its phone's name.
-std::vector<std::string> name_phones(const std::string& path, const std::vector<Candidate>& candidates) {
-    // A folder that all are in tells none from another.
-    size_t depth = 0;
-    const auto all_share = [&] {
-        return std::all_of(candidates.begin(), candidates.end(), [&](const Candidate& candidate) {
-            return candidate.folders.size() > depth &&
-                   candidate.folders[depth] == candidates[0].folders[depth];
-        });
-    };
-    while (!candidates.empty() && all_share()) {
-        ++depth;
+// Names the phones of what was found from that place on, all below the path.
+void Search::name_phones(const std::string& path, size_t begin) {
+    bool is_one = false;
+    for (size_t i = begin; i < found_.size(); ++i) {
+        Candidate& candidate = found_[i];
+        if (candidate.phone.empty()) {
+            const auto name =
+                std::find_if(candidate.folders.begin(), candidate.folders.end(), can_name_a_phone);
+            is_one = is_one || name == candidate.folders.end();
+            candidate.phone = name == candidate.folders.end() ? "" : *name;
+        }
     }
-    const bool is_one = std::any_of(candidates.begin(), candidates.end(), [&](const Candidate& candidate) {
-        return candidate.folders.size() == depth;
-    });
-    std::vector<std::string> names;
-    for (const Candidate& candidate : candidates) {
-        names.push_back(is_one ? "" : candidate.folders[depth]);
+    for (size_t i = begin; is_one && i < found_.size(); ++i) {
+        found_[i].phone = name_of(path);
     }
-    if (is_one) {
-        const auto begin = candidates[0].folders.begin();
-        const std::string shared = telling_name({begin, begin + static_cast<ptrdiff_t>(depth)});
-        names.assign(names.size(), shared.empty() ? name_of(path) : shared);
-    }
-    return names;
 }
 
-// The pattern as an expression that fits the beginning of a path, whole folders.
-std::regex expression_of(const std::string& pattern) {
+std::string normal(const std::string& path) {
+    const std::string normal = fs::path(path).lexically_normal();
+    return normal.size() > 1 && normal.back() == '/' ? normal.substr(0, normal.size() - 1) : normal;
+}
+
+// The pattern as an expression that fits a path below it.
+std::regex expression_of(const std::string& given) {
+    const std::string pattern = normal(given);
     std::string expression;
     for (size_t at = 0; at < pattern.size(); ++at) {
         if (pattern.compare(at, strlen(PHONE_MARK), PHONE_MARK) == 0) {
@@ -273,39 +325,31 @@ std::regex expression_of(const std::string& pattern) {
             expression += pattern[at];
         }
     }
-    return std::regex("(?:" + expression + ")(?:/.*)?");
-}
-
-std::optional<std::string> name_from(const std::regex& expression, const Candidate& candidate) {
-    std::string folders;
-    for (const std::string& folder : candidate.folders) {
-        folders += (folders.empty() ? "" : "/") + folder;
-    }
-    std::smatch parts;
-    return std::regex_match(folders, parts, expression) ? std::optional(parts[1].str()) : std::nullopt;
+    return std::regex("(?:" + expression + ")/.*");
 }
 
 }  // namespace
 
-FoundPhones find_phones(const std::vector<std::string>& paths, const std::string& phone_from) {
+FoundPhones find_phones(const std::vector<std::string>& paths, const std::string& phone_from,
+                        const std::function<void(const std::string&)>& unpacking) {
     FoundPhones found;
-    Search search(&found.problems);
+    Search search(&found.problems, unpacking);
     std::map<std::string, std::vector<FoundFile>> files;
+    std::set<std::pair<std::string, std::string>> seen;  // names and identities
     const std::regex expression = expression_of(phone_from);
     for (const std::string& path : paths) {
         std::vector<Candidate> candidates = search.path(path);
-        std::vector<std::string> names = name_phones(path, candidates);
-        for (size_t i = 0; i < candidates.size(); ++i) {
-            if (!phone_from.empty()) {
-                const std::optional<std::string> name = name_from(expression, candidates[i]);
-                if (name) {
-                    names[i] = *name;
-                } else {
-                    found.problems.push_back({names[i], candidates[i].file.path,
-                                              "no folder names its phone as --phone-from says"});
-                }
+        for (auto& [file, identity, folders, phone] : candidates) {
+            const std::string shown = normal(file.path);
+            std::smatch parts;
+            if (!phone_from.empty() && std::regex_match(shown, parts, expression)) {
+                phone = parts[1];
+            } else if (!phone_from.empty()) {
+                found.problems.push_back({phone, file.path, "is not below a folder that --phone-from names"});
             }
-            files[names[i]].push_back(std::move(candidates[i].file));
+            if (seen.insert({phone, identity}).second) {
+                files[phone].push_back(std::move(file));
+            }
         }
     }
     for (auto& [name, list] : files) {

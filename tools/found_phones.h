@@ -1,6 +1,7 @@
 // Finding the phones' files where a person says they are.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -19,17 +20,21 @@ struct FoundPhones {
     std::vector<Problem> problems;   // what cannot be searched
 };
 
-// Where a path below a PATH has the phone's name, in a pattern.
+// Where a path has the phone's name, in a pattern.
 constexpr char PHONE_MARK[] = "{phone}";
 
 // Finds the files that the paths name, and of folders and packed pulls all below them that have a name of the
-// phone's. A file that is named twice is there once. Files of packed pulls are unpacked into one file without
-// a name in TMPDIR, or in /var/tmp, which ends with the last FoundFile.
+// phone's. A phone has a file once, however often that is named. Files of packed pulls are unpacked into one
+// file without a name in TMPDIR, or in /var/tmp, which ends with the last FoundFile; `unpacking` is told of
+// each pull before.
 //
-// A path that holds such files itself, or only in one folder below, is one phone. Otherwise the first
-// folders, or packed pulls, that hold some are the phones. If `phone_from` is not empty, it is a pattern for
-// the folders below each path, "day-*/{phone}" say, and names the phone instead. Two pulls whose phones have
-// one name are of one phone.
-FoundPhones find_phones(const std::vector<std::string>& paths, const std::string& phone_from);
+// A path that holds such files itself is one phone, named after its folder, or as the packed pull. Otherwise
+// the first folders, or packed pulls, below it are the phones; the phone's own folders (data, kvdx_logs,
+// dmd_log) and those that name a day do not count. If `phone_from` is not empty, it is a pattern for the
+// paths as they are shown, "pulls/*/{phone}" say, and names the phone instead. Files whose phones have one
+// name are of one phone.
+FoundPhones find_phones(
+    const std::vector<std::string>& paths, const std::string& phone_from,
+    const std::function<void(const std::string&)>& unpacking = [](const std::string&) {});
 
 }  // namespace tools

@@ -82,6 +82,7 @@ std::vector<size_t> FoundReports::add_record(std::vector<Report> reports, const 
     for (Report& report : reports) {
         const uint64_t hash = stable_hash(report.content, stable_hash(report.head));
         const size_t occurrence = ++occurrences[hash];
+        // Databases know reports by it: it must stay as it is.
         const uint64_t key = hash + 2 * occurrence + (report.cut ? 1 : 0);
         indices.push_back(add(std::move(report), place, key));
     }

@@ -22,7 +22,7 @@ namespace {
 }
 
 void require_page(const std::string& path) {
-    constexpr std::string_view BEGINNING = "<!DOCTYPE html>";
+    constexpr std::string_view BEGINNING = "<!DOCTYPE html>\n<!-- The page of dmd-report";
     char bytes[BEGINNING.size()] = "";
     const UniqueFd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC));
     if (!fd.valid() || read(fd.get(), bytes, sizeof bytes) != static_cast<ssize_t>(sizeof bytes) ||

@@ -13,9 +13,9 @@ Pager::Pager() {
     const char* const wanted = getenv("PAGER");
     std::string command = wanted == nullptr ? "" : wanted;
     if (command.empty()) {
-        command = "if command -v less >/dev/null; then exec less; else exec cat; fi";
+        command = "if command -v less >/dev/null; then exec less -R; else exec cat; fi";
     }
-    setenv("LESS", "FRSXMK", 0);  // ends by itself when all fits on one screen; colours; long lines are cut
+    setenv("LESS", "FSXMK", 0);  // ends by itself when all fits on one screen; long lines are cut
     setenv("LESSCHARSET", "utf-8", 0);
     fflush(stdout);
     pipe_ = popen(command.c_str(), "we");

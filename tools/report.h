@@ -64,6 +64,16 @@ struct Report {
     FoundFile dump;                       // of a dump: its bytes
 };
 
+// The error number as text; empty when the head is cut before it.
+inline std::string error_text(const Report& report) {
+    return report.has_error_no ? std::to_string(report.error_no) : "";
+}
+
+// Whether it was read which device the report is of, be it one without a name.
+inline bool has_device(const Report& report) {
+    return !report.device.empty() || (report.kind == ReportKind::REPORT && report.has_error_no);
+}
+
 // What could not be read, and why.
 struct Problem {
     std::string phone;  // empty when it is of none

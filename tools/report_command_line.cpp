@@ -41,8 +41,8 @@ std::string not_empty(const std::string& value) {
 
 std::string is_number(const std::string& value) {
     const bool is_decimal = !value.empty() && value.find_first_not_of("0123456789") == std::string::npos;
-    return is_decimal && (value[0] != '0' || value == "0") ? ""
-                                                           : "\"" + value + "\" is no number of a report";
+    const bool is_short = value.size() <= 9 && (value[0] != '0' || value == "0");
+    return is_decimal && is_short ? "" : "\"" + value + "\" is no number, as 7";
 }
 
 // Takes "N" or "N-M", where both may be negative.
@@ -72,7 +72,7 @@ std::string stamp_of(time_t second) {
 
 // Takes "today", "yesterday", or how long ago: "-30m", "-12h", "-2d", "-1w". Empty for anything else.
 std::string parse_relative_time(const std::string& text, bool is_last, time_t now) {
-    static const std::regex ago("-([0-9]{1,6})([mhdw])");
+    static const std::regex ago("-([0-9]{1,4})([mhdw])");
     static const std::map<char, time_t> seconds = {{'m', 60}, {'h', 3600}, {'d', 86400}, {'w', 604800}};
     std::smatch parts;
     if (std::regex_match(text, parts, ago)) {
@@ -154,7 +154,7 @@ Choices parse_command_line(int argc, char** argv, time_t now) {
         ->group(group);
     group = "What of them";
     app.add_flag("--summary", is_summary, "One row for each device and error number")->group(group);
-    add("--by", &by, "With --summary: one row for each phone or day", "phone|day")
+    add("--by", &by, "With --summary: one row for each phone or day", "")
         ->check(CLI::IsMember({"phone", "day"}))
         ->group(group);
     app.add_flag("--texts", texts, "With --summary: one row for like texts, numbers as #")->group(group);
@@ -175,12 +175,13 @@ Choices parse_command_line(int argc, char** argv, time_t now) {
     app.add_flag("-r,--reverse", choices.reverse, "Sort the other way round")->group(group);
     app.add_option("-n,--lines", choices.most,
                    "Only so many rows: the newest, or the first with --sort or --summary")
+        ->check(is_number)
         ->type_name("COUNT")
         ->group(group);
     app.add_flag("--no-pager", no_pager, "Do not show what is long page by page")->group(group);
     add("--names", &choices.names, "Names for error numbers and devices, see dmd-report(1)", "FILE")
         ->group(group);
-    add("--phone-from", &choices.phone_from, "Where folders below PATH name the phone, as '*/{phone}'",
+    add("--phone-from", &choices.phone_from, "Where the shown paths name the phone, as 'pulls/*/{phone}'",
         "PATTERN")
         ->group(group);
     try {
@@ -203,14 +204,14 @@ Choices parse_command_line(int argc, char** argv, time_t now) {
         choices.filter.until = parse_time("--until", until, true, now);
     }
     choices.use_pager = !no_pager;
-    choices.file = html + sqlite;
+    choices.file = html.empty() ? sqlite : html;
     choices.show = show;
     if (by == "phone") {
-        choices.by = SummaryBy::PHONE;
+        choices.by = BY_PHONE;
     } else if (by == "day") {
-        choices.by = SummaryBy::DAY;
+        choices.by = BY_DAY;
     } else if (texts) {
-        choices.by = SummaryBy::TEXT;
+        choices.by = BY_TEXT;
     }
     const struct {
         bool is_given;
@@ -240,7 +241,7 @@ Choices parse_command_line(int argc, char** argv, time_t now) {
         bool is_wrong;
         const char* why;
     } rules[] = {
-        {show.has_value() && !choices.filter.is_any(),
+        {show.has_value() && !choices.filter.lets_all_through(),
          "--show takes the number that a report has among all of them, and no filter"},
         {choices.all_places && choices.output != Output::SHOW, "--places goes with --show"},
         {(texts || !by.empty()) && !is_summary, "--by and --texts go with --summary"},

@@ -26,7 +26,7 @@ struct Choices {
     bool use_pager = true;
     std::optional<long> show;  // number of the one report
     bool all_places = false;
-    SummaryBy by = SummaryBy::ERROR;
+    SummaryBy by = BY_ERROR;
     std::string file;  // where a page or a database is to be
     std::string help;  // to be printed
 };

@@ -151,8 +151,7 @@ void ReportDatabase::add(const PhoneReports& phone) {
 
 int64_t ReportDatabase::add(const std::string& phone, const Report& report) {
     const bool is_dump = report.kind == ReportKind::DUMP;
-    const bool has_device = !is_dump && report.has_error_no;  // it may be one without a name
-    const Value device = has_device ? Value(report.device) : or_null(report.device);
+    const Value device = has_device(report) ? Value(report.device) : Value(nullptr);
     const std::string attachments = text_of(json_of(report.attachments));
     if (const std::optional<int64_t> id = run(find_report_, {phone, report.key})) {
         run(rename_report_, {*id, device, or_null(report.error_name), report.damaged});

@@ -5,7 +5,6 @@
 #include <strings.h>
 
 #include <algorithm>
-#include <cstring>
 
 #include "tools/terminal.h"
 
@@ -43,7 +42,7 @@ std::string some_of(const std::set<std::string>& names) {
     if (names.size() > NAMED_MOST) {
         named.push_back("and " + std::to_string(names.size() - NAMED_MOST) + " more");
     }
-    return joined(named);
+    return named.empty() ? "none" : joined(named);
 }
 
 std::string errors_of(const std::vector<ErrorRange>& ranges) {
@@ -62,18 +61,19 @@ std::string or_none(const std::string& when) {
 // One filter: whether it is given, what it lets through, and what is said when that is nothing.
 struct Part {
     const char* option;
+    bool is_of_time;  // and so lets no report without a date through
     bool (*is_given)(const ReportFilter&);
     bool (*passes)(const ReportFilter&, const Report&);
     std::string (*why_none)(const ReportFilter&, const FilterCounts&);
 };
 
 const Part PARTS[] = {
-    {"--phone", [](const ReportFilter& filter) { return !filter.phones.empty(); },
+    {"--phone", false, [](const ReportFilter& filter) { return !filter.phones.empty(); },
      [](const ReportFilter& filter, const Report& report) { return fits_any(filter.phones, report.phone); },
      [](const ReportFilter& filter, const FilterCounts& counts) {
          return "no report of phone " + joined(filter.phones) + "; phones there: " + some_of(counts.phones);
      }},
-    {"--device", [](const ReportFilter& filter) { return !filter.devices.empty(); },
+    {"--device", false, [](const ReportFilter& filter) { return !filter.devices.empty(); },
      [](const ReportFilter& filter, const Report& report) {
          return report.kind == ReportKind::REPORT && fits_any(filter.devices, report.device);
      },
@@ -81,7 +81,7 @@ const Part PARTS[] = {
          return "no report of device " + joined(filter.devices) +
                 "; devices there: " + some_of(counts.devices);
      }},
-    {"--error", [](const ReportFilter& filter) { return !filter.errors.empty(); },
+    {"--error", false, [](const ReportFilter& filter) { return !filter.errors.empty(); },
      [](const ReportFilter& filter, const Report& report) {
          return report.has_error_no &&
                 std::any_of(filter.errors.begin(), filter.errors.end(), [&](const ErrorRange& range) {
@@ -95,21 +95,21 @@ const Part PARTS[] = {
          }
          return "no report of error " + errors_of(filter.errors) + "; errors there: " + some_of(errors);
      }},
-    {"--since", [](const ReportFilter& filter) { return !filter.since.empty(); },
+    {"--since", true, [](const ReportFilter& filter) { return !filter.since.empty(); },
      [](const ReportFilter& filter, const Report& report) {
          return !report.date.empty() && when_of(report) >= filter.since;
      },
      [](const ReportFilter& filter, const FilterCounts& counts) {
          return "no report since " + filter.since + "; the last is of " + or_none(counts.last);
      }},
-    {"--until", [](const ReportFilter& filter) { return !filter.until.empty(); },
+    {"--until", true, [](const ReportFilter& filter) { return !filter.until.empty(); },
      [](const ReportFilter& filter, const Report& report) {
          return !report.date.empty() && when_of(report) <= filter.until;
      },
      [](const ReportFilter& filter, const FilterCounts& counts) {
          return "no report until " + filter.until + "; the first is of " + or_none(counts.first);
      }},
-    {"--grep", [](const ReportFilter& filter) { return !filter.text.empty(); },
+    {"--grep", false, [](const ReportFilter& filter) { return !filter.text.empty(); },
      [](const ReportFilter& filter, const Report& report) { return holds(report.content, filter.text); },
      [](const ReportFilter& filter, const FilterCounts&) {
          return "no report's content holds \"" + filter.text + "\"";
@@ -138,10 +138,9 @@ bool passes(const ReportFilter& filter, const Report& report, FilterCounts* coun
         if (!part.is_given(filter)) {
             continue;
         }
-        const bool is_time = strcmp(part.option, "--since") == 0 || strcmp(part.option, "--until") == 0;
         if (part.passes(filter, report)) {
             ++counts->passing[part.option];
-        } else if (is_time) {
+        } else if (part.is_of_time) {
             is_of_time = false;
         } else {
             is_passing = false;
@@ -151,6 +150,10 @@ bool passes(const ReportFilter& filter, const Report& report, FilterCounts* coun
         ++counts->without_date;
     }
     return is_passing && is_of_time;
+}
+
+bool passes(const ReportFilter& filter, const std::string& phone) {
+    return filter.phones.empty() || fits_any(filter.phones, phone);
 }
 
 void FilterCounts::add(const FilterCounts& other) {

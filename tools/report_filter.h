@@ -24,7 +24,7 @@ struct ReportFilter {
     std::string until;
     std::string text;  // that the content must hold, in any case; empty: any content
 
-    bool is_any() const {
+    bool lets_all_through() const {
         return phones.empty() && devices.empty() && errors.empty() && since.empty() && until.empty() &&
                text.empty();
     }
@@ -46,6 +46,9 @@ struct FilterCounts {
 
 // Whether the filter lets the report through. Counts it.
 bool passes(const ReportFilter& filter, const Report& report, FilterCounts* counts);
+
+// Whether the filter lets reports of the phone through at all.
+bool passes(const ReportFilter& filter, const std::string& phone);
 
 // Why no report is left, a line for each reason.
 std::vector<std::string> why_none(const ReportFilter& filter, const FilterCounts& counts);

@@ -28,7 +28,7 @@ json json_of(const Report& report) {
         {"kind", is_dump ? "dump" : "report"},
         {"date", or_null(report.date)},
         {"time", or_null(report.time)},
-        {"device", is_dump || !report.has_error_no ? or_null(report.device) : json(report.device)},
+        {"device", has_device(report) ? json(report.device) : json()},
         {"error", report.has_error_no ? json(report.error_no) : json()},
         {"name", or_null(report.error_name)},
         {"test_switch", or_null(report.test_switch)},

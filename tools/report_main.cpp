@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <clocale>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
@@ -37,6 +38,8 @@ constexpr int STATUS_DONE = 0;
 constexpr int STATUS_INCOMPLETE = 1;
 constexpr int STATUS_USAGE = 2;
 
+constexpr char NUMBER_COLUMN[] = "n";  // of the table, which is by time
+
 void put(std::string_view text) {
     if (fwrite(text.data(), 1, text.size(), stdout) != text.size()) {
         throw std::runtime_error(std::string("cannot write the output: ") + strerror(errno));
@@ -52,16 +55,18 @@ void finish_output() {
 // How far reading is, on a terminal.
 class Progress {
   public:
-    explicit Progress(size_t phones) : phones_(phones), is_shown_(isatty(STDERR_FILENO) == 1) {}
+    Progress() = default;
     ~Progress() { clear(); }
+    Progress(const Progress&) = delete;
+    Progress& operator=(const Progress&) = delete;
 
-    void phone_read() {
-        ++read_;
+    void tell(const std::string& text) {
         const std::chrono::steady_clock::time_point now = std::chrono::steady_clock::now();
         if (is_shown_ && now - last_ > std::chrono::milliseconds(100)) {
+            clear();
             last_ = now;
             is_drawn_ = true;
-            fprintf(stderr, "\rreading phone %zu of %zu", read_, phones_);
+            fputs(text.c_str(), stderr);
         }
     }
     void clear() {
@@ -71,10 +76,8 @@ class Progress {
     }
 
   private:
-    const size_t phones_;
-    const bool is_shown_;
+    const bool is_shown_ = isatty(STDERR_FILENO) == 1;
     bool is_drawn_ = false;
-    size_t read_ = 0;
     std::chrono::steady_clock::time_point last_ = std::chrono::steady_clock::now();
 };
 
@@ -112,23 +115,22 @@ void print_page(const Choices& choices, const std::vector<const Report*>& report
 
 // Brings the rows into the order and to the number that are asked for.
 void arrange(const Choices& choices, const std::string& usual_column, Table* table) {
+    const std::string column = choices.sort.empty() ? usual_column : choices.sort;
     std::string titles;
     size_t sort_by = table->columns.size();
     for (size_t i = 0; i < table->columns.size(); ++i) {
         std::string title = table->columns[i].title;
         std::transform(title.begin(), title.end(), title.begin(), [](char c) { return tolower(c); });
         titles += (titles.empty() ? "" : ", ") + title;
-        sort_by = title == (choices.sort.empty() ? usual_column : choices.sort) ? i : sort_by;
+        sort_by = title == column ? i : sort_by;
     }
     if (sort_by == table->columns.size()) {
-        throw WrongUsage("--sort: there is no column \"" + choices.sort + "\"; columns: " + titles);
+        throw WrongUsage("--sort: there is no column \"" + column + "\"; columns: " + titles);
     }
     sort_rows(table, sort_by);
     std::vector<Row>& rows = table->rows;
     const size_t most = std::min(choices.most.value_or(rows.size()), rows.size());
-    // Of a table by time the newest are asked for.
-    const bool is_by_time = table->columns[sort_by].title == "N";
-    if (is_by_time) {
+    if (column == NUMBER_COLUMN) {  // by time: the newest are asked for
         rows.erase(rows.begin(), rows.end() - static_cast<ptrdiff_t>(most));
     }
     if (choices.reverse) {
@@ -187,6 +189,7 @@ class Run {
     // These need no more than one phone at a time.
     inline static const std::set<Output> BY_PHONE = {Output::SUMMARY, Output::JSON_LINES, Output::DATABASE};
 
+    void read();
     Taken take_of(PhoneReports phone) const;
     void take(Taken taken);
     void add_problems(std::vector<Problem> problems);
@@ -208,31 +211,17 @@ class Run {
 };
 
 int Run::run() {
+    if (!choices_.names.empty()) {
+        std::vector<Problem> problems;
+        names_ = ReportNames(choices_.names, &problems);
+        add_problems(std::move(problems));
+    }
     if (choices_.output == Output::SUMMARY) {
         summary_.emplace(choices_.by);
     } else if (choices_.output == Output::DATABASE) {
         database_.emplace(choices_.file);
     }
-    std::vector<Problem> problems;
-    if (!choices_.names.empty()) {
-        names_ = ReportNames(choices_.names, &problems);
-        add_problems(std::move(problems));
-    }
-    FoundPhones found = find_phones(choices_.paths, choices_.phone_from);
-    if (database_) {
-        database_->add({"", {}, found.problems, 0});
-    }
-    add_problems(std::move(found.problems));
-    {
-        Progress progress(found.phones.size());
-        read_phones<Taken>(
-            found.phones, [this](PhoneReports phone) { return take_of(std::move(phone)); },
-            [&](Taken taken) {
-                progress.clear();
-                take(std::move(taken));
-                progress.phone_read();
-            });
-    }
+    read();
     if (!is_by_phone_) {
         finish_all();
     } else if (database_) {
@@ -247,6 +236,37 @@ int Run::run() {
         }
     }
     return has_problems_ || passing_ == 0 ? STATUS_INCOMPLETE : STATUS_DONE;
+}
+
+void Run::read() {
+    Progress progress;
+    FoundPhones found = find_phones(choices_.paths, choices_.phone_from, [&](const std::string& pull) {
+        progress.tell("unpacking " + one_line(pull));
+    });
+    progress.clear();
+    if (database_) {
+        database_->add({"", {}, found.problems, 0});
+    }
+    add_problems(std::move(found.problems));
+    std::vector<FoundPhone>& phones = found.phones;
+    if (is_by_phone_) {
+        // No number of a report depends on phones that are not asked for.
+        const auto is_out = [&](const FoundPhone& phone) {
+            counts_.phones.insert(phone.name);
+            return !passes(choices_.filter, phone.name);
+        };
+        phones.erase(std::remove_if(phones.begin(), phones.end(), is_out), phones.end());
+    }
+    size_t phones_read = 0;
+    read_phones<Taken>(
+        phones, [this](PhoneReports phone) { return take_of(std::move(phone)); },
+        [&](Taken taken) {
+            progress.clear();
+            take(std::move(taken));
+            ++phones_read;
+            progress.tell("reading phone " + std::to_string(phones_read) + " of " +
+                          std::to_string(phones.size()));
+        });
 }
 
 // In a thread of its own.
@@ -331,7 +351,7 @@ void Run::finish_all() {
 
 void Run::finish_table(const std::vector<Report>& all, const std::vector<const Report*>& reports) {
     Table table = report_table(describe_terminal(), reports);
-    arrange(choices_, "n", &table);
+    arrange(choices_, NUMBER_COLUMN, &table);
     std::string line = counted(table.rows.size(), "report") + " of " + std::to_string(all.size()) +
                        ", from " + counted(files_, "file");
     if (counts_.without_date > 0) {
@@ -342,7 +362,7 @@ void Run::finish_table(const std::vector<Report>& all, const std::vector<const R
 
 void Run::finish_summary() {
     Table table = summary_->table(describe_terminal());
-    arrange(choices_, choices_.by == SummaryBy::DAY ? "day" : "reports", &table);
+    arrange(choices_, choices_.by == BY_DAY ? "day" : "reports", &table);
     const std::string legend = summary_->legend();
     print_table(choices_, table,
                 counted(passing_, "report") + " on " + counted(summary_->phones(), "phone") +
@@ -365,6 +385,7 @@ void fill_standard_descriptors() {
 int main(int argc, char** argv) {
     try {
         fill_standard_descriptors();
+        setlocale(LC_CTYPE, "C.UTF-8");  // names in archives are UTF-8, and characters have the widths of it
         const Choices choices = parse_command_line(argc, argv, time(nullptr));
         if (choices.output != Output::HELP) {
             return Run(choices).run();

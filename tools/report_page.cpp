@@ -154,7 +154,6 @@ class PageDocument {
   private:
     std::string columns();
     std::string content_of(const Report& report);
-    std::string device_of(const Report& report);
     std::string attachments_of(const Report& report);
     std::string places_of(const Report& report);
     std::string text(const std::string& value) { return texts_.number_of(quoted(value)); }
@@ -180,12 +179,6 @@ PageDocument::PageDocument(const Reports& reports) : reports_(reports) {
 std::string PageDocument::content_of(const Report& report) {
     return report.kind == ReportKind::DUMP ? text_or_null(dump_text(report, content_max_))
                                            : text(beginning_of(report.content, content_max_));
-}
-
-// An empty name was given; it is null when none is known.
-std::string PageDocument::device_of(const Report& report) {
-    const bool is_known = report.kind == ReportKind::REPORT && report.has_error_no;
-    return is_known ? text(report.device) : text_or_null(report.device);
 }
 
 std::string PageDocument::attachments_of(const Report& report) {
@@ -217,7 +210,7 @@ std::string PageDocument::columns() {
          [&](const Report& report) { return text(report.kind == ReportKind::DUMP ? "dump" : "report"); }},
         {"date", [&](const Report& report) { return text_or_null(report.date); }},
         {"time", [&](const Report& report) { return text_or_null(report.time); }},
-        {"device", [&](const Report& report) { return device_of(report); }},
+        {"device", [&](const Report& report) { return has_device(report) ? text(report.device) : "null"; }},
         {"error",
          [](const Report& report) { return report.has_error_no ? std::to_string(report.error_no) : "null"; }},
         {"name", [&](const Report& report) { return text_or_null(report.error_name); }},

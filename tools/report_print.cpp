@@ -39,10 +39,6 @@ std::string or_unknown(const std::string& text) {
     return text.empty() ? "not known" : one_line(text);
 }
 
-std::string error_of(const Report& report) {
-    return report.has_error_no ? std::to_string(report.error_no) : "";
-}
-
 // The lines behind the content.
 std::string description_of(const Terminal& terminal, const Report& report, bool all_places) {
     const bool is_dump = report.kind == ReportKind::DUMP;
@@ -56,7 +52,7 @@ std::string description_of(const Terminal& terminal, const Report& report, bool 
     if (!is_dump) {
         line("Device:", or_unknown(report.device));
     }
-    line("Error:", or_unknown(error_of(report)) +
+    line("Error:", or_unknown(error_text(report)) +
                        (report.error_name.empty() ? "" : ", " + one_line(report.error_name)));
     if (!is_dump) {
         line("Test switch:", or_unknown(report.test_switch));
@@ -84,7 +80,7 @@ std::string description_of(const Terminal& terminal, const Report& report, bool 
 std::string title_of(const Terminal& terminal, const Report& report) {
     std::string title = (report.kind == ReportKind::DUMP ? "Dump " : "Report ") +
                         std::to_string(report.number) + ": " + one_line(report.device) +
-                        (report.device.empty() ? "" : " ") + error_of(report) +
+                        (report.device.empty() ? "" : " ") + error_text(report) +
                         (report.error_name.empty() ? "" : " (" + one_line(report.error_name) + ")") + " on " +
                         one_line(report.phone);
     title = paint(terminal, Colour::BOLD, title) + "\n";
@@ -149,7 +145,7 @@ Table report_table(const Terminal& terminal, const std::vector<const Report*>& r
     for (const Report* const report : reports) {
         table.rows.push_back(
             {{std::to_string(report->number), report->date, report->time,
-              is_short && phones.size() < 2 ? "" : report->phone, report->device, error_of(*report),
+              is_short && phones.size() < 2 ? "" : report->phone, report->device, error_text(*report),
               report->test_switch, std::to_string(report->bytes), report->places[0].file.substr(folders),
               note_of(*report), report->error_name, first_line(*report)},
              report->cut ? Colour::YELLOW : Colour::NONE});

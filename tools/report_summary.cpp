@@ -43,10 +43,6 @@ std::string most_of(const std::map<std::string, size_t>& counts) {
     return most == counts.end() ? "" : most->first + " (" + std::to_string(most->second) + ")";
 }
 
-std::string error_of(const Report& report) {
-    return report.has_error_no ? std::to_string(report.error_no) : "";
-}
-
 std::string device_of(const Report& report) {
     return report.kind == ReportKind::DUMP ? "(dump)" : report.device;
 }
@@ -80,14 +76,14 @@ std::string mask_numbers(const std::string& text) {
 
 ReportSummary::Key ReportSummary::key_of(const Report& report) const {
     switch (by_) {
-        case SummaryBy::PHONE:
+        case BY_PHONE:
             return {report.phone};
-        case SummaryBy::DAY:
+        case BY_DAY:
             return {report.date.empty() ? "(no date)" : report.date};
-        case SummaryBy::TEXT:
-            return {device_of(report), error_of(report), mask_numbers(first_line(report))};
+        case BY_TEXT:
+            return {device_of(report), error_text(report), mask_numbers(first_line(report))};
         default:
-            return {device_of(report), error_of(report)};
+            return {device_of(report), error_text(report)};
     }
 }
 
@@ -95,7 +91,7 @@ void ReportSummary::add(const Report& report) {
     Group& group = groups_[key_of(report)];
     ++group.reports;
     ++group.phones[report.phone];
-    ++group.errors[device_of(report) + " " + error_of(report)];
+    ++group.errors[device_of(report) + " " + error_text(report)];
     ++phones_[report.phone];
     group.error_name = report.error_name;
     has_names_ = has_names_ || !report.error_name.empty();
@@ -115,32 +111,40 @@ void ReportSummary::add(const Report& report) {
 }
 
 // The bars show all days. But a phone whose clock is years off does not squeeze all others into one block: of
-// more than a year, the first and the last hundredth of the reports do not count.
+// days that half a year without a report parts, the bars show those with the most reports.
 void ReportSummary::find_range() {
-    if (days_.empty()) {
-        return;
-    }
-    constexpr int YEAR = 366;
-    size_t reports = 0;
+    constexpr int HALF_A_YEAR = 183;
+    int first = 0, previous = 0;
+    size_t reports = 0, most = 0;
     for (const auto& [day, count] : days_) {
+        if (reports == 0 || day - previous > HALF_A_YEAR) {
+            first = day;
+            reports = 0;
+        }
+        previous = day;
         reports += count;
-    }
-    auto first = days_.begin();
-    auto last = std::prev(days_.end());
-    if (last->first - first->first > YEAR) {
-        for (size_t left_out = first->second; left_out <= reports / 100; left_out += first->second) {
-            ++first;
-        }
-        for (size_t left_out = last->second; left_out <= reports / 100; left_out += last->second) {
-            --last;
+        if (reports > most) {
+            most = reports;
+            first_day_ = first;
+            last_day_ = day;
         }
     }
-    first_day_ = first->first;
-    last_day_ = last->first;
 }
 
 int ReportSummary::days_a_block() const {
     return (last_day_ - first_day_ + BLOCKS_MOST) / BLOCKS_MOST;
+}
+
+// How many more reports the second half of the bars' days has than the first.
+long ReportSummary::rise_of(const Days& days) const {
+    long rise = 0;
+    for (const auto& [day, count] : days) {
+        const int from_middle = 2 * day - first_day_ - last_day_;
+        if (first_day_ <= day && day <= last_day_ && from_middle != 0) {
+            rise += from_middle > 0 ? static_cast<long>(count) : -static_cast<long>(count);
+        }
+    }
+    return rise;
 }
 
 // On a terminal blocks as high as the reports of their days are many; elsewhere the days with their counts.
@@ -179,54 +183,55 @@ std::string ReportSummary::time_of(const std::string& when, bool is_terminal) co
 
 Table ReportSummary::table(const Terminal& terminal) {
     find_range();
-    constexpr int ERROR = static_cast<int>(SummaryBy::ERROR), PHONE = static_cast<int>(SummaryBy::PHONE),
-                  DAY = static_cast<int>(SummaryBy::DAY), TEXT = static_cast<int>(SummaryBy::TEXT);
     const bool is_terminal = terminal.is_terminal;
     const auto count = [](size_t number) { return std::to_string(number); };
     const struct {
         Column column;
-        int by;  // the summaries that have it
+        unsigned by;  // the summaries that have it
         std::function<std::string(const Key&, const Group&)> cell;
     } all[] = {
-        {{"PHONE", Holds::TEXT, Fit::CUT}, PHONE, [](const Key& key, const Group&) { return key[0]; }},
-        {{"DAY"}, DAY, [](const Key& key, const Group&) { return key[0]; }},
+        {{"PHONE", Holds::TEXT, Fit::CUT}, BY_PHONE, [](const Key& key, const Group&) { return key[0]; }},
+        {{"DAY"}, BY_DAY, [](const Key& key, const Group&) { return key[0]; }},
         {{"DEVICE", Holds::TEXT, Fit::CUT},
-         ERROR | TEXT,
+         BY_ERROR | BY_TEXT,
          [](const Key& key, const Group&) { return key[0]; }},
-        {{"ERROR", Holds::NUMBER}, ERROR | TEXT, [](const Key& key, const Group&) { return key[1]; }},
+        {{"ERROR", Holds::NUMBER}, BY_ERROR | BY_TEXT, [](const Key& key, const Group&) { return key[1]; }},
         {{"REPORTS", Holds::COUNT},
-         ERROR | PHONE | DAY | TEXT,
+         BY_ERROR | BY_PHONE | BY_DAY | BY_TEXT,
          [&](const Key&, const Group& group) { return count(group.reports); }},
         {{"PHONES", Holds::COUNT},
-         ERROR | DAY | TEXT,
+         BY_ERROR | BY_DAY | BY_TEXT,
          [&](const Key&, const Group& group) { return count(group.phones.size()); }},
         {{"ERRORS", Holds::COUNT},
-         PHONE | DAY,
+         BY_PHONE | BY_DAY,
          [&](const Key&, const Group& group) { return count(group.errors.size()); }},
         {{"FIRST"},
-         ERROR | PHONE | TEXT,
+         BY_ERROR | BY_PHONE | BY_TEXT,
          [&](const Key&, const Group& group) { return time_of(group.first, is_terminal); }},
         {{"LAST"},
-         ERROR | PHONE | TEXT,
+         BY_ERROR | BY_PHONE | BY_TEXT,
          [&](const Key&, const Group& group) { return time_of(group.last, is_terminal); }},
         {{"WORST", Holds::TEXT, Fit::CUT},
-         ERROR,
+         BY_ERROR,
          [](const Key&, const Group& group) { return most_of(group.phones); }},
         {{"WORST", Holds::TEXT, Fit::CUT},
-         PHONE | DAY,
+         BY_PHONE | BY_DAY,
          [](const Key&, const Group& group) { return most_of(group.errors); }},
+        {{"RISE", Holds::COUNT, Fit::DROPPED},
+         BY_ERROR | BY_PHONE,
+         [&](const Key&, const Group& group) { return std::to_string(rise_of(group.days)); }},
         {{"DAYS"},
-         ERROR | PHONE,
+         BY_ERROR | BY_PHONE,
          [&](const Key&, const Group& group) { return bar_of(group.days, is_terminal); }},
         {{"NAME", Holds::TEXT, Fit::CUT},
-         has_names_ ? ERROR | TEXT : 0,
+         has_names_ ? BY_ERROR | BY_TEXT : 0,
          [](const Key&, const Group& group) { return group.error_name; }},
-        {{"TEXT", Holds::TEXT, Fit::CUT}, TEXT, [](const Key& key, const Group&) { return key[2]; }},
+        {{"TEXT", Holds::TEXT, Fit::CUT}, BY_TEXT, [](const Key& key, const Group&) { return key[2]; }},
     };
     Table table;
     table.rows.resize(groups_.size());
     for (const auto& [column, by, cell] : all) {
-        if ((by & static_cast<int>(by_)) == 0) {
+        if ((by & by_) == 0) {
             continue;
         }
         table.columns.push_back(column);
@@ -239,7 +244,7 @@ Table ReportSummary::table(const Terminal& terminal) {
 }
 
 std::string ReportSummary::legend() const {
-    if (days_.empty() || by_ == SummaryBy::TEXT || by_ == SummaryBy::DAY) {
+    if (days_.empty() || by_ == BY_TEXT || by_ == BY_DAY) {
         return "";
     }
     const int width = days_a_block();

@@ -11,11 +11,12 @@
 
 namespace tools {
 
-enum class SummaryBy {
-    ERROR = 1,  // a row for each device and error number
-    PHONE = 2,
-    DAY = 4,
-    TEXT = 8,  // a row for each device, error number and text, whose numbers are masked
+// What a summary has a row for.
+enum SummaryBy : unsigned {
+    BY_ERROR = 1,  // each device and error number
+    BY_PHONE = 2,
+    BY_DAY = 4,
+    BY_TEXT = 8,  // each device, error number and text, whose numbers are masked
 };
 
 // The content's first line that is not blank.
@@ -56,6 +57,7 @@ class ReportSummary {
     std::string bar_of(const Days& days, bool is_terminal) const;
     void find_range();
     int days_a_block() const;
+    long rise_of(const Days& days) const;
 
     SummaryBy by_;
     std::map<Key, Group> groups_;

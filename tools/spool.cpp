@@ -6,8 +6,9 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <stdexcept>
 #include <string>
+
+#include "tools/report.h"
 
 namespace tools {
 namespace {
@@ -18,7 +19,7 @@ UniqueFd open_without_a_name() {
     path += "/dmd-report.XXXXXX";
     UniqueFd fd(mkostemp(path.data(), O_CLOEXEC));
     if (!fd.valid()) {
-        throw std::runtime_error("cannot unpack to " + path + ": " + strerror(errno));
+        throw Unreadable("cannot be unpacked (TMPDIR says where): " + path + ": " + strerror(errno));
     }
     unlink(path.c_str());
     return fd;
@@ -33,8 +34,7 @@ void Spool::add(std::string_view bytes) {
     while (!bytes.empty()) {
         const ssize_t written = write(fd_->get(), bytes.data(), bytes.size());
         if (written < 0) {
-            throw std::runtime_error(std::string("there is no room to unpack (TMPDIR says where): ") +
-                                     strerror(errno));
+            throw Unreadable(std::string("cannot be unpacked (TMPDIR says where): ") + strerror(errno));
         }
         bytes.remove_prefix(static_cast<size_t>(written));
         size_ += static_cast<size_t>(written);

@@ -12,7 +12,7 @@ namespace tools {
 // One file on disk without a name: it ends with the last who holds its descriptor, however the program ends.
 class Spool {
   public:
-    // Adds the bytes to its end. Throws std::runtime_error when there is no room.
+    // Adds the bytes to its end. Throws Unreadable when there is no room.
     void add(std::string_view bytes);
 
     uint64_t size() const { return size_; }

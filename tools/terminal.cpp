@@ -81,23 +81,39 @@ std::string escape(const std::string& text, std::string_view leave_alone) {
     return escaped;
 }
 
-bool begins_character(char byte) {
-    return (static_cast<unsigned char>(byte) & 0xc0) != 0x80;
+// Columns that the first character of a text takes on a terminal, in a locale of UTF-8.
+size_t width_of(const Character& character) {
+    const int width = wcwidth(static_cast<wchar_t>(character.code));
+    return width < 0 ? 1 : static_cast<size_t>(width);
 }
 
-// Columns that the text takes on a terminal: one for each character of UTF-8.
+// The length of the text's beginning of that width at most.
+size_t length_of(const std::string& text, size_t width) {
+    size_t at = 0;
+    while (at < text.size()) {
+        const Character character = character_at(text, at);
+        if (width_of(character) > width) {
+            break;
+        }
+        width -= width_of(character);
+        at += std::max<size_t>(character.length, 1);
+    }
+    return at;
+}
+
 size_t width_of(const std::string& text) {
-    return static_cast<size_t>(std::count_if(text.begin(), text.end(), begins_character));
+    size_t width = 0;
+    for (size_t at = 0; at < text.size();) {
+        const Character character = character_at(text, at);
+        width += width_of(character);
+        at += std::max<size_t>(character.length, 1);
+    }
+    return width;
 }
 
 // The text's beginning, of that width at most.
 std::string cut_to(const std::string& text, size_t width) {
-    if (width_of(text) <= width) {
-        return text;
-    }
-    size_t characters = 0;
-    const auto is_over = [&](char byte) { return begins_character(byte) && ++characters >= width; };
-    return std::string(text.begin(), std::find_if(text.begin(), text.end(), is_over)) + "…";
+    return width_of(text) <= width ? text : text.substr(0, length_of(text, width - 1)) + "…";
 }
 
 // Makes the columns' widths fit the terminal's. A column of width 0 is not there.
