@@ -255,6 +255,23 @@ def check_answers(browser, url, reports):
     expect("texts that are alike but for their numbers", wanted - like, set())
 
 
+def check_folded(browser, url, folder):
+    browser.open(url)
+    facts = browser.get("document.getElementById('head').innerText")
+    made = rf"made 20\d\d-\d\d-\d\d \d\d:\d\d .*by dmd-report \S+.* from {re.escape(str(folder))}"
+    expect(f"when, by which version and from what it was made, in {facts}", bool(re.search(made, facts)), True)
+    expect("the problems, as long as they are folded", re.findall("⚠.*", facts),
+           ["⚠ 4 problems while reading, on 4 phones"])
+    browser.click("#problems summary")
+    expect("the phones of the problems", browser.get(
+        "document.getElementById('problem-list').innerText.match(/phone\\d+/g)"),
+           [fleet.CUT, fleet.FLIPPED, fleet.EMPTY, fleet.LOST])
+    browser.get("choose(reports.find(report => columns.places_count[report.index] > 3))")
+    expect("whether the places are unfolded, and whether they are there", browser.get(
+        "[document.querySelector('#detail details').open,"
+        "document.querySelectorAll('#detail details li').length > 3]"), [False, True])
+
+
 def check_keys(browser, url):
     browser.open(url)
     browser.type(KEY_END)
@@ -340,6 +357,7 @@ def main():
             check_few(browser, few_url)
             check_nothing(browser, few_url, empty_url)
             check_answers(browser, thirty_url, thirty)
+            check_folded(browser, thirty_url, folder / "thirty")
             check_keys(browser, thirty_url)
             check_narrow(browser, thirty_url)
             check_access(browser, thirty_url)

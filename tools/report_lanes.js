@@ -1,8 +1,9 @@
 // A chart of lanes: what the timeline and the map of phones have in common. The lanes' names at the left and the axis
 // on top stay where they are when the rest scrolls, and only the lanes that are looked at are drawn.
 
-const LANE_HEIGHT = 22;
-const LEVELS = 5;  // of colour, as in the style
+const LANE_HEIGHT = 22;       // pixels
+const LEVELS = 5;             // of colour, as in the style
+const HEIGHT_SHOWN = 0.36;    // of the window, as in the style
 
 // The colour of a count, of which the largest is `most`: counts differ by powers.
 function levelOf(count, most) {
@@ -84,8 +85,8 @@ class Lanes {
   }
 
   #drawVisible(all = false) {
-    const shown = all ? this.lanes.length : Math.ceil(0.4 * screen.height / LANE_HEIGHT) + 8;
-    const wanted = all ? 0 : Math.floor(this.top / LANE_HEIGHT) - 4;
+    const shown = all ? this.lanes.length : Math.ceil(HEIGHT_SHOWN * screen.height / LANE_HEIGHT) + 6;
+    const wanted = all ? 0 : Math.floor(this.top / LANE_HEIGHT) - 1;
     const first = Math.max(0, Math.min(wanted - wanted % 4, this.lanes.length - shown));
     if (first === this.first && !all) {
       return;

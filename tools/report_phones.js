@@ -26,14 +26,15 @@ class PhoneMap extends Lanes {
   }
 
   drawAxis(axisHeight, height) {
-    const every = Math.ceil(LABEL_LEAST / this.cell);
+    const every = Math.ceil(LABEL_LEAST / this.cell), chosen = phones.indexOf(this.chosenPhone);
+    const hasRoom = i => i % every === 0 && (chosen < 0 || Math.abs(i - chosen) >= every);
     for (const [i, phone] of phones.entries()) {
       const x = this.#xOf(i);
-      const isChosen = phone === this.chosenPhone;
+      const isChosen = i === chosen;
       if (isChosen) {
         draw(this.surface, "rect", {class: "column", x: x - this.cell / 2, y: 0, width: this.cell, height});
       }
-      if (isChosen || i % every === 0) {
+      if (isChosen || hasRoom(i)) {
         const name = phone.length > LABEL_LETTERS ? `…${phone.slice(1 - LABEL_LETTERS)}` : phone;
         draw(this.axis, "text", {class: isChosen ? "picked" : "", x: 0, y: 0,
                                  transform: `translate(${x + 3} ${axisHeight - 4}) rotate(-65)`}, plain(name));

@@ -68,7 +68,8 @@ const GROUP_COLUMNS = [
   {name: "count", title: "Reports", look: "figure", down: true, of: group => group.count,
    show: group => figureOf(group.count)},
   {name: "phones", title: "Phones", look: "figure fleet", down: true, of: group => group.phones.size,
-   show: group => `${group.phones.size} of ${phones.length}`},
+   show: group => make(
+     "span", {}, figureOf(group.phones.size), make("span", {className: "minor"}, ` of ${phones.length}`))},
   {name: "worst", title: "Worst phone", look: "fleet minor spare", down: true, of: group => group.worstCount,
    show: group => `${plain(group.worst)} (${group.worstCount})`},
   {name: "first", title: "First", look: "minor", of: group => group.first, show: group => momentOf(group.first)},

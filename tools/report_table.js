@@ -1,6 +1,7 @@
 // Tables: their columns, their order, and rows only where they are looked at.
 
 const ROW_HEIGHT = 28;     // as in the style
+const HEIGHT_MOST = 0.72;  // of the window, as in the style
 const PRINTED_MOST = 500;  // rows on paper
 
 // Sorts rows by a column, "-column" for the other way round. Rows that are alike in it stay in their order.
@@ -97,7 +98,7 @@ class Table {
   }
 
   #renderWindow(always = false, most = 0) {
-    const shown = most || Math.ceil(0.75 * screen.height / ROW_HEIGHT) + 18;
+    const shown = most || Math.ceil(HEIGHT_MOST * screen.height / ROW_HEIGHT) + 18;
     const wanted = most ? 0 : Math.floor(this.top / ROW_HEIGHT) - 10;
     const first = Math.max(0, Math.min(wanted - wanted % 8, this.rows.length - shown));  // anew each 8 rows
     if (first === this.first && !always) {

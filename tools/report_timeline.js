@@ -145,7 +145,7 @@ class Timeline extends Lanes {
       const x = this.#xOf(time);
       draw(this.surface, "line", {class: "grid", x1: x, x2: x, y1: 0, y2: height});
       draw(this.axis, "text", {class: "tick", x, y: 15, "text-anchor": "middle"}, label);
-      draw(this.axis, "text", {class: "quiet", x: Math.max(x, 32), y: 30, "text-anchor": "middle"}, context);
+      draw(this.axis, "text", {class: "quiet", x: Math.max(x, 38), y: 30, "text-anchor": "middle"}, context);
     }
   }
 
