@@ -5,9 +5,9 @@ const LANE_HEIGHT = 22;       // pixels
 const LEVELS = 5;             // of colour, as in the style
 const HEIGHT_SHOWN = 0.36;    // of the window, as in the style
 
-// The colour of a count, of which the largest is `most`: counts differ by powers.
+// The colour of a count, of which the largest is `most`. The root keeps the small ones apart too.
 function levelOf(count, most) {
-  return 1 + Math.floor(LEVELS * Math.log(count) / Math.log(most + 1));
+  return Math.ceil(LEVELS * Math.sqrt(count / most));
 }
 
 // A kind of chart has: layOut(lane), the lane's items as {x, half: of its width} from left to right;
@@ -103,7 +103,7 @@ class Lanes {
   // The device gives way, as the number at its end tells lanes apart.
   #drawName({name, failure, count}, y) {
     const right = this.left - 6, letter = 7.4;
-    const room = Math.floor((right - 6) / letter) - String(count).length - 1;
+    const room = Math.floor((right - 6) / letter) - String(count).length - 2;
     const {device, error} = failure, start = Math.max(room - error.length - 1, 2);
     const shown = device.length > start ? `${device.slice(0, start - 1)}…` : device;
     draw(draw(this.names, "text", {class: "lane", x: 6, y}, `${plain(shown)} ${error}`), "title", {}, name);
