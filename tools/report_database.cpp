@@ -64,7 +64,7 @@ CREATE TABLE problems (         -- what could not be read, and why
 ) WITHOUT ROWID;
 )";
 
-using Value = std::variant<std::nullptr_t, int64_t, std::string>;
+using Value = std::variant<std::nullptr_t, int64_t, std::string_view>;
 
 Value or_null(const std::string& text) {
     return text.empty() ? Value(nullptr) : Value(text);
@@ -74,7 +74,7 @@ int bind(sqlite3_stmt* statement, int index, const Value& value) {
     if (const int64_t* const number = std::get_if<int64_t>(&value)) {
         return sqlite3_bind_int64(statement, index, *number);
     }
-    const std::string* const text = std::get_if<std::string>(&value);
+    const std::string_view* const text = std::get_if<std::string_view>(&value);
     if (text == nullptr) {
         return sqlite3_bind_null(statement, index);
     }

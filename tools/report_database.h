@@ -6,6 +6,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <variant>
 
 #include <sqlite3.h>
@@ -36,7 +37,7 @@ class ReportDatabase {
     void finish();
 
   private:
-    using Value = std::variant<std::nullptr_t, int64_t, std::string>;
+    using Value = std::variant<std::nullptr_t, int64_t, std::string_view>;
     using Statement = std::unique_ptr<sqlite3_stmt, SqliteCloser>;
 
     void require(int result) const;

@@ -23,7 +23,7 @@ struct Character {
 };
 
 // The character at the place, in whatever locale.
-Character character_at(const std::string& text, size_t at) {
+Character character_at(std::string_view text, size_t at) {
     if (static_cast<unsigned char>(text[at]) < 0x80) {
         return {static_cast<char32_t>(text[at]), 1};
     }
@@ -170,7 +170,7 @@ std::string paint(const Terminal& terminal, Colour colour, const std::string& te
     return std::string("\033[") + codes[static_cast<int>(colour)] + "m" + text + "\033[0m";
 }
 
-bool is_utf8(const std::string& text) {
+bool is_utf8(std::string_view text) {
     size_t length = 0;
     for (size_t at = 0; at < text.size(); at += length) {
         length = character_at(text, at).length;

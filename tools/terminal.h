@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace tools {
@@ -21,7 +22,7 @@ Terminal describe_terminal(int fd = 1);
 std::string paint(const Terminal& terminal, Colour colour, const std::string& text);
 
 // Whether the text is UTF-8 throughout.
-bool is_utf8(const std::string& text);
+bool is_utf8(std::string_view text);
 
 // The text on one line: tab, line ends and backslash as "\t", "\n", "\r" and "\\", the bytes of other control
 // characters, of those that turn text round, and those that are no UTF-8, as "\x1b". What a file or a driver
