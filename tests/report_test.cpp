@@ -420,6 +420,7 @@ TEST(Report, SaysWhatCannotBeRead) {
         {archive, "junk", "holds no report, but 4 bytes of something else"},
         {archive, member, "is cut: the archive has no end"},
         {archive, member + damaged(header("a")) + END, "is damaged after "},
+        {archive, member + END + member, "has bytes behind the end of the archive"},
         {archive, member + header("huge", '0', "77777777777") + END, "is cut within huge"},
     };
     for (const auto& c : files) {
@@ -511,6 +512,7 @@ class ReportOptions : public testing::Test {
         write_file(RECORD, report("14", "c") + head("12", -5, "\x1b\xc2\x9b") + HEAD_CONTENT + "a" +
                                head("13", 7, "Lcd_Panel") + HEAD_CONTENT + "b");
         write_file("dmd_dump_00007_101113.txt", "dump");  // without a date
+        write_file("foreign", "<!DOCTYPE html>\n<html>");
     }
 };
 
@@ -580,6 +582,7 @@ TEST_F(ReportOptions, ThatAreWrongAreRefused) {
         {">&-", 1, "cannot write the output: "},
         {"--help >/dev/full", 1, "cannot write the output"},
         {"--html " + RECORD, 1, "it is there and is no page"},
+        {"--html foreign", 1, "it is there and is no page"},
         {"--html /dev/null", 1, "is no regular file"},
         {"--html nosuch/page", 1, "cannot write nosuch/page: No such file or directory"},
     };
@@ -596,8 +599,9 @@ TEST_F(ReportOptions, WriteAPageInPlaceOfAPage) {
     EXPECT_EQ(0, run_report(". --html link --device 'Lcd*'").status);
     EXPECT_TRUE(holds(read_file("page"), "Lcd_Panel"));
     EXPECT_FALSE(holds(read_file("page"), "tpdev"));
-    EXPECT_EQ((std::vector<std::string>{"copy", "dmd_dump_00007_101113.txt", RECORD, "link", "page"}),
-              names_in("."));
+    EXPECT_EQ(
+        (std::vector<std::string>{"copy", "dmd_dump_00007_101113.txt", RECORD, "foreign", "link", "page"}),
+        names_in("."));
 }
 
 // Writes the files, and the folders that they are in.
@@ -698,6 +702,34 @@ TEST(ReportPhones, MayBePacked) {
     EXPECT_EQ(true, document["reports"][0]["damaged"]);
     EXPECT_EQ(false, document["reports"][0]["cut"]);
     EXPECT_EQ(true, document["reports"][1]["cut"]);
+}
+
+TEST(ReportPhones, MayBePackedInOddWays) {
+    setenv("TMPDIR", "/tmp", 1);
+    enter_pulled();
+    write_files({{"f/p0/" + RECORD, ""},
+                 {"f/p1/" + RECORD, report("12", "a")},
+                 {"f/p\u00f62/" + RECORD, report("12", "b")}});
+    ASSERT_EQ(0, system("mkdir f/p3 && ln f/p1/* f/p3"));
+    const auto told = [](const std::string& path) {
+        const json document = json::parse(run_report("--json " + path).out);
+        std::string reports;
+        for (const json& each : document["reports"]) {
+            reports += each["phone"].get<std::string>() + each["content"].get<std::string>() + " ";
+        }
+        for (const json& problem : document["problems"]) {
+            reports += problem["file"].get<std::string>() + " " + problem["text"].get<std::string>();
+        }
+        return reports;
+    };
+    const std::string record = "/p0/" + RECORD + " is empty";
+    EXPECT_EQ("p1a p3a p\u00f62b f" + record, told("f")) << "two phones may have one file";
+    ASSERT_EQ(0, system("tar cf f.tar f && LC_ALL=C.UTF-8 bsdtar -caf f.zip f"));
+    EXPECT_EQ("p1a p3a p\u00f62b f.tar/f" + record, told("f.tar")) << "a hard link";
+    EXPECT_EQ("p1a p3a p\u00f62b f.zip/f" + record, told("f.zip"));
+    setenv("TMPDIR", "/nosuch", 1);
+    EXPECT_EQ("p1a p3a p\u00f62b ", told("f.tar f").substr(0, 14))
+        << "a pull that cannot be unpacked costs no other";
 }
 
 TEST(Report, MarksWhatOnlyDamagedFilesHold) {

@@ -4,6 +4,7 @@
 #include <archive.h>
 #include <archive_entry.h>
 
+#include <algorithm>
 #include <cstring>
 
 namespace tools {
@@ -48,9 +49,10 @@ bool is_pull(std::string_view beginning) {
 ArchiveReader::ArchiveReader(PulledFile* file)
     : file_(file), is_tar_(is_tar(file->peek())), archive_(archive_read_new(), archive_read_free) {
     const auto read_piece = [](archive*, void* context, const void** bytes) -> la_ssize_t {
-        const std::string_view piece = static_cast<PulledFile*>(context)->read();
-        *bytes = piece.data();
-        return static_cast<la_ssize_t>(piece.size());
+        auto* const self = static_cast<ArchiveReader*>(context);
+        self->piece_ = self->file_->read();
+        *bytes = self->piece_.data();
+        return static_cast<la_ssize_t>(self->piece_.size());
     };
     if (archive_ == nullptr || archive_read_support_format_tar(archive_.get()) != ARCHIVE_OK) {
         throw std::bad_alloc();
@@ -59,7 +61,7 @@ ArchiveReader::ArchiveReader(PulledFile* file)
         archive_read_support_filter_xz(archive_.get());
         archive_read_support_format_zip(archive_.get());
     }
-    if (archive_read_open(archive_.get(), file, nullptr, read_piece, nullptr) != ARCHIVE_OK) {
+    if (archive_read_open(archive_.get(), this, nullptr, read_piece, nullptr) != ARCHIVE_OK) {
         throw Unreadable(error_of(archive_.get()));
     }
 }
@@ -161,10 +163,14 @@ void ArchiveReader::note(const std::string& damage) {
 // Reads the file to its end, where its checksum stands.
 void ArchiveReader::finish() {
     is_over_ = true;
-    for (std::string_view piece = file_->read(); !piece.empty(); piece = file_->read()) {
+    // libarchive has stopped within the last piece.
+    const auto behind = file_->bytes_read() - static_cast<uint64_t>(archive_filter_bytes(archive_.get(), 0));
+    std::string_view piece = piece_.substr(piece_.size() - std::min<uint64_t>(behind, piece_.size()));
+    while (!piece.empty()) {
         if (is_tar_ && !is_zero(piece)) {
             note("has bytes behind the end of the archive, which are not read");
         }
+        piece = file_->read();
     }
     if (!file_->damage().empty()) {
         note(file_->damage());

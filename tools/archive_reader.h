@@ -49,7 +49,8 @@ class ArchiveReader {
     void finish();
 
     PulledFile* file_;
-    const bool is_tar_;  // of which libarchive says what stands where
+    std::string_view piece_;  // of the file, the last one read
+    const bool is_tar_;       // of which libarchive says what stands where
     std::unique_ptr<archive, int (*)(archive*)> archive_;
     archive_entry* entry_ = nullptr;
     uint64_t bytes_read_ = 0;
