@@ -55,13 +55,17 @@ function ticksOf(from, to, most) {
   });
 }
 
-// Reports in the order of time, by the bins they are in: [bin, start, end] each.
+// Reports in the order of time, by the bins they are in: [bin, start, end] each. There may be thousands in a bin, so
+// its end is looked for by halves.
 function binsOf(reports, xOf) {
+  const binOf = index => Math.floor(xOf(reports[index].at) / BIN);
   const bins = [];
-  for (let start = 0, end = 0; start < reports.length; start = end) {
-    const bin = Math.floor(xOf(reports[start].at) / BIN);
-    while (end < reports.length && Math.floor(xOf(reports[end].at) / BIN) === bin) {
-      ++end;
+  for (let start = 0; start < reports.length; start = bins.at(-1)[2]) {
+    const bin = binOf(start);
+    let inside = start, end = reports.length;
+    while (end - inside > 1) {
+      const middle = (inside + end) >> 1;
+      [inside, end] = binOf(middle) === bin ? [middle, end] : [inside, middle];
     }
     bins.push([bin, start, end]);
   }
