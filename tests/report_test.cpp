@@ -748,9 +748,9 @@ TEST(Report, MarksWhatOnlyDamagedFilesHold) {
 TEST(ReportNames, ReplaceNumbersAndDevices) {
     enter_pulled();
     write_file(RECORD, report("12", "a") + head("13", -7, "tp two") + HEAD_CONTENT);
-    write_file(
-        "names",
-        "# ours\n\n20834 \t no answer\r\n-7 minus seven\n tpdev = tp, tp two \nnonsense\n5x y\n= a\na =\n");
+    write_file("names",
+               "\xef\xbb\xbf# ours\n\n20834 \t no answer\r\n-7 minus seven\n tpdev = tp, tp two "
+               "\nnonsense\n5x y\n= a\na =\n");
     const Outcome outcome = run_report(". --names names --device tpdev --json");
     const json document = json::parse(outcome.out);
     EXPECT_EQ("no answer", document["reports"][0]["name"]);

@@ -71,6 +71,7 @@ bool ArchiveReader::next() {
         // What was not asked for is passed over piece by piece, and so within the file's limit.
     }
     is_cut_ = false;
+    member_bytes_ = 0;
     int64_t position = -1;
     while (!is_over_) {
         const int result = archive_read_next_header(archive_.get(), &entry_);
@@ -132,6 +133,10 @@ std::string_view ArchiveReader::read() {
     while (result == ARCHIVE_OK && size == 0) {
         result = archive_read_data_block(archive_.get(), &bytes, &size, &offset);
     }
+    if (size > 0 && static_cast<uint64_t>(offset) != member_bytes_) {
+        note("has a member with holes, which are left out: " + name());
+    }
+    member_bytes_ = static_cast<uint64_t>(offset) + size;
     bytes_read_ += size;
     if (bytes_read_ > MEMBERS_BYTES_MAX) {
         note("is read no further than its first 64 GiB");

@@ -53,7 +53,8 @@ class ArchiveReader {
     const bool is_tar_;       // of which libarchive says what stands where
     std::unique_ptr<archive, int (*)(archive*)> archive_;
     archive_entry* entry_ = nullptr;
-    uint64_t bytes_read_ = 0;
+    uint64_t member_bytes_ = 0;  // of the member at hand, as far as it is read
+    uint64_t bytes_read_ = 0;    // of all
     bool is_over_ = false;
     bool is_cut_ = false;
     bool is_complete_ = false;

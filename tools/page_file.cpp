@@ -13,6 +13,7 @@
 #include <string_view>
 
 #include "platform/owned.h"
+#include "tools/write_all.h"
 
 namespace tools {
 namespace {
@@ -45,17 +46,6 @@ std::string place_of(const std::string& path) {
     }
     char real[PATH_MAX];
     return realpath(path.c_str(), real) == nullptr ? path : real;
-}
-
-bool write_all(int fd, std::string_view bytes) {
-    while (!bytes.empty()) {
-        const ssize_t written = write(fd, bytes.data(), bytes.size());
-        if (written < 0) {
-            return false;
-        }
-        bytes.remove_prefix(static_cast<size_t>(written));
-    }
-    return true;
 }
 
 }  // namespace

@@ -7,9 +7,12 @@
 #include <cstring>
 #include <fstream>
 #include <stdexcept>
+#include <string_view>
 
 namespace tools {
 namespace {
+
+constexpr std::string_view BYTE_ORDER_MARK = "\xef\xbb\xbf";  // some editors begin a file with it
 
 std::string trim(const std::string& text) {
     constexpr char BLANKS[] = " \t\r";
@@ -24,6 +27,9 @@ ReportNames::ReportNames(const std::string& path, std::vector<Problem>* problems
     int number = 0;
     for (std::string line; std::getline(file, line);) {
         ++number;
+        if (number == 1 && line.compare(0, BYTE_ORDER_MARK.size(), BYTE_ORDER_MARK) == 0) {
+            line.erase(0, BYTE_ORDER_MARK.size());
+        }
         if (!take_line(trim(line))) {
             problems->push_back({"", path + ":" + std::to_string(number),
                                  "is neither \"20002 name of the error\" nor \"device = other name, ...\""});
@@ -41,7 +47,8 @@ bool ReportNames::take_line(const std::string& line) {
     int32_t error_no = 0;
     const char* const end = line.data() + line.size();
     const auto [behind, error] = std::from_chars(line.data(), end, error_no);
-    if (error == std::errc() && behind != end && (*behind == ' ' || *behind == '\t')) {
+    const bool is_number = error == std::errc() && behind != end && (*behind == ' ' || *behind == '\t');
+    if (is_number && trim(behind)[0] != '=') {
         errors_[error_no] = trim(behind);
         return true;
     }

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "tools/report.h"
+#include "tools/write_all.h"
 
 namespace tools {
 namespace {
@@ -31,14 +32,12 @@ void Spool::add(std::string_view bytes) {
     if (!fd_) {
         fd_ = std::make_shared<UniqueFd>(open_without_a_name());
     }
-    while (!bytes.empty()) {
-        const ssize_t written = write(fd_->get(), bytes.data(), bytes.size());
-        if (written < 0) {
-            throw Unreadable(std::string("cannot be unpacked (TMPDIR says where): ") + strerror(errno));
-        }
-        bytes.remove_prefix(static_cast<size_t>(written));
-        size_ += static_cast<size_t>(written);
+    if (!write_all(fd_->get(), bytes)) {
+        const int error = errno;
+        lseek(fd_->get(), static_cast<off_t>(size_), SEEK_SET);  // what was written of them does not count
+        throw Unreadable(std::string("cannot be unpacked (TMPDIR says where): ") + strerror(error));
     }
+    size_ += bytes.size();
 }
 
 }  // namespace tools
