@@ -273,7 +273,7 @@ FoundFile Search::spooled(ArchiveReader* archive) {
 std::string name_of(const std::string& path) {
     std::error_code error;
     fs::path whole = fs::canonical(path, error);
-    const std::string stem = fs::is_directory(whole, error) ? "" : stem_of(whole.filename());
+    std::string stem = fs::is_directory(whole, error) ? "" : stem_of(whole.filename());
     if (can_name_a_phone(stem)) {
         return stem;
     }

@@ -92,7 +92,7 @@ std::string parse_relative_time(const std::string& text, bool is_last, time_t no
 // or the last, second of that time.
 std::string parse_time(const char* option, const std::string& text, bool is_last, time_t now) {
     static const std::regex form("([0-9]{4}-[0-9]{2}-[0-9]{2})(?:[T ]([0-9]{2}:[0-9]{2})(:[0-9]{2})?)?");
-    const std::string relative = parse_relative_time(text, is_last, now);
+    std::string relative = parse_relative_time(text, is_last, now);
     if (!relative.empty()) {
         return relative;
     }
@@ -214,19 +214,19 @@ Choices parse_command_line(int argc, char** argv, time_t now) {
         choices.by = BY_TEXT;
     }
     const struct {
-        bool is_given;
         const char* option;
         Output output;
+        bool is_given;
     } outputs[] = {
-        {is_summary, "--summary", Output::SUMMARY},
-        {show.has_value() && !json, "--show", Output::SHOW},
-        {json, "--json", Output::JSON},
-        {json_lines, "--json-lines", Output::JSON_LINES},
-        {!html.empty(), "--html", Output::PAGE},
-        {!sqlite.empty(), "--sqlite", Output::DATABASE},
+        {"--summary", Output::SUMMARY, is_summary},
+        {"--show", Output::SHOW, show.has_value() && !json},
+        {"--json", Output::JSON, json},
+        {"--json-lines", Output::JSON_LINES, json_lines},
+        {"--html", Output::PAGE, !html.empty()},
+        {"--sqlite", Output::DATABASE, !sqlite.empty()},
     };
     const char* chosen = nullptr;
-    for (const auto& [is_given, option, output] : outputs) {
+    for (const auto& [option, output, is_given] : outputs) {
         if (!is_given) {
             continue;
         }

@@ -47,6 +47,7 @@ std::string some_of(const std::set<std::string>& names) {
 
 std::string errors_of(const std::vector<ErrorRange>& ranges) {
     std::vector<std::string> words;
+    words.reserve(ranges.size());
     for (const ErrorRange& range : ranges) {
         words.push_back(std::to_string(range.first) +
                         (range.last == range.first ? "" : "-" + std::to_string(range.last)));

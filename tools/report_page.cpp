@@ -241,11 +241,13 @@ std::string PageDocument::columns() {
 // The tables come last, when all that refers to them is written.
 std::string PageDocument::write(const std::vector<Problem>& problems, const std::vector<std::string>& paths) {
     std::vector<std::string> problem_list;
+    problem_list.reserve(problems.size());
     for (const Problem& problem : problems) {
         problem_list.push_back(
             list_of({text_or_null(problem.phone), text(problem.file), text(problem.text)}));
     }
     std::vector<std::string> path_list;
+    path_list.reserve(paths.size());
     for (const std::string& path : paths) {
         path_list.push_back(text(path));
     }
