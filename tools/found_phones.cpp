@@ -8,6 +8,7 @@
 #include <cstring>
 #include <filesystem>
 #include <functional>
+#include <iterator>
 #include <map>
 #include <regex>
 #include <set>
@@ -34,8 +35,7 @@ constexpr uint64_t PULL_MAX = uint64_t{64} << 30;
 struct Candidate {
     FoundFile file;
     std::string identity;              // the same for one file found twice
-    std::vector<std::string> folders;  // between the path, or the packed pull, and it
-    std::string phone;                 // its name
+    std::vector<std::string> folders;  // between the path and it
 };
 
 bool is_ours(const std::string& name) {
@@ -65,7 +65,7 @@ class Search {
     Search(std::vector<Problem>* problems, const std::function<void(const std::string&)>& unpacking)
         : problems_(problems), unpacking_(unpacking) {}
 
-    // Returns what the path names or holds, with the phones' names.
+    // Returns what the path names or holds.
     std::vector<Candidate> path(const std::string& path);
 
   private:
@@ -73,8 +73,6 @@ class Search {
     void file(const std::string& path, const struct stat& status);
     void named_file(const std::string& path, const struct stat& status);
     void pull(const std::string& path, const struct stat& status);
-    void phone_pull(const std::string& path, const struct stat& status);
-    void name_phones(const std::string& path, size_t begin);
     void member(const std::string& pull, const std::string& identity, ArchiveReader* archive);
     FoundFile spooled(ArchiveReader* archive);
     void note(const std::string& file, const std::string& text) { problems_->push_back({"", file, text}); }
@@ -104,7 +102,6 @@ std::vector<Candidate> Search::path(const std::string& path) {
     if (!found_any_ && problems_->size() == problems_before) {
         note(path, NO_FILE);
     }
-    name_phones(path, 0);
     return std::move(found_);
 }
 
@@ -137,18 +134,16 @@ void Search::folder(const std::string& folder) {
         } else if (is_ours(name)) {
             file(path, status);
         } else if (!stem.empty() && S_ISREG(status.st_mode)) {
-            if (std::any_of(folders_.begin(), folders_.end(), can_name_a_phone)) {
-                pull(path, status);
-            } else {
-                phone_pull(path, status);
-            }
+            folders_.push_back(stem);
+            pull(path, status);
+            folders_.pop_back();
         }
     }
 }
 
 void Search::file(const std::string& path, const struct stat& status) {
     found_any_ = true;
-    found_.push_back({{path}, identity_of(status), folders_, ""});
+    found_.push_back({{path}, identity_of(status), folders_});
 }
 
 // What is named may have any name: its bytes tell whether it is a packed pull.
@@ -162,29 +157,10 @@ void Search::named_file(const std::string& path, const struct stat& status) {
         }
     }
     if (is_packed) {
-        phone_pull(path, status);
+        pull(path, status);
     } else {
         file(path, status);
     }
-}
-
-// A pull that no folder above names a phone for: it is looked at as a path of its own.
-void Search::phone_pull(const std::string& path, const struct stat& status) {
-    const size_t begin = found_.size();
-    const std::vector<std::string> above = std::exchange(folders_, {});
-    pull(path, status);
-    folders_ = above;
-    // The folder that holds all the rest is what was packed.
-    const auto is_below_first = [&](const Candidate& candidate) {
-        return !candidate.folders.empty() && candidate.folders[0] == found_[begin].folders[0];
-    };
-    if (begin < found_.size() && !found_[begin].folders.empty() &&
-        std::all_of(found_.begin() + static_cast<ptrdiff_t>(begin), found_.end(), is_below_first)) {
-        for (size_t i = begin; i < found_.size(); ++i) {
-            found_[i].folders.erase(found_[i].folders.begin());
-        }
-    }
-    name_phones(path, begin);
 }
 
 // Unpacks the phone's files.
@@ -251,7 +227,7 @@ void Search::member(const std::string& pull, const std::string& identity, Archiv
     for (const fs::path& folder : path.parent_path()) {
         folders.push_back(folder);
     }
-    found_.push_back({file, identity + "/" + path.string(), folders, ""});
+    found_.push_back({file, identity + "/" + path.string(), folders});
 }
 
 FoundFile Search::spooled(ArchiveReader* archive) {
@@ -286,21 +262,27 @@ std::string name_of(const std::string& path) {
     return whole.filename();
 }
 
-// Names the phones of what was found from that place on, all below the path.
-void Search::name_phones(const std::string& path, size_t begin) {
-    bool is_one = false;
-    for (size_t i = begin; i < found_.size(); ++i) {
-        Candidate& candidate = found_[i];
-        if (candidate.phone.empty()) {
-            const auto name =
-                std::find_if(candidate.folders.begin(), candidate.folders.end(), can_name_a_phone);
-            is_one = is_one || name == candidate.folders.end();
-            candidate.phone = name == candidate.folders.end() ? "" : *name;
-        }
+// Gives each candidate of the path its phone's name.
+std::vector<std::string> name_phones(const std::string& path, const std::vector<Candidate>& candidates) {
+    std::vector<std::vector<std::string>> folders(candidates.size());
+    for (size_t i = 0; i < candidates.size(); ++i) {
+        std::copy_if(candidates[i].folders.begin(), candidates[i].folders.end(),
+                     std::back_inserter(folders[i]), can_name_a_phone);
     }
-    for (size_t i = begin; is_one && i < found_.size(); ++i) {
-        found_[i].phone = name_of(path);
+    // A folder that holds all the rest tells none from another.
+    size_t depth = 0;
+    const auto goes_on = [&](const auto& own) { return own.size() > depth; };
+    const auto is_shared = [&](const auto& own) { return own[depth] == folders[0][depth]; };
+    bool are_several = std::all_of(folders.begin(), folders.end(), goes_on);
+    while (!folders.empty() && are_several && std::all_of(folders.begin(), folders.end(), is_shared)) {
+        ++depth;
+        are_several = std::all_of(folders.begin(), folders.end(), goes_on);
     }
+    std::vector<std::string> names(folders.size(), are_several ? "" : name_of(path));
+    for (size_t i = 0; are_several && i < folders.size(); ++i) {
+        names[i] = folders[i][depth];
+    }
+    return names;
 }
 
 std::string normal(const std::string& path) {
@@ -335,20 +317,28 @@ FoundPhones find_phones(const std::vector<std::string>& paths, const std::string
     FoundPhones found;
     Search search(&found.problems, unpacking);
     std::map<std::string, std::vector<FoundFile>> files;
-    std::set<std::pair<std::string, std::string>> seen;  // names and identities
+    std::map<std::pair<std::string, std::string>, size_t> seen;  // by name and identity: which of its files
     const std::regex expression = expression_of(phone_from);
     for (const std::string& path : paths) {
         std::vector<Candidate> candidates = search.path(path);
-        for (auto& [file, identity, folders, phone] : candidates) {
+        std::vector<std::string> names = name_phones(path, candidates);
+        for (size_t i = 0; i < candidates.size(); ++i) {
+            auto& [file, identity, folders] = candidates[i];
             const std::string shown = normal(file.path);
             std::smatch parts;
             if (!phone_from.empty() && std::regex_match(shown, parts, expression)) {
-                phone = parts[1];
+                const std::string stem = stem_of(parts[1]);
+                names[i] = stem.empty() ? parts[1].str() : stem;
             } else if (!phone_from.empty()) {
-                found.problems.push_back({phone, file.path, "is not below a folder that --phone-from names"});
+                found.problems.push_back(
+                    {names[i], file.path, "is not below a folder that --phone-from names"});
             }
-            if (seen.insert({phone, identity}).second) {
-                files[phone].push_back(std::move(file));
+            std::vector<FoundFile>& own = files[names[i]];
+            const auto [known, is_new] = seen.try_emplace({names[i], identity}, own.size());
+            if (is_new) {
+                own.push_back(std::move(file));
+            } else {
+                own[known->second] = std::move(file);  // a pull may have a newer copy at its end
             }
         }
     }

@@ -28,11 +28,12 @@ constexpr char PHONE_MARK[] = "{phone}";
 // file without a name in TMPDIR, or in /var/tmp, which ends with the last FoundFile; `unpacking` is told of
 // each pull before.
 //
-// A path that holds such files itself is one phone, named after its folder, or as the packed pull. Otherwise
-// the first folders, or packed pulls, below it are the phones; the phone's own folders (data, kvdx_logs,
-// dmd_log) and those that name a day do not count. If `phone_from` is not empty, it is a pattern for the
-// paths as they are shown, "pulls/*/{phone}" say, and names the phone instead. Files whose phones have one
-// name are of one phone.
+// The phones are the first folders below a path that hold such files, if they are several; a packed pull is
+// like a folder. A folder that holds all the rest, the phone's own folders (data, kvdx_logs, dmd_log) and
+// those that name a day do not count. A path with such files in none of these folders is one phone, named
+// after its folder or as the packed pull. If `phone_from` is not empty, it is a pattern for the paths as they
+// are shown, "pulls/*/{phone}" say, and names the phone instead. Files whose phones have one name are of one
+// phone.
 FoundPhones find_phones(
     const std::vector<std::string>& paths, const std::string& phone_from,
     const std::function<void(const std::string&)>& unpacking = [](const std::string&) {});

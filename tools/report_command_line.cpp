@@ -13,13 +13,15 @@
 namespace tools {
 namespace {
 
+constexpr char FILTERS[] = "Which reports";
+
 constexpr char FOOTER[] =
     "It reads what dmd leaves in /data/kvdx_logs/dmd_log: the records dmd_record_N.txt and\n"
     "dmd_commercial_record.txt, and the dumps dmd_dump_NUMBER_TIME.tar.gz and .txt.gz, uncompressed\n"
     "or not. It searches a folder and all folders below for these names, also in a .zip, .tar, .tgz or\n"
-    ".tar.xz. It reads a file that you name whatever its name is. A folder that holds such files is one\n"
-    "phone; otherwise the first folders below it are the phones. A report that stands in several files\n"
-    "of a phone is shown once.\n\n"
+    ".tar.xz. It reads a file that you name whatever its name is. The first folders\n"
+    "below a PATH are the phones, if they are several; otherwise the PATH is one. A report that stands in\n"
+    "several files of a phone is shown once.\n\n"
     "On a terminal a table fits the width. Elsewhere tabs separate the columns, and \\t, \\n, \\r, \\\\ and\n"
     "\\x1b stand for characters that would break a line or a column. The column NOTE says \"cut\" if the\n"
     "end of a report or a part of its head is missing, \"damaged\" if it was found only in a damaged\n"
@@ -135,7 +137,7 @@ Choices parse_command_line(int argc, char** argv, time_t now) {
         return app.add_option(name, *value, help)->check(not_empty)->type_name(type);
     };
     add("PATH", &choices.paths, "File, folder to search, or packed pull", "")->required();
-    const char* group = "Which reports";
+    const char* group = FILTERS;
     add("--phone", &choices.filter.phones,
         "Only reports of that phone, in any case; * and ? as in a shell; repeatable", "NAME")
         ->allow_extra_args(false)
@@ -202,6 +204,13 @@ Choices parse_command_line(int argc, char** argv, time_t now) {
     }
     if (!until.empty()) {
         choices.filter.until = parse_time("--until", until, true, now);
+    }
+    for (const CLI::Option* const option : app.get_options()) {
+        for (const std::string& value :
+             option->get_group() == FILTERS ? option->results() : std::vector<std::string>()) {
+            choices.filter_words +=
+                (choices.filter_words.empty() ? "" : " ") + option->get_name() + " " + value;
+        }
     }
     choices.use_pager = !no_pager;
     choices.file = html.empty() ? sqlite : html;

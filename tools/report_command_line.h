@@ -20,6 +20,7 @@ struct Choices {
     std::string phone_from;  // see find_phones
     std::string names;       // the file of names; empty: none
     ReportFilter filter;
+    std::string filter_words;    // as they were given
     std::string sort;            // a column's title in small letters; empty: as usual
     bool reverse = false;        // the rows
     std::optional<size_t> most;  // rows

@@ -2,7 +2,7 @@
 "use strict";
 
 const byId = id => document.getElementById(id);
-const {columns, texts, places, problems, paths, made, version, content_max: contentMax,
+const {columns, texts, places, problems, paths, phones: phonesRead, filter, made, version, content_max: contentMax,
        processes_max: processesMax} = JSON.parse(byId("document").textContent);
 
 // ---- Texts
@@ -96,10 +96,24 @@ const reports = columns.number.map((number, index) => {
   return report;
 });
 const {compare} = new Intl.Collator("en", {numeric: true});
-const phones = [...new Set(reports.map(report => report.phone))].sort(compare);
+const phones = [...new Set([...phonesRead.map(textOf), ...reports.map(report => report.phone)])].sort(compare);
 
 const byTime = reports.filter(report => report.at !== null).sort((a, b) => a.at - b.at || a.number - b.number);
 const earliest = byTime[0]?.at ?? Infinity, latest = byTime.at(-1)?.at ?? -Infinity;
+
+// The time that most reports are of: a phone whose clock is years off does not squeeze all others into one bar. Days
+// that half a year without a report parts are apart.
+function mainTimesOf(list) {
+  const best = {from: earliest, to: latest, count: 0};
+  for (let start = 0, end = 0; start < list.length; start = end) {
+    for (end = start + 1; end < list.length && list[end].at - list[end - 1].at < 183 * DAY; ++end) {}
+    if (end - start > best.count) {
+      Object.assign(best, {from: list[start].at, to: list[end - 1].at, count: end - start});
+    }
+  }
+  return best;
+}
+const mainTimes = mainTimesOf(byTime);
 
 const contentOf = report => textOf(columns.content[report.index]);
 const isDump = report => report.kind === "dump";
@@ -112,7 +126,7 @@ const likes = new Map();  // by the number of the text
 function likeOf(report) {
   const number = columns.content[report.index];
   if (!likes.has(number)) {
-    const [line] = /\S[^\r\n]*/.exec(isDump(report) ? "" : textOf(number)) ?? [""];
+    const [line] = /\S[^\r\n]*/.exec(isDump(report) ? "" : textOf(number)) ?? ["(no text)"];
     likes.set(number, line.slice(0, 400).replace(NUMBERS, "#"));
   }
   return likes.get(number);
@@ -144,13 +158,13 @@ const phoneLine = report => (phones.length > 1 ? plain(report.phone) : "");
 
 const beginningOf = report => plain((contentOf(report) ?? "").slice(0, 400).trimStart().slice(0, 160));
 const REPORT_COLUMNS = [
-  {name: "number", title: "No.", look: "figure minor", of: report => report.number},
+  {name: "number", title: "No.", look: "figure minor spare", of: report => report.number},
   {name: "when", title: "When", of: report => report.at ?? report.time, show: whenOf},
   {name: "phone", title: "Phone", look: "fleet", of: report => report.phone, show: phoneLine},
   {name: "device", title: "Device", of: report => report.device, show: report => plain(report.device)},
   {name: "error", title: "Error", look: "figure", of: report => ordered(report.error), show: report => report.error},
   {name: "notes", title: "Notes", look: "minor", of: notesOf},
-  {name: "bytes", title: "Bytes", look: "figure minor", of: report => report.bytes,
+  {name: "bytes", title: "Bytes", look: "figure minor spare", of: report => report.bytes,
    show: report => figureOf(report.bytes)},
   {name: "begins", title: "Begins with", look: "minor", of: beginningOf},
 ];

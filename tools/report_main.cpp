@@ -103,13 +103,11 @@ void print_json(const std::vector<const Report*>& reports, const std::vector<Pro
     put("]}\n");
 }
 
-void print_page(const Choices& choices, const std::vector<const Report*>& reports,
-                const std::vector<Problem>& problems) {
-    const std::string page = make_report_page(reports, problems, choices.paths);
-    if (choices.file == "-") {
+void print_page(const std::string& path, const std::string& page) {
+    if (path == "-") {
         put(page);
     } else {
-        write_page(choices.file, page);
+        write_page(path, page);
     }
 }
 
@@ -310,7 +308,7 @@ void Run::take(Taken taken) {
     }
 }
 
-// A document has them in it; otherwise they are told at once.
+// They are told at once, but for those of a JSON document, which has them in it. A page has them too.
 void Run::add_problems(std::vector<Problem> problems) {
     has_problems_ = has_problems_ || !problems.empty();
     if (choices_.output != Output::JSON) {
@@ -322,6 +320,12 @@ void Run::add_problems(std::vector<Problem> problems) {
 }
 
 void Run::finish_all() {
+    std::vector<std::string> phone_names;
+    for (const PhoneReports& phone : phones_) {
+        if (passes(choices_.filter, phone.phone)) {
+            phone_names.push_back(phone.phone);
+        }
+    }
     const std::vector<Report> all = all_by_time(std::move(phones_));
     std::vector<const Report*> reports;
     for (const Report& report : all) {
@@ -338,7 +342,8 @@ void Run::finish_all() {
             print_json(reports, problems_);
             break;
         case Output::PAGE:
-            print_page(choices_, reports, problems_);
+            print_page(choices_.file, make_report_page(reports, problems_,
+                                                       {choices_.paths, phone_names, choices_.filter_words}));
             break;
         case Output::SHOW:
             print_report(choices_, *reports[0]);

@@ -149,7 +149,8 @@ class PageDocument {
   public:
     explicit PageDocument(const Reports& reports);
 
-    std::string write(const std::vector<Problem>& problems, const std::vector<std::string>& paths);
+    std::string write(const std::vector<Problem>& problems, const PageFacts& facts);
+    std::string list_of_texts(const std::vector<std::string>& values);
 
   private:
     std::string columns();
@@ -238,24 +239,29 @@ std::string PageDocument::columns() {
     return written + "}";
 }
 
+std::string PageDocument::list_of_texts(const std::vector<std::string>& values) {
+    std::vector<std::string> numbers;
+    numbers.reserve(values.size());
+    for (const std::string& value : values) {
+        numbers.push_back(text(value));
+    }
+    return list_of(numbers);
+}
+
 // The tables come last, when all that refers to them is written.
-std::string PageDocument::write(const std::vector<Problem>& problems, const std::vector<std::string>& paths) {
+std::string PageDocument::write(const std::vector<Problem>& problems, const PageFacts& facts) {
     std::vector<std::string> problem_list;
     problem_list.reserve(problems.size());
     for (const Problem& problem : problems) {
         problem_list.push_back(
             list_of({text_or_null(problem.phone), text(problem.file), text(problem.text)}));
     }
-    std::vector<std::string> path_list;
-    path_list.reserve(paths.size());
-    for (const std::string& path : paths) {
-        path_list.push_back(text(path));
-    }
     std::string document =
         "{\"made\":" + quoted(present_time()) + ",\"version\":" + quoted(REPORT_PAGE_VERSION) +
         ",\"content_max\":" + std::to_string(content_max_) +
         ",\"processes_max\":" + std::to_string(processes_max_) + ",\n\"problems\":" + list_of(problem_list) +
-        ",\n\"paths\":" + list_of(path_list) + ",\n\"columns\":" + columns();
+        ",\n\"paths\":" + list_of_texts(facts.paths) + ",\n\"phones\":" + list_of_texts(facts.phones) +
+        ",\n\"filter\":" + quoted(facts.filter) + ",\n\"columns\":" + columns();
     document += ",\n\"places\":";
     places_.append_to(document);
     document += ",\n\"texts\":";
@@ -267,12 +273,12 @@ std::string PageDocument::write(const std::vector<Problem>& problems, const std:
 }  // namespace
 
 std::string make_report_page(const Reports& reports, const std::vector<Problem>& problems,
-                             const std::vector<std::string>& paths) {
+                             const PageFacts& facts) {
     constexpr std::string_view PLACE = "/*document*/";
     const std::string_view page = REPORT_PAGE;
     const size_t place = page.find(PLACE);
     std::string filled(page.substr(0, place));
-    filled += PageDocument(reports).write(problems, paths);
+    filled += PageDocument(reports).write(problems, facts);
     filled += page.substr(place + PLACE.size());
     return filled;
 }

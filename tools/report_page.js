@@ -32,7 +32,7 @@ function filterReports() {
   }
   const from = state.from ?? -Infinity, to = state.to ?? Infinity;
   for (const report of reports) {
-    const isInTime = report.at === null || (report.at >= from && report.at <= to);
+    const isInTime = report.at === null ? state.from === null && state.to === null : report.at >= from && report.at <= to;
     let bits = isInTime && finder.isFound(report) ? 0 : OTHER_FILTERS;
     for (const {bit, of, value} of wanted) {
       bits |= of(report) === value ? 0 : bit;
@@ -74,7 +74,9 @@ function setRange(from, to) {
 // farther than there are reports.
 function zoom(factor, shift = 0) {
   if (byTime.length > 0) {
-    const {from, to} = rangeOf(), middle = (from + to) / 2 + shift * (to - from);
+    const {from, to} = rangeOf(), at = state.report?.at;
+    const isShown = at >= from && at <= to && shift === 0;  // then it stays in sight
+    const middle = isShown ? at : (from + to) / 2 + shift * (to - from);
     const length = Math.max((to - from) * factor, SHORTEST_RANGE), last = latest + margin - length;
     const start = Math.max(Math.min(middle - length / 2, last), earliest - margin);
     setRange(start, Math.min(start + length, latest + margin));
@@ -212,7 +214,8 @@ function render() {
 }
 
 function renderSummary() {
-  days = daysOf({from: Math.max(earliest, state.from ?? earliest), to: Math.min(latest, state.to ?? latest)});
+  const {from, to} = state.from === null && state.to === null ? mainTimes : {from: earliest, to: latest};
+  days = daysOf({from: Math.max(from, state.from ?? from), to: Math.min(to, state.to ?? to)});
   groups = groupsOf(reports.filter(passesBut(FAILURE)), days, state.withTexts);
   document.body.classList.toggle("with-texts", state.withTexts);
   byId("with-texts").checked = state.withTexts;
@@ -221,7 +224,7 @@ function renderSummary() {
 }
 
 function renderMap() {
-  const isSame = !state.withTexts && [state.phone, state.device, state.error].every(value => value === "");
+  const isSame = !state.withTexts && [state.phone, state.device, state.error, state.like].every(value => value === "");
   phoneMap.render(isSame ? groups : groupsOf(reports.filter(passesBut(FACETS.phone.bit)), days), state.phone);
 }
 
@@ -245,6 +248,7 @@ function renderHead() {
     phones.length > 1 && counted(phones.length, "phone"), counted(devices, "device"),
     byTime.length > 0 && `${stampOf(earliest)} to ${stampOf(latest)}`,
     byTime.length < reports.length && `${reports.length - byTime.length} without a date`,
+    filter && `only ${plain(filter)}`,
     `made ${made} by dmd-report ${version}${fewPaths ? ` from ${from.join(", ")}` : ""}`].filter(Boolean).join(" · ");
   byId("paths").hidden = fewPaths;
   byId("paths-title").textContent = `from ${counted(from.length, "path")}`;

@@ -3,7 +3,7 @@
 const CELL_LEAST = 3.5, CELL_MOST = 44;  // pixels of width
 const CELL_FOR_COUNT = 24;               // that a count fits in
 const LABEL_LEAST = 15;                  // pixels from one phone's name to the next
-const LABEL_LETTERS = 11;
+const LABEL_LETTERS = 10;
 const LABEL_SLANT = 36;                  // pixels by which the last name leans over the edge
 
 class PhoneMap extends Lanes {

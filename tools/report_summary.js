@@ -29,18 +29,20 @@ function groupsOf(list, days, withTexts = false) {
     if (at !== null) {
       group.first = Math.min(group.first, at);
       group.last = Math.max(group.last, at);
-      ++group.bars[Math.floor((at - start) / DAY / step)];
+      const bar = Math.floor((at - start) / DAY / step);
+      group.bars[bar] += bar in group.bars ? 1 : 0;
     }
   }
   for (const group of groups.values()) {
-    [group.worst, group.worstCount] = [...group.phones].reduce((a, b) => (b[1] > a[1] ? b : a));
+    [group.worst, group.worstCount] = [...group.phones].reduce(
+      (a, b) => (b[1] > a[1] || (b[1] === a[1] && b[0] < a[0]) ? b : a));
   }
   return [...groups.values()].sort((a, b) => b.count - a.count);
 }
 
 // How many more reports the second half of the days has than the first.
 function riseOf({bars}) {
-  return bars.reduce((sum, count, i) => sum + (2 * i < bars.length ? -count : count), 0);
+  return bars.reduce((sum, count, i) => sum + Math.sign(2 * i + 1 - bars.length) * count, 0);
 }
 
 // The reports of each day as bars, the highest of which is that of the group's worst day.
@@ -75,5 +77,5 @@ const GROUP_COLUMNS = [
   {name: "first", title: "First", look: "minor", of: group => group.first, show: group => momentOf(group.first)},
   {name: "last", title: "Last", look: "minor spare", down: true, of: group => group.last,
    show: group => momentOf(group.last)},
-  {name: "bars", title: "Per day", look: "plain", down: true, of: riseOf, show: makeSparkline},
+  {name: "bars", title: "Over the days", look: "plain", down: true, of: riseOf, show: makeSparkline},
 ];

@@ -145,11 +145,19 @@ class Timeline extends Lanes {
 
   drawAxis(axisHeight, height) {
     const {from, to} = this.range;
+    const ends = {15: 0, 30: 0};  // how far each line is written
+    const write = (name, x, y, text) => {
+      const half = text.length * 3.3;
+      if (text !== "" && x - half >= ends[y]) {
+        draw(this.axis, "text", {class: name, x, y, "text-anchor": "middle"}, text);
+        ends[y] = x + half + 2;
+      }
+    };
     for (const {time, label, context} of ticksOf(from, to, this.width / (this.width < 500 ? 50 : 75))) {
       const x = this.#xOf(time);
       draw(this.surface, "line", {class: "grid", x1: x, x2: x, y1: 0, y2: height});
-      draw(this.axis, "text", {class: "tick", x, y: 15, "text-anchor": "middle"}, label);
-      draw(this.axis, "text", {class: "quiet", x: Math.max(x, 38), y: 30, "text-anchor": "middle"}, context);
+      write("tick", x, 15, label);
+      write("quiet", Math.max(x, 38), 30, context);
     }
   }
 
