@@ -574,6 +574,8 @@ TEST_F(ReportOptions, ThatAreWrongAreRefused) {
         {"--device 'x*' --error 5", 1,
          "no report of device x*; devices there: \\x1b\\xc2\\x9b, Lcd_Panel, tpdev"},
         {"--device 'x*' --error 5", 1, "no report of error 5; errors there: -5, 20834, 7"},
+        {"--summary --phone 'x*' --error 5", 1, "no report of phone x*; phones there: pulled"},
+        {"--summary --by week", 2, "\"week\" is neither phone nor day"},
         {"--error 7 --grep c", 1, "no report passes all filters; alone: 2 --error, 1 --grep"},
         {"--since 2015-06-02", 1, "no report since 2015-06-02 00:00:00; the last is of 2015-06-01 10:11:14"},
         {"--names nosuch", 1, "cannot read nosuch: No such file or directory"},

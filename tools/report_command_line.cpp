@@ -19,9 +19,9 @@ constexpr char FOOTER[] =
     "It reads what dmd leaves in /data/kvdx_logs/dmd_log: the records dmd_record_N.txt and\n"
     "dmd_commercial_record.txt, and the dumps dmd_dump_NUMBER_TIME.tar.gz and .txt.gz, uncompressed\n"
     "or not. It searches a folder and all folders below for these names, also in a .zip, .tar, .tgz or\n"
-    ".tar.xz. It reads a file that you name whatever its name is. The first folders\n"
-    "below a PATH are the phones, if they are several; otherwise the PATH is one. A report that stands in\n"
-    "several files of a phone is shown once.\n\n"
+    ".tar.xz. It reads a file that you name whatever its name is. The first folders below a PATH are the\n"
+    "phones, if they are several; otherwise the PATH is one. A report that stands in several files of a\n"
+    "phone is shown once.\n\n"
     "On a terminal a table fits the width. Elsewhere tabs separate the columns, and \\t, \\n, \\r, \\\\ and\n"
     "\\x1b stand for characters that would break a line or a column. The column NOTE says \"cut\" if the\n"
     "end of a report or a part of its head is missing, \"damaged\" if it was found only in a damaged\n"
@@ -156,8 +156,10 @@ Choices parse_command_line(int argc, char** argv, time_t now) {
         ->group(group);
     group = "What of them";
     app.add_flag("--summary", is_summary, "One row for each device and error number")->group(group);
-    add("--by", &by, "With --summary: one row for each phone or day", "")
-        ->check(CLI::IsMember({"phone", "day"}))
+    add("--by", &by, "With --summary: one row for each phone or day", "phone|day")
+        ->check([](const std::string& value) {
+            return value == "phone" || value == "day" ? "" : "\"" + value + "\" is neither phone nor day";
+        })
         ->group(group);
     app.add_flag("--texts", texts, "With --summary: one row for like texts, numbers as #")->group(group);
     app.add_option("--show", show, "Show the whole report with that number in the table")

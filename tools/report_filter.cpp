@@ -174,7 +174,8 @@ void FilterCounts::add(const FilterCounts& other) {
 
 std::vector<std::string> why_none(const ReportFilter& filter, const FilterCounts& counts) {
     if (counts.reports == 0) {
-        return {"no report was found"};
+        // Phones that the filter leaves out, which is the first part, are not even read.
+        return {filter.phones.empty() ? "no report was found" : PARTS[0].why_none(filter, counts)};
     }
     std::vector<std::string> lines;
     std::vector<std::string> passing;

@@ -259,7 +259,9 @@ void Run::read() {
     read_phones<Taken>(
         phones, [this](PhoneReports phone) { return take_of(std::move(phone)); },
         [&](Taken taken) {
-            progress.clear();
+            if (!taken.lines.empty() || !taken.phone.problems.empty()) {
+                progress.clear();
+            }
             take(std::move(taken));
             ++phones_read;
             progress.tell("reading phone " + std::to_string(phones_read) + " of " +
