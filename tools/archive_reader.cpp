@@ -60,6 +60,7 @@ ArchiveReader::ArchiveReader(PulledFile* file)
     if (!is_tar_) {
         archive_read_support_filter_xz(archive_.get());
         archive_read_support_format_zip(archive_.get());
+        archive_read_set_option(archive_.get(), "tar", "read_concatenated_archives", "1");
     }
     if (archive_read_open(archive_.get(), this, nullptr, read_piece, nullptr) != ARCHIVE_OK) {
         throw Unreadable(error_of(archive_.get()));
@@ -146,6 +147,12 @@ std::string_view ArchiveReader::read() {
         return {};
     }
     if (result == ARCHIVE_OK) {
+        return {static_cast<const char*>(bytes), size};
+    }
+    if (result != ARCHIVE_EOF && result != ARCHIVE_FATAL && size > 0) {
+        // Its last bytes come with the news that its checksum is wrong.
+        note("is damaged in " + name() + ": " + error_of(archive_.get()));
+        entry_ = nullptr;
         return {static_cast<const char*>(bytes), size};
     }
     if (result != ARCHIVE_EOF) {

@@ -20,6 +20,7 @@
 #include "tools/dump_name.h"
 #include "tools/pulled_file.h"
 #include "tools/spool.h"
+#include "tools/terminal.h"
 
 namespace tools {
 namespace {
@@ -326,18 +327,22 @@ FoundPhones find_phones(const std::vector<std::string>& paths, const std::string
             auto& [file, identity, folders] = candidates[i];
             const std::string shown = normal(file.path);
             std::smatch parts;
-            if (!phone_from.empty() && std::regex_match(shown, parts, expression)) {
+            if (!phone_from.empty() && std::regex_match(shown, parts, expression) &&
+                can_name_a_phone(parts[1])) {
                 const std::string stem = stem_of(parts[1]);
                 names[i] = stem.empty() ? parts[1].str() : stem;
             } else if (!phone_from.empty()) {
                 found.problems.push_back(
                     {names[i], file.path, "is not below a folder that --phone-from names"});
             }
+            if (!is_utf8(names[i])) {
+                names[i] = one_line(names[i]);  // or two names could look the same
+            }
             std::vector<FoundFile>& own = files[names[i]];
             const auto [known, is_new] = seen.try_emplace({names[i], identity}, own.size());
             if (is_new) {
                 own.push_back(std::move(file));
-            } else {
+            } else if (!file.cut) {
                 own[known->second] = std::move(file);  // a pull may have a newer copy at its end
             }
         }

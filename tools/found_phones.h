@@ -11,8 +11,7 @@ namespace tools {
 
 struct FoundPhone {
     std::string name;
-    std::vector<FoundFile>
-        files;  // records first: reports of one second so keep the order they were written in
+    std::vector<FoundFile> files;  // of a folder records first: so reports of one second keep their order
 };
 
 struct FoundPhones {

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <functional>
 #include <iterator>
+#include <string_view>
 #include <tuple>
 #include <utility>
 
@@ -27,12 +28,19 @@ bool are_same(const Report& left, const Report& right) {
     return facts(left) == facts(right);
 }
 
-// Whether a copy that is cut has the content's beginning, or all of it and a piece of the next title.
-bool is_beginning(std::string_view copy, std::string_view content) {
-    constexpr std::string_view TITLE = HEAD_TITLE;
-    const size_t common = std::min(copy.size(), content.size());
-    const std::string_view rest = copy.substr(common);
-    return copy.substr(0, common) == content.substr(0, common) && rest == TITLE.substr(0, rest.size());
+// A report as the record has it.
+std::string bytes_of(const Report& report) {
+    return report.head + report.content;
+}
+
+// Whether a file or member holds both: then they are two reports.
+bool share_a_place(const Report& left, const Report& right) {
+    const auto is_of_right = [&](const ReportPlace& place) {
+        return std::any_of(right.places.begin(), right.places.end(), [&](const ReportPlace& other) {
+            return place.file == other.file && place.member == other.member;
+        });
+    };
+    return std::any_of(left.places.begin(), left.places.end(), is_of_right);
 }
 
 size_t size_of(const std::vector<Attachment>& attachments) {
@@ -115,34 +123,62 @@ void FoundReports::add_damage(const std::string& path) {
     }
 }
 
-void FoundReports::join_cut_copies() {
-    std::unordered_map<std::string, std::vector<size_t>> whole;  // by their heads
-    for (size_t i = 0; i < reports_.size(); ++i) {
-        if (!reports_[i].cut && reports_[i].kind == ReportKind::REPORT) {
-            whole[reports_[i].head].push_back(i);
+// Finds the report that a copy which is cut is the beginning of. The copy may end in a piece of the next
+// title.
+std::optional<size_t> FoundReports::find_longer(const ByBytes& by_bytes, size_t index) const {
+    constexpr std::string_view TITLE = HEAD_TITLE;
+    const std::string bytes = bytes_of(reports_[index]);
+    const auto fits = [&](const auto& entry) {
+        const Report& other = reports_[entry.second];
+        return entry.second != index && !other.places.empty() && !share_a_place(reports_[index], other);
+    };
+    for (auto found = by_bytes.lower_bound(bytes);
+         found != by_bytes.end() && found->first.compare(0, bytes.size(), bytes) == 0; ++found) {
+        if (fits(*found)) {
+            return found->second;
         }
     }
-    const auto joins = [&](Report& copy) {
-        const auto candidates = whole.find(copy.head);
-        if (!copy.cut || candidates == whole.end()) {
-            return false;
-        }
-        for (const size_t index : candidates->second) {
-            Report& report = reports_[index];
-            if (is_beginning(copy.content, report.content)) {
-                std::move(copy.places.begin(), copy.places.end(), std::back_inserter(report.places));
-                if (report.archive.empty()) {
-                    report.archive = std::move(copy.archive);
-                    report.attachments = std::move(copy.attachments);
-                }
-                return true;
+    for (size_t size = 1; size < std::min(TITLE.size(), bytes.size()); ++size) {
+        const size_t end = bytes.size() - size;
+        if (bytes.compare(end, size, TITLE, 0, size) == 0) {
+            const auto [first, last] = by_bytes.equal_range(bytes.substr(0, end));
+            const auto found = std::find_if(first, last, fits);
+            if (found != last) {
+                return found->second;
             }
         }
-        return false;
-    };
-    for (Report& report : reports_) {
-        if (joins(report)) {
-            report.places.clear();
+    }
+    return std::nullopt;
+}
+
+void FoundReports::join_cut_copies() {
+    std::vector<size_t> cut;
+    for (size_t i = 0; i < reports_.size(); ++i) {
+        // Of what is cut before its time it is not known which report it is.
+        if (reports_[i].cut && reports_[i].kind == ReportKind::REPORT && !reports_[i].time.empty()) {
+            cut.push_back(i);
+        }
+    }
+    ByBytes by_bytes;
+    for (size_t i = 0; i < reports_.size() && !cut.empty(); ++i) {
+        if (reports_[i].kind == ReportKind::REPORT) {
+            by_bytes.emplace(bytes_of(reports_[i]), i);
+        }
+    }
+    // The shortest first: so a piece goes by way of a longer one to the whole.
+    const auto size_of = [&](size_t i) { return reports_[i].head.size() + reports_[i].content.size(); };
+    std::stable_sort(cut.begin(), cut.end(),
+                     [&](size_t left, size_t right) { return size_of(left) < size_of(right); });
+    for (const size_t index : cut) {
+        if (const std::optional<size_t> longer = find_longer(by_bytes, index)) {
+            Report& copy = reports_[index];
+            Report& report = reports_[*longer];
+            std::move(copy.places.begin(), copy.places.end(), std::back_inserter(report.places));
+            copy.places.clear();
+            if (report.archive.empty()) {
+                report.archive = std::move(copy.archive);
+                report.attachments = std::move(copy.attachments);
+            }
         }
     }
     const auto is_joined = [](const Report& report) { return report.places.empty(); };

@@ -3,6 +3,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <map>
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -30,7 +32,10 @@ class FoundReports {
     std::vector<Report> take();
 
   private:
+    using ByBytes = std::multimap<std::string, size_t>;  // indices of reports
+
     void make_room(size_t bytes);
+    std::optional<size_t> find_longer(const ByBytes& by_bytes, size_t index) const;
     void join_cut_copies();
 
     std::vector<Report> reports_;

@@ -54,7 +54,7 @@ void Collector::take_file(const FoundFile& found) {
         const std::optional<DumpName> name = parse_dump_name(path);
         const bool is_dump_of_bytes = name && !name->is_archive;
         if (file.is_empty()) {
-            note(path, "is empty");
+            note(path, found.cut ? "cannot be read" : "is empty");
         } else if (name && name->is_gzip && !file.is_gzip()) {
             note(path, "is not compressed as its name says, and is not read");
         } else if (is_dump_of_bytes) {

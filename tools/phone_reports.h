@@ -24,7 +24,7 @@ struct PhoneReports {
 
 PhoneReports read_phone(const FoundPhone& phone);
 
-// Reads the phones, as many at a time as there are processors, and does the work with each, both in threads
+// Reads the phones, a few at a time so that no processor waits, and does the work with each, both in threads
 // of their own. Hands what came of it over in the phones' order, in the caller's thread. Throws what any of
 // it throws.
 template <class Result>

@@ -185,8 +185,7 @@ Choices parse_command_line(int argc, char** argv, time_t now) {
     app.add_flag("--no-pager", no_pager, "Do not show what is long page by page")->group(group);
     add("--names", &choices.names, "Names for error numbers and devices, see dmd-report(1)", "FILE")
         ->group(group);
-    add("--phone-from", &choices.phone_from, "Where the shown paths name the phone, as 'pulls/*/{phone}'",
-        "PATTERN")
+    add("--phone-from", &choices.phone_from, "Where paths name the phone, as 'pulls/*/{phone}'", "PATTERN")
         ->group(group);
     try {
         app.parse(argc, argv);
