@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Measures the daemon beside its peers, in an emulated phone, and writes what came out into docs/performance.md,
-# between the two marks there. With options or parts of the measurement for build/bench/dmd_bench (--help lists them),
+# between the two marks there. With options or parts of the measurement for build/release/dmd_bench (--help lists them),
 # the table is only printed. Nothing else should be at work on the machine.
 set -eu
 cd -- "$(dirname -- "$(realpath -- "$0")")/.."
@@ -11,11 +11,11 @@ if [ "$(grep -x -e '<!-- measured -->' -e '<!-- end -->' "$document")" != $'<!--
   echo "bench: $document has not the two marks that the table stands between" >&2
   exit 1
 fi
-build=$PWD/build/bench
+build=$PWD/build/release
 mkdir -p "$build"
 exec 9> build/lock
 flock -n 9 || { echo "bench: a test, a demo or another measurement of this checkout is running" >&2; exit 1; }
-echo "bench: building build/bench" >&2
+echo "bench: building build/release" >&2
 { cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release &&
   cmake --build "$build" -j "$(nproc)" --target dmd phone dmd_bench dmd-report; } > "$build/build.log" 2>&1 ||
   { tail -40 "$build/build.log" >&2; exit 1; }

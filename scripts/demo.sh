@@ -6,8 +6,9 @@
 set -eu
 cd -- "$(dirname -- "$(realpath -- "$0")")/.."
 scripts/setup.sh
+export CMAKE_GENERATOR=${CMAKE_GENERATOR:-Ninja} # of a new folder; one that is there keeps its own
 
-build=build/plain
+build=build
 work=build/demo
 name=demo-$$
 failed=0
@@ -156,7 +157,7 @@ say "Building in $build (the first time takes a minute)"
 mkdir -p "$build" "$work"
 exec 9> build/lock
 flock -n 9 || { echo "demo: another test or demo of this checkout is running" >&2; exit 1; }
-{ cmake -S . -B "$build" -G Ninja && cmake --build "$build"; } > $build/build.log 2>&1 ||
+{ cmake -S . -B "$build" && cmake --build "$build" -j "$(nproc)"; } > $build/build.log 2>&1 ||
   { tail -n 40 $build/build.log; exit 1; }
 
 say "What the configuration makes the daemon do about the touch panel (dmd-config-check)"

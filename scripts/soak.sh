@@ -8,9 +8,9 @@ scripts/setup.sh
 
 debug_reports=${1:-10000} commercial_reports=${2:-100000} limit=${3:-700}
 mkdir -p build
-echo "soak: building build/soak"
-{ cmake -S . -B build/soak -G Ninja -DCMAKE_BUILD_TYPE=Release &&
-  cmake --build build/soak -j "$(nproc)" --target dmd phone soak; } > build/soak.log 2>&1 || { tail -40 build/soak.log; exit 1; }
-build/soak/phone run -- build/soak/soak --reports "$debug_reports" --seconds "$limit"
-build/soak/phone run -- build/soak/soak --reports "$commercial_reports" --seconds "$limit" --commercial
+echo "soak: building build/release"
+{ cmake -S . -B build/release -G Ninja -DCMAKE_BUILD_TYPE=Release &&
+  cmake --build build/release -j "$(nproc)" --target dmd phone soak; } > build/release.log 2>&1 || { tail -40 build/release.log; exit 1; }
+build/release/phone run -- build/release/soak --reports "$debug_reports" --seconds "$limit"
+build/release/phone run -- build/release/soak --reports "$commercial_reports" --seconds "$limit" --commercial
 echo "soak: all checks passed"
