@@ -6,13 +6,16 @@
 
 #include <CLI/CLI.hpp>
 
+#include "desk/command_line.h"
+#include "emulator/client_names.h"
 #include "emulator/key_words.h"
-#include "emulator/refusal.h"
 
 namespace phone {
 namespace {
 
 constexpr uint64_t DATA_SIZE_MAX = uint64_t{1} << 40;
+constexpr unsigned COUNT_MAX = 100000;
+constexpr unsigned EVERY_MS_MAX = 3600000;
 
 enum class Count { ONE, AT_MOST_ONE, AT_LEAST_ONE };
 
@@ -22,26 +25,86 @@ struct Operand {
     Count count = Count::ONE;
 };
 
-// Where a command runs what stands after "--", if it takes that. A new phone also takes options.
-enum class Kind { RUNS_IN_A_NEW_PHONE, RUNS_IN_THE_RUNNING_ONE, RUNS_NOTHING };
+// Whether a command runs what stands after "--".
+enum class Kind { RUNS_SOMETHING, RUNS_NOTHING };
 
 struct Command {
     const char* name;
     const char* description;
     Kind kind;
+    void (*add_options)(CLI::App* app, Choices* choices);  // beside --name; may be null
     std::vector<Operand> operands;
     const char* footer;
 };
 
-const Operand CLIENT = {"CLIENT", "Name of the client, as docs/configuration.md lists them"};
+const Operand CLIENT = {"CLIENT", "Name of the client; dmd-config-check --clients lists them"};
+
+// The empty value of a script's unset variable is not the same as no option.
+std::string not_empty(const std::string& value) {
+    return value.empty() ? "its value is empty" : "";
+}
+
+// Takes "100M", "64k" or bytes.
+std::string read_size(std::string& value) {
+    uint64_t size = 0;
+    try {
+        CLI::AsSizeValue(false)(value);
+    } catch (const CLI::ValidationError&) {
+        value.clear();
+    }
+    return CLI::detail::lexical_cast(value, size) && size > 0 && size <= DATA_SIZE_MAX
+               ? ""
+               : "a size is a number up to 1T, as 65536, 64K or 100M";
+}
+
+void add_boot_options(CLI::App* app, Choices* choices) {
+    // A debug build is one that is not commercial; the option says so in a script.
+    CLI::Option* const debug = app->add_flag("--debug-build", "Be a debug build (the default)");
+    app->add_flag("--commercial", choices->commercial, "Be a commercial build")->excludes(debug);
+    app->add_option("--config", choices->config, "Configuration file of the daemon, instead of the sample")
+        ->check(not_empty)
+        ->type_name("FILE");
+    app->add_option("--data", choices->data, "Folder of the desk that becomes /data; made if it is missing")
+        ->check(not_empty)
+        ->type_name("DIR");
+    app->add_option("--data-size", choices->data_size, "Size of /data without --data, as 100M")
+        ->transform(CLI::Validator(read_size, "", "size"))
+        ->type_name("BYTES");
+    app->add_option("--bind", choices->binds, "Folder of the desk to show too, read-only; repeatable")
+        ->allow_extra_args(false)
+        ->check(not_empty)
+        ->type_name("DIR");
+}
+
+void add_outcome_options(CLI::App* app, Choices* choices) {
+    app->add_flag("--no-wait", choices->no_wait, "Do not wait to see what becomes of it");
+}
+
+void add_report_options(CLI::App* app, Choices* choices) {
+    add_outcome_options(app, choices);
+    app->add_option("--count", choices->count, "Report it so many times")
+        ->check(CLI::Range(1U, COUNT_MAX).description(""))
+        ->type_name("N");
+    app->add_option("--every", choices->every_ms, "Let so many milliseconds pass between two of them")
+        ->check(CLI::Range(0U, EVERY_MS_MAX).description(""))
+        ->type_name("MS");
+}
+
+void add_log_options(CLI::App* app, Choices* choices) {
+    app->add_flag("-f,--follow", choices->follow, "Go on with what the daemon logs from now on");
+    app->add_option("--client", choices->client, "Only lines that name this client")
+        ->check(not_empty)
+        ->type_name("CLIENT");
+}
 
 const Command commands[] = {
     {"boot",
      "Boot a phone with the daemon in the foreground",
-     Kind::RUNS_IN_A_NEW_PHONE,
+     Kind::RUNS_SOMETHING,
+     add_boot_options,
      {},
-     "The daemon's log goes to the terminal, and Ctrl-C ends the phone. Put options of the daemon after "
-     "'--'.\n\n"
+     "The daemon's log goes to standard output, and Ctrl-C ends the phone. If something kills the daemon, it "
+     "starts again\nafter 5 seconds, as on a phone. Put options of the daemon after '--'.\n\n"
      "Examples:\n"
      "  phone boot\n"
      "  phone boot --data /tmp/phone              the reports stay in /tmp/phone/kvdx_logs/dmd_log\n"
@@ -49,7 +112,8 @@ const Command commands[] = {
      "daemon\n"},
     {"run",
      "Run a command in a phone of its own",
-     Kind::RUNS_IN_A_NEW_PHONE,
+     Kind::RUNS_SOMETHING,
+     add_boot_options,
      {},
      "Put the command after '--'. Its exit status becomes that of phone.\n\n"
      "Examples:\n"
@@ -57,15 +121,25 @@ const Command commands[] = {
      "  phone run --bind /home/me/tests -- /home/me/tests/try-driver\n"},
     {"shell",
      "A shell in the running phone",
-     Kind::RUNS_IN_THE_RUNNING_ONE,
+     Kind::RUNS_SOMETHING,
+     nullptr,
      {},
      "To run a command instead, put it after '--'.\n\n"
      "Examples:\n"
      "  phone shell\n"
      "  phone shell -- ls -lR /data\n"},
+    {"log",
+     "Print the daemon's log",
+     Kind::RUNS_NOTHING,
+     add_log_options,
+     {},
+     "Examples:\n"
+     "  phone log -f\n"
+     "  phone log --client dsm_tp\n"},
     {"log-dir",
      "Print where the reports are; on a terminal, list them too",
      Kind::RUNS_NOTHING,
+     nullptr,
      {},
      "Examples:\n"
      "  phone log-dir\n"
@@ -73,14 +147,19 @@ const Command commands[] = {
     {"report",
      "A driver reports an error",
      Kind::RUNS_NOTHING,
-     {CLIENT, {"ERROR", "Number of the error"}, {"TEXT", "What the driver says"}},
-     "The daemon reports an error that its configuration has a trigger for, and ignores any other.\n\n"
+     add_report_options,
+     {CLIENT,
+      {"ERROR", "Number of the error"},
+      {"TEXT", "What the driver says; - reads it from standard input"}},
+     "It says what became of it, after two seconds at most.\n\n"
      "Examples:\n"
      "  phone report dsm_tp 20002 'no answer from the controller'\n"
-     "  phone report dsm_wifi 7 \"$(cat firmware.log)\"\n"},
+     "  phone report dsm_wifi 7 - < firmware.log\n"
+     "  phone report --count 50 --every 20 dsm_tp 20002 'no answer'\n"},
     {"state",
      "Set the state that a poll of a client returns",
      Kind::RUNS_NOTHING,
+     add_outcome_options,
      {CLIENT, {"NUMBER", "Its state from now on"}},
      "The daemon asks for it once in each period, if the client has a poll section. It stays until you set "
      "another.\n\n"
@@ -89,6 +168,7 @@ const Command commands[] = {
     {"command",
      "An application asks the daemon for a dump",
      Kind::RUNS_NOTHING,
+     add_outcome_options,
      {CLIENT,
       {"SWITCH", "The running test switch: on or off"},
       {"NUMBER", "Error number that the report shows"}},
@@ -97,6 +177,7 @@ const Command commands[] = {
     {"key",
      "Somebody presses the phone's keys",
      Kind::RUNS_NOTHING,
+     add_outcome_options,
      {{"WORD", KEY_WORD_FORMS, Count::AT_LEAST_ONE}},
      "The combinations that the daemon knows are in docs/forced-dumps.md.\n\n"
      "Examples:\n"
@@ -105,6 +186,7 @@ const Command commands[] = {
     {"property",
      "Print or set a system property",
      Kind::RUNS_NOTHING,
+     nullptr,
      {{"NAME", "Name of the property"}, {"VALUE", "Its new value", Count::AT_MOST_ONE}},
      "Examples:\n"
      "  phone property dev.bootcomplete\n"
@@ -120,14 +202,6 @@ const Command* find_command(const std::string& name) {
     return nullptr;
 }
 
-std::string command_names() {
-    std::string names;
-    for (const Command& command : commands) {
-        names += (names.empty() ? "" : ", ") + std::string(command.name);
-    }
-    return names;
-}
-
 // What stands after "--" belongs to the command in the phone, whatever it looks like. Takes it from `words`.
 std::vector<std::string> take_rest(std::vector<std::string>* words) {
     std::vector<std::string> rest;
@@ -137,11 +211,6 @@ std::vector<std::string> take_rest(std::vector<std::string>* words) {
         words->erase(mark, words->end());
     }
     return rest;
-}
-
-// The empty value of a script's unset variable is not the same as no option.
-std::string not_empty(const std::string& value) {
-    return value.empty() ? "its value is empty" : "";
 }
 
 void add_operand(CLI::App* app, const Operand& operand, Choices* choices) {
@@ -156,32 +225,13 @@ void add_operand(CLI::App* app, const Operand& operand, Choices* choices) {
     app->positionals_at_end();
 }
 
-void add_boot_options(CLI::App* app, Choices* choices) {
-    // A debug build is one that is not commercial; the option says so in a script.
-    CLI::Option* const debug = app->add_flag("--debug-build", "Be a debug build (the default)");
-    app->add_flag("--commercial", choices->commercial, "Be a commercial build")->excludes(debug);
-    app->add_option("--config", choices->config, "Configuration file of the daemon, instead of the sample")
-        ->check(not_empty)
-        ->type_name("FILE");
-    app->add_option("--data", choices->data, "Folder of the desk that becomes /data")
-        ->check(not_empty)
-        ->type_name("DIR");
-    app->add_option("--data-size", choices->data_size, "Size of /data without --data")
-        ->check(CLI::Range(uint64_t{1}, DATA_SIZE_MAX))
-        ->type_name("BYTES");
-    app->add_option("--bind", choices->binds, "Folder of the desk to show too, read-only; repeatable")
-        ->allow_extra_args(false)
-        ->check(not_empty)
-        ->type_name("DIR");
-}
-
 void add_command(CLI::App* app, const Command& command, Choices* choices) {
     CLI::App* const added = app->add_subcommand(command.name, command.description);
     added->add_option("--name", choices->name, "Name of the phone, if several run")
         ->check(not_empty)
         ->type_name("NAME");
-    if (command.kind == Kind::RUNS_IN_A_NEW_PHONE) {
-        add_boot_options(added, choices);
+    if (command.add_options != nullptr) {
+        command.add_options(added, choices);
     }
     for (const Operand& operand : command.operands) {
         add_operand(added, operand, choices);
@@ -199,28 +249,18 @@ bool runs_something(const std::vector<std::string>& words) {
 bool read_command_line(const std::string& program, const std::vector<std::string>& words, Choices* choices) {
     std::vector<std::string> parsed = words;
     const std::vector<std::string> rest = take_rest(&parsed);
-    CLI::App app("Boots and drives a phone on the desk.", program);
+    CLI::App app("Boots and drives a phone on the desk.", "phone");
     app.require_subcommand(1);
     app.footer("'phone COMMAND --help' shows what a command takes, with examples. To begin: phone boot\n");
     for (const Command& command : commands) {
         add_command(&app, command, choices);
     }
-    const bool has_command = !words.empty() && find_command(words[0]) != nullptr;
-    try {
-        app.parse(std::vector<std::string>(parsed.rbegin(), parsed.rend()));
-    } catch (const CLI::ParseError& error) {
-        if (error.get_exit_code() == 0) {
-            app.exit(error);  // prints the help
-            return false;
-        }
-        if (!has_command) {
-            throw Refusal((words.empty() ? "no command" : "'" + words[0] + "' is no command") +
-                          ": there are " + command_names() + " (" + program + " --help tells more)");
-        }
-        const bool is_surplus = dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr;
-        throw Refusal(
-            (is_surplus ? "too many operands; options stand before them" : std::string(error.what())) + " (" +
-            program + " " + words[0] + " --help shows what it takes)");
+    const std::vector<std::string> clients(std::begin(CLIENT_NAMES), std::end(CLIENT_NAMES));
+    const std::string asked_for = desk::parse(
+        &app, parsed, {{"CLIENT", clients}, {"SWITCH", {"on", "off"}}, {"WORD", {"up", "down", "power"}}});
+    if (!asked_for.empty()) {
+        fputs(asked_for.c_str(), stdout);
+        return false;
     }
     choices->program = program;
     choices->command = words[0];

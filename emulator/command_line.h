@@ -19,14 +19,19 @@ struct Choices {
     std::string data;
     uint64_t data_size = DATA_SIZE_DEFAULT;
     std::vector<std::string> binds;
+    bool no_wait = false;
+    unsigned count = 1;     // of reports
+    unsigned every_ms = 0;  // between two of them
+    bool follow = false;
+    std::string client;              // that the log is about; empty: all
     std::vector<std::string> words;  // operands of the command
 };
 
 // Whether the words of the command line run something in a phone.
 bool runs_something(const std::vector<std::string>& words);
 
-// Reads the words behind the program's name. Returns false when that was
-// all there is to do: a help was asked for, and printed. Throws a Refusal that says what is right.
+// Reads the words behind the program's name. Returns false when that was all there is to do: a help or the
+// like was asked for, and printed. Throws desk::WrongUsage.
 bool read_command_line(const std::string& program, const std::vector<std::string>& words, Choices* choices);
 
 }  // namespace phone

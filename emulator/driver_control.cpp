@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <iterator>
 
+#include "desk/command_line.h"
 #include "emulator/daemon_command.h"
 #include "emulator/key_devices.h"
 #include "emulator/properties.h"
@@ -37,11 +38,11 @@ Number number_in(const std::string& word, const char* what) {
 Client* client_in(ControlState* state, const std::string& name) {
     Client* client = driver_client(&state->driver, name);
     if (client == nullptr) {
-        std::string names;
+        std::vector<std::string> names;
         for (const Client& known : state->driver.clients) {
-            names += (names.empty() ? "" : ", ") + known.name;
+            names.push_back(known.name);
         }
-        throw Refusal("the phone's driver has no client '" + name + "': it has " + names);
+        throw Refusal(desk::no_such("client", name, names));
     }
     return client;
 }

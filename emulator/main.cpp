@@ -1,19 +1,28 @@
 // The phone command.
 #include <fcntl.h>
 #include <limits.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cctype>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <iterator>
 #include <string>
 #include <vector>
 
 #include "emulator/command_line.h"
 #include "emulator/control_client.h"
+#include "emulator/control_wire.h"
 #include "emulator/files.h"
 #include "emulator/key_words.h"
+#include "emulator/log_keeper.h"
+#include "emulator/outcome.h"
 #include "emulator/phone.h"
+#include "emulator/phone_view.h"
 #include "emulator/refusal.h"
 
 namespace {
@@ -22,11 +31,14 @@ using namespace phone;
 
 // Bytes of a configuration file: far more than the daemon reads of it.
 constexpr size_t CONFIG_MAX = 16 * 1024 * 1024;
-constexpr char CONFIG_SAMPLE[] = "device_state_monitor.conf";
+// Where the sample is, from the program's folder: as it was built, and as it is installed.
+constexpr const char* CONFIG_SAMPLES[] = {"/device_state_monitor.conf",
+                                          "/../share/dmd/device_state_monitor.conf"};
+constexpr char CONFIG_CHECKER[] = "/dmd-config-check";
 constexpr char DEFAULT_NAME[] = "phone";
-// Where the daemon writes, seen from inside.
-constexpr char PHONE_LOG_DIR[] = "/data/kvdx_logs/dmd_log";
 constexpr int STATUS_FAILED = 1;
+// Microseconds between two looks at a log that is followed.
+constexpr useconds_t FOLLOW_US = 100000;
 
 std::string absolute(const std::string& path) {
     char out[PATH_MAX];
@@ -49,13 +61,23 @@ std::string socket_name(const Choices& choices) {
     return socket_of_phone(choices.name.empty() ? DEFAULT_NAME : choices.name);
 }
 
+std::string sample_configuration(const std::string& folder) {
+    const auto* const sample =
+        std::find_if(std::begin(CONFIG_SAMPLES), std::end(CONFIG_SAMPLES),
+                     [&](const char* place) { return access((folder + place).c_str(), R_OK) == 0; });
+    return folder + (sample != std::end(CONFIG_SAMPLES) ? *sample : CONFIG_SAMPLES[0]);
+}
+
 PhoneOptions phone_options(const Choices& choices) {
     PhoneOptions options;
     options.commercial = choices.commercial;
     const std::string folder = program_folder();
     options.config =
-        read_file(choices.config.empty() ? folder + "/" + CONFIG_SAMPLE : choices.config, CONFIG_MAX);
+        read_file(choices.config.empty() ? sample_configuration(folder) : choices.config, CONFIG_MAX);
     if (!choices.data.empty()) {
+        if (mkdir(choices.data.c_str(), 0755) != 0 && errno != EEXIST) {
+            throw refusal_errno("cannot make " + choices.data);
+        }
         options.data_dir = absolute(choices.data);
     }
     options.data_size = choices.data_size;
@@ -94,6 +116,7 @@ std::string banner(const Choices& choices) {
         {phone("report", " dsm_tp 20002 'some text'"), "a driver reports an error"},
         {phone("command", " dsm_tp on 20002"), "an application asks for a dump"},
         {phone("key", " up down up"), "somebody presses the phone's keys"},
+        {phone("log", " -f"), "the log, as here"},
         {phone("log-dir"), "where the reports are"},
         {shell_word(reader) + " \"$(" + phone("log-dir") + ")\"", "what is in them"},
         {phone("shell"), "a shell in the phone"},
@@ -106,18 +129,35 @@ std::string banner(const Choices& choices) {
         width = std::max(width, line.first.size());
     }
     std::string text = choices.commercial ? "A commercial" : "A debug";
-    text += " build boots; Ctrl-C ends it. From another terminal:\n";
+    text += " build is up; Ctrl-C ends it. From another terminal:\n";
     for (const auto& [command, effect] : lines) {
         text += "  " + command + std::string(width - command.size(), ' ') + "   " + effect + "\n";
     }
     return text;
 }
 
+// What the checker says against the configuration goes before everything else. A build without it boots all
+// the same.
+void print_warnings(const std::string& config) {
+    const std::string checker = program_folder() + CONFIG_CHECKER;
+    if (config.empty() || access(checker.c_str(), X_OK) != 0) {
+        return;
+    }
+    const pid_t child = fork();
+    if (child == 0) {
+        execl(checker.c_str(), checker.c_str(), "--warnings", "--", config.c_str(), nullptr);
+        _exit(STATUS_FAILED);
+    }
+    waitpid(child, nullptr, 0);
+}
+
 int boot(const Choices& choices) {
+    print_warnings(choices.config);
     PhoneOptions options = phone_options(choices);
     options.socket_name = socket_of_phone(choices.name.empty() ? DEFAULT_NAME : choices.name);
     options.command = {std::string(BUILD_DIR) + "/dmd"};
     options.command.insert(options.command.end(), choices.words.begin(), choices.words.end());
+    options.is_boot = true;
     options.banner = banner(choices);
     return run_phone(options);
 }
@@ -171,26 +211,140 @@ int ask_and_print(const Choices& choices) {
     return 0;
 }
 
+// The text that "-" stands for.
+std::string read_standard_input() {
+    std::string text;
+    char piece[65536];
+    ssize_t got = 0;
+    while ((got = read(STDIN_FILENO, piece, sizeof piece)) > 0) {
+        text.append(piece, static_cast<size_t>(got));
+        if (text.size() > WIRE_MESSAGE_MAX) {
+            throw Refusal("the text is larger than " + std::to_string(WIRE_MESSAGE_MAX) + " bytes");
+        }
+    }
+    if (got < 0) {
+        throw refusal_errno("cannot read the text");
+    }
+    return text;
+}
+
+int report(const Choices& choices) {
+    std::vector<std::string> words = choices.words;
+    if (words[2] == "-") {
+        words[2] = read_standard_input();
+    }
+    Outcome outcome(socket_name(choices));
+    for (unsigned i = 0; i < choices.count; ++i) {
+        if (i > 0) {
+            usleep(choices.every_ms * 1000);
+        }
+        ask(choices, {"report", words[0], words[1], words[2]});
+    }
+    if (!choices.no_wait) {
+        puts(outcome.of_report(words[0], words[1], choices.count, words[2].size()).c_str());
+    }
+    return 0;
+}
+
+int set_state(const Choices& choices) {
+    Outcome outcome(socket_name(choices));
+    ask(choices, {"state", choices.words[0], choices.words[1]});
+    if (!choices.no_wait) {
+        puts(outcome.of_state(choices.words[0], choices.words[1]).c_str());
+    }
+    return 0;
+}
+
+int command(const Choices& choices) {
+    Outcome outcome(socket_name(choices));
+    if (!outcome.is_daemon_running()) {
+        throw Refusal("the daemon is not running");
+    }
+    ask(choices, {"command", choices.words[0], choices.words[1], choices.words[2]});
+    if (choices.no_wait) {
+        return 0;
+    }
+    const std::string line = outcome.of_command(choices.words[0], choices.words[2]);
+    if (line.empty()) {
+        ask(choices, {"pending", choices.words[0]});  // says what client may be meant
+    }
+    puts(line.c_str());
+    return 0;
+}
+
 int press_keys(const Choices& choices) {
     const std::vector<Words> requests = key_requests(choices.words);
+    Outcome outcome(socket_name(choices));
     for (const Words& words : requests) {
         if (ask(choices, {"opened", words[1]}) == "0") {
-            throw Refusal("nobody has " + words[1] +
+            throw Refusal(
+                outcome.is_daemon_running()
+                    ? "nobody has " + words[1] +
                           " open: dmd opens the devices that have a volume key when it starts, none on a "
-                          "commercial build, "
-                          "and lets an unplugged one go");
+                          "commercial build, and lets an unplugged one go"
+                    : "the daemon is not running");
         }
     }
     for (const Words& words : requests) {
         ask(choices, words);
     }
+    if (!choices.no_wait) {
+        const auto are_read = [&] {
+            return std::all_of(requests.begin(), requests.end(), [&](const Words& words) {
+                return ask(choices, {"queued", words[1]}) == "0";
+            });
+        };
+        puts(outcome.of_keys(are_read).c_str());
+    }
+    return 0;
+}
+
+// Whether the line names the client, and not only one whose name begins with its own.
+bool names_client(const std::string& line, const std::string& client) {
+    const auto is_part = [](char byte) {
+        return isalnum(static_cast<unsigned char>(byte)) != 0 || byte == '_';
+    };
+    for (size_t at = line.find(client); at != std::string::npos; at = line.find(client, at + 1)) {
+        const size_t end = at + client.size();
+        if ((at == 0 || !is_part(line[at - 1])) && (end == line.size() || !is_part(line[end]))) {
+            return true;
+        }
+    }
+    return false;
+}
+
+int show_log(const Choices& choices) {
+    if (!choices.client.empty()) {
+        ask(choices, {"pending", choices.client});  // refuses a client that there is not
+    }
+    const std::string root = root_of_phone(socket_name(choices));
+    if (access((root + LOG_PATH).c_str(), F_OK) != 0) {
+        throw Refusal("the phone keeps no log: only one that was booted with 'phone boot' does");
+    }
+    LogReader log(root);
+    std::string text;
+    do {
+        text += log.read_more();
+        size_t begin = 0;
+        for (size_t end = 0; (end = text.find('\n', begin)) != std::string::npos; begin = end + 1) {
+            const std::string line = text.substr(begin, end - begin);
+            if (choices.client.empty() || names_client(line, choices.client)) {
+                printf("%s\n", line.c_str());
+            }
+        }
+        text.erase(0, begin);
+        if (fflush(stdout) != 0) {
+            throw refusal_errno("cannot print the log");
+        }
+        usleep(choices.follow ? FOLLOW_US : 0);
+    } while (choices.follow && access(root.c_str(), F_OK) == 0);
     return 0;
 }
 
 int log_dir(const Choices& choices) {
     std::string folder = ask(choices, {"log-dir"});
     if (folder.empty()) {
-        folder = "/proc/" + std::to_string(first_process_of(socket_name(choices))) + "/root" + PHONE_LOG_DIR;
+        folder = root_of_phone(socket_name(choices)) + PHONE_LOG_DIR;
     }
     printf("%s\n", folder.c_str());
     fflush(stdout);
@@ -221,7 +375,8 @@ constexpr struct {
     const char* command;
     int (*run)(const Choices& choices);
 } ACTIONS[] = {
-    {"boot", boot}, {"run", run}, {"shell", shell}, {"log-dir", log_dir}, {"key", press_keys},
+    {"boot", boot},     {"run", run},         {"shell", shell},     {"log", show_log},   {"log-dir", log_dir},
+    {"report", report}, {"state", set_state}, {"command", command}, {"key", press_keys},
 };
 
 int do_command(const Choices& choices) {

@@ -25,8 +25,11 @@ struct PhoneOptions {
     uint64_t data_size = DATA_SIZE_DEFAULT;
     std::string build_dir;           // the folder of `phone` itself, shown read-only at BUILD_DIR
     std::vector<std::string> binds;  // folders that the phone sees, read-only, at their own place; sorted
-    std::string banner;  // printed on standard output when the phone is there, before the command begins
     std::vector<std::string> command;
+    // The command is the daemon: its standard error is kept as the phone's log, init starts it again when it
+    // was killed, and at the end it is told how many reports are lost with the phone.
+    bool is_boot = false;
+    std::string banner;  // printed on standard output once the daemon has started
 };
 
 // Boots a phone and runs the command in it. Returns the command's exit status, 128 plus the signal that ended

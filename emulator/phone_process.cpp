@@ -20,7 +20,9 @@
 #include "emulator/control_client.h"
 #include "emulator/driver_server.h"
 #include "emulator/files.h"
+#include "emulator/log_keeper.h"
 #include "emulator/phone.h"
+#include "emulator/phone_view.h"
 #include "emulator/refusal.h"
 #include "platform/owned.h"
 
@@ -31,6 +33,12 @@ namespace {
 constexpr int STATUS_CANNOT_RUN = 126;
 constexpr int STATUS_NOT_FOUND = 127;
 constexpr int STATUS_SIGNAL = 128;
+
+// As init waits before it starts a service again.
+constexpr int RESTART_SECONDS = 5;
+// Bytes of a record file that reports are counted in; the daemon's own have half a MiB and the last report.
+constexpr size_t RECORD_MAX = 64 * 1024 * 1024;
+constexpr char REPORT_HEAD[] = "========Device Bugreport========\n";
 
 constexpr int FORWARDED_SIGNALS[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
 
@@ -66,26 +74,30 @@ int exit_status(int status) {
 
 // Waits for the next signal. What somebody sent goes on to `receiver`; what the terminal sent has reached all
 // processes of the foreground already, but for SIGHUP: a closed terminal tells the leader of its session
-// only.
-void take_signal(pid_t receiver) {
+// only. Returns whether the signal means the end.
+bool take_signal(pid_t receiver) {
     const sigset_t set = watched_signals();
     siginfo_t info = {};
     const int number = sigwaitinfo(&set, &info);
     if (number == SIGHUP || (number > 0 && number != SIGCHLD && info.si_code != SI_KERNEL)) {
         kill(receiver, number);
     }
+    return number > 0 && number != SIGCHLD;
 }
 
 // To be called after the fork of `receiver`: what the terminal sent before is held here and nowhere else.
-// What came in between `receiver` holds too, and holds once.
-void forward_held_signals(pid_t receiver) {
+// What came in between `receiver` holds too, and holds once. Returns whether there was any.
+bool forward_held_signals(pid_t receiver) {
     sigset_t set = watched_signals();
     sigdelset(&set, SIGCHLD);
     const timespec at_once = {};
+    bool any = false;
     for (int number = sigtimedwait(&set, nullptr, &at_once); number > 0;
          number = sigtimedwait(&set, nullptr, &at_once)) {
         kill(receiver, number);
+        any = true;
     }
+    return any;
 }
 
 // A shell in the phone makes itself the foreground of the terminal and cannot undo that at its end: its
@@ -172,9 +184,107 @@ void start_media_server() {
     show_in_proc(server);
 }
 
+// The phone's log during a boot. `lines` is the end that the daemon writes to.
+struct Log {
+    pid_t keeper = -1;
+    UniqueFd lines;
+};
+
+Log start_log(const std::string& banner) {
+    Pipe lines = make_pipe();
+    const pid_t keeper = fork();
+    if (keeper < 0) {
+        throw refusal_errno("cannot start the keeper of the log");
+    }
+    if (keeper == 0) {
+        lines.write_end.reset();
+        run_log_keeper(std::move(lines.read_end), banner);
+    }
+    return {keeper, std::move(lines.write_end)};
+}
+
+// Lets the keeper come to the end of the log, which others may hold open.
+void end_log(Log* log) {
+    log->lines.reset();
+    for (int tries = 0; tries < 100 && waitpid(log->keeper, nullptr, WNOHANG) == 0; ++tries) {
+        usleep(10000);
+    }
+}
+
+// Says how many reports the phone takes with it.
+void tell_discarded() {
+    size_t reports = 0;
+    try {
+        for (const std::string& name : names_in(PHONE_LOG_DIR)) {
+            const std::string path = std::string(PHONE_LOG_DIR) + "/" + name;
+            if (name.rfind("dmd_record_", 0) == 0) {
+                const std::string text = read_file(path, RECORD_MAX);
+                for (size_t at = 0; (at = text.find(REPORT_HEAD, at)) != std::string::npos; ++at) {
+                    ++reports;
+                }
+            } else if (name.rfind("dmd_dump_", 0) == 0 && name.find(".txt") != std::string::npos) {
+                ++reports;
+            }
+        }
+    } catch (const Refusal&) {
+        // Without a folder of reports there is none.
+    }
+    if (reports > 0) {
+        print_refusal((std::to_string(reports) + (reports == 1 ? " report" : " reports") +
+                       " discarded; --data DIR keeps them")
+                          .c_str());
+    }
+}
+
+pid_t start_command(const PhoneOptions& options, const Log& log) {
+    const pid_t command = fork();
+    if (command < 0) {
+        throw refusal_errno("cannot start the command");
+    }
+    if (command == 0) {
+        if (log.lines.valid()) {
+            dup2(log.lines.get(), STDERR_FILENO);
+        }
+        show_in_proc(getpid());
+        become_command(options.socket_name, options.command);
+    }
+    return command;
+}
+
+// Reaps whatever ends, until the command does. Returns its status as waitpid gives it; *is_told_to_end
+// becomes true when somebody wanted an end.
+int wait_for_command(pid_t command, pid_t driver, bool* is_told_to_end) {
+    for (;;) {
+        int status = 0;
+        const pid_t ended = waitpid(-1, &status, WNOHANG);
+        if (ended == command) {
+            return status;
+        }
+        if (ended == driver && exit_status(status) != 0) {
+            const std::string number = std::to_string(exit_status(status));
+            print_refusal(("the driver server ended with status " + number).c_str());
+        }
+        if (ended <= 0) {
+            *is_told_to_end |= take_signal(command);
+        }
+    }
+}
+
+// Waits before the daemon starts again. False when somebody wants an end, or wanted one when the daemon
+// ended.
+bool rest_before_restart() {
+    sigset_t ends = watched_signals();
+    sigdelset(&ends, SIGCHLD);
+    const timespec rest = {RESTART_SECONDS, 0};
+    return sigtimedwait(&ends, nullptr, &rest) < 0;
+}
+
 // The first process: starts the driver server, the media server and the command, and reaps whatever ends,
 // until the command does. Returns the command's exit status.
 int run_first_process(const PhoneOptions& options) {
+    // As the desk numbers this process, which /proc/self is a link to.
+    char number[32] = {};
+    (void)!readlink("/proc/self", number, sizeof number - 1);
     UniqueFd listen_fd = listen_for_control(options.socket_name);
     UniqueFd fuse_fd = enter_private_root(options);
     const std::string log_dir = options.data_dir.empty() ? "" : options.data_dir + "/kvdx_logs/dmd_log";
@@ -197,31 +307,31 @@ int run_first_process(const PhoneOptions& options) {
     start_media_server();
     placed.write_end.reset();
 
-    fputs(options.banner.c_str(), stdout);
-    fflush(stdout);
-    const pid_t command = fork();
-    if (command < 0) {
-        throw refusal_errno("cannot start the command");
+    Log log;
+    if (options.is_boot) {
+        printf("The log is in /proc/%s/root%s\n", number, LOG_PATH);
+        fflush(stdout);
+        log = start_log(options.banner);
     }
-    if (command == 0) {
-        show_in_proc(getpid());
-        become_command(options.socket_name, options.command);
+    pid_t command = start_command(options, log);
+    bool is_told_to_end = forward_held_signals(command);
+    int status = wait_for_command(command, driver, &is_told_to_end);
+    while (options.is_boot && WIFSIGNALED(status) && !is_told_to_end) {
+        dprintf(log.lines.get(), "phone: dmd was ended by signal %d, init starts it again in %d s\n",
+                WTERMSIG(status), RESTART_SECONDS);
+        if (!rest_before_restart()) {
+            break;
+        }
+        command = start_command(options, log);
+        status = wait_for_command(command, driver, &is_told_to_end);
     }
-    forward_held_signals(command);
-    for (;;) {
-        int status = 0;
-        const pid_t ended = waitpid(-1, &status, WNOHANG);
-        if (ended == command) {
-            return exit_status(status);
-        }
-        if (ended == driver && exit_status(status) != 0) {
-            const std::string number = std::to_string(exit_status(status));
-            print_refusal(("the driver server ended with status " + number).c_str());
-        }
-        if (ended <= 0) {
-            take_signal(command);
+    if (options.is_boot) {
+        end_log(&log);
+        if (options.data_dir.empty()) {
+            tell_discarded();
         }
     }
+    return exit_status(status);
 }
 
 // Without the last two, root in a phone could rename the desk and leave shared memory there.

@@ -71,10 +71,11 @@ expect_refusal "no program" 126 "Permission denied" "$phone" run -- /etc/passwd
 expect_refusal "no command" 125 "phone run -- COMMAND" "$phone" run
 expect_refusal "missing configuration" 125 "/no/such.conf" "$phone" run --config /no/such.conf -- true
 expect_refusal "missing folder" 125 "/no/such" "$phone" run --data /no/such -- true
+expect_refusal "a size that is none" 125 "as 65536, 64K or 100M" "$phone" run --data-size 1x -- true
 expect_refusal "no phone" 1 "boot one" "$phone" report --name "$name" dsm_tp 1 text
 expect_refusal "no phone for a shell" 125 "boot one" "$phone" shell --name "$name"
 expect_refusal "no /dev/fuse" 125 "modprobe fuse" "$phone" run -- "$phone" run -- true
-for command in '' boot run report state command key property shell log-dir; do
+for command in '' boot run report state command key property shell log log-dir; do
   # shellcheck disable=SC2086
   expect "help of $command" 0 "$(status_of "$phone" $command --help)"
   [ -s "$scratch/out" ] || fail "no help of $command"
@@ -82,8 +83,8 @@ done
 expect_refusal "a report without operands" 1 "ERROR is required" "$phone" report dsm_tp
 expect_refusal "no keys" 1 "WORD is required" "$phone" key
 expect_refusal "half a command" 1 "NUMBER is required" "$phone" command dsm_tp on
-expect_refusal "an unknown command" 1 "'nonsense' is no command: there are boot, run" "$phone" nonsense
-expect_refusal "no command" 1 "no command: there are boot, run" "$phone"
+expect_refusal "an unknown command" 1 "no command nonsense; there are boot, run" "$phone" nonsense
+expect_refusal "no command" 1 "no command; there are boot, run" "$phone"
 for wrong in --nonsense true '--debug-build --commercial' '--data-size 0' '--data=' --name; do
   # shellcheck disable=SC2086
   expect_refusal "run $wrong" 125 --help "$phone" run $wrong -- true
@@ -122,18 +123,17 @@ start_phone -- sh -c "exec 3< /dev/input/event1; touch /data/ready; exec sleep $
 expect_refusal "second phone of a name" 125 "--name" "$phone" run --name "$name" -- true
 for text in '-h' '++' '--' '-text' ''; do
   expect "report of '$text'" 0 "$(status_of "$phone" report --name "$name" dsm_tp -5 "$text")"
-  expect "what a report of '$text' prints" "" "$(cat "$scratch/out")"
+  expect "what a report of '$text' prints" "the daemon is not running; the driver keeps the error" "$(cat "$scratch/out")"
 done
 expect "state" 0 "$(status_of "$phone" state --name "$name" dsm_tp -5)"
-expect_refusal "unknown client" 1 "no client 'nobody'" "$phone" state --name "$name" nobody 1
-expect "key" 0 "$(status_of "$phone" key --name "$name" up down= up+)"
+expect_refusal "unknown client" 1 "no client nobody; there are dsm_tp" "$phone" state --name "$name" nobody 1
+expect "key" 0 "$(status_of "$phone" key --no-wait --name "$name" up down= up+)"
 expect "what a key prints" "" "$(cat "$scratch/out")"
 expect_refusal "an unknown key" 1 "up, down or power" "$phone" key --name "$name" up volume
 expect_refusal "an empty key" 1 "''" "$phone" key --name "$name" ''
-expect_refusal "a key that nobody watches" 1 "event0" "$phone" key --name "$name" up power
-expect_refusal "a command without a daemon" 1 "does not listen" "$phone" command --name "$name" dsm_tp on -1
-expect_refusal "an unknown switch" 1 "on or off" "$phone" command --name "$name" dsm_tp yes 1
-expect_refusal "a long client" 1 "31 bytes" "$phone" command --name "$name" "$(printf %032d 0)" on 1
+expect_refusal "a key that nobody watches" 1 "not running" "$phone" key --name "$name" up power
+expect_refusal "a command without a daemon" 1 "not running" "$phone" command --name "$name" dsm_tp on -1
+expect_refusal "a log without a daemon" 1 "keeps no log" "$phone" log --name "$name"
 expect "property" "" "$("$phone" property --name "$name" a.b value)"
 expect "property" "value" "$("$phone" property --name "$name" a.b)"
 expect "shell" "value" "$("$phone" shell --name "$name" -- cat /dev/__properties__/a.b)"

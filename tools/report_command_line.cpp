@@ -8,6 +8,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "desk/command_line.h"
 #include "tools/found_phones.h"
 
 namespace tools {
@@ -58,9 +59,9 @@ ErrorRange parse_errors(const std::string& text) {
             return {static_cast<int32_t>(first), static_cast<int32_t>(last)};
         }
     }
-    throw WrongUsage("--error: \"" + text +
-                     "\" is no error number, as 20002, and no range of them from the smaller to the "
-                     "larger, as 20000-20099");
+    throw desk::WrongUsage("--error: \"" + text +
+                           "\" is no error number, as 20002, and no range of them from the smaller to the "
+                           "larger, as 20000-20099");
 }
 
 // The time as the phone's files have it. The desk's clock is taken for the phone's.
@@ -115,7 +116,7 @@ std::string parse_time(const char* option, const std::string& text, bool is_last
             return whole;
         }
     }
-    throw WrongUsage(
+    throw desk::WrongUsage(
         std::string(option) + ": \"" + text +
         "\" is no time, as 2026-11-25, \"2026-11-25 10:11\", 2026-11-25T10:11:12, today, yesterday "
         "or, two days ago, -2d");
@@ -123,7 +124,7 @@ std::string parse_time(const char* option, const std::string& text, bool is_last
 
 }  // namespace
 
-Choices parse_command_line(int argc, char** argv, time_t now) {
+Choices parse_command_line(const std::vector<std::string>& words, time_t now) {
     Choices choices;
     std::vector<std::string> errors;
     std::string since, until, by;
@@ -187,15 +188,10 @@ Choices parse_command_line(int argc, char** argv, time_t now) {
         ->group(group);
     add("--phone-from", &choices.phone_from, "Where paths name the phone, as 'pulls/*/{phone}'", "PATTERN")
         ->group(group);
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& error) {
-        if (error.get_exit_code() == 0) {
-            choices.output = Output::HELP;
-            choices.help = app.help();
-            return choices;
-        }
-        throw WrongUsage(std::string(error.what()) + " (--help tells what there is)");
+    choices.help = desk::parse(&app, words, {{"phone|day", {"phone", "day"}}});
+    if (!choices.help.empty()) {
+        choices.output = Output::HELP;
+        return choices;
     }
     for (const std::string& text : errors) {
         choices.filter.errors.push_back(parse_errors(text));
@@ -241,7 +237,7 @@ Choices parse_command_line(int argc, char** argv, time_t now) {
             continue;
         }
         if (chosen != nullptr) {
-            throw WrongUsage(std::string(chosen) + " and " + option + " do not go together");
+            throw desk::WrongUsage(std::string(chosen) + " and " + option + " do not go together");
         }
         chosen = option;
         choices.output = output;
@@ -265,7 +261,7 @@ Choices parse_command_line(int argc, char** argv, time_t now) {
     };
     for (const auto& [is_wrong, why] : rules) {
         if (is_wrong) {
-            throw WrongUsage(why);
+            throw desk::WrongUsage(why);
         }
     }
     return choices;

@@ -3,7 +3,6 @@
 
 #include <ctime>
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -29,16 +28,11 @@ struct Choices {
     bool all_places = false;
     SummaryBy by = BY_ERROR;
     std::string file;  // where a page or a database is to be
-    std::string help;  // to be printed
+    std::string help;  // or another text to be printed, with Output::HELP
 };
 
-// A command line that asks for something that there is not; its text says what.
-class WrongUsage : public std::runtime_error {
-  public:
-    using std::runtime_error::runtime_error;
-};
-
-// Throws WrongUsage. Words such as "yesterday" are reckoned from the second `now`, on this machine's clock.
-Choices parse_command_line(int argc, char** argv, time_t now);
+// Reads the words behind the program's name. Throws desk::WrongUsage. Words such as "yesterday" are reckoned
+// from the second `now`, on this machine's clock.
+Choices parse_command_line(const std::vector<std::string>& words, time_t now);
 
 }  // namespace tools

@@ -17,6 +17,7 @@
 #include <utility>
 #include <vector>
 
+#include "desk/command_line.h"
 #include "tools/page_file.h"
 #include "tools/pager.h"
 #include "tools/phone_reports.h"
@@ -123,7 +124,7 @@ void arrange(const Choices& choices, const std::string& usual_column, Table* tab
         sort_by = title == column ? i : sort_by;
     }
     if (sort_by == table->columns.size()) {
-        throw WrongUsage("--sort: there is no column \"" + column + "\"; columns: " + titles);
+        throw desk::WrongUsage("--sort: there is no column \"" + column + "\"; columns: " + titles);
     }
     sort_rows(table, sort_by);
     std::vector<Row>& rows = table->rows;
@@ -163,8 +164,8 @@ void print_report(const Choices& choices, const Report& report) {
 // The report of that number.
 const Report& report_of(const std::vector<Report>& reports, long number) {
     if (number < 1 || static_cast<size_t>(number) > reports.size()) {
-        throw WrongUsage("there is no report " + std::to_string(number) + ": there are " +
-                         counted(reports.size(), "report"));
+        throw desk::WrongUsage("there is no report " + std::to_string(number) + ": there are " +
+                               counted(reports.size(), "report"));
     }
     return reports[static_cast<size_t>(number) - 1];
 }
@@ -393,14 +394,14 @@ int main(int argc, char** argv) {
     try {
         fill_standard_descriptors();
         setlocale(LC_CTYPE, "C.UTF-8");  // names in archives are UTF-8, and characters have the widths of it
-        const Choices choices = parse_command_line(argc, argv, time(nullptr));
+        const Choices choices = parse_command_line({argv + std::min(argc, 1), argv + argc}, time(nullptr));
         if (choices.output != Output::HELP) {
             return Run(choices).run();
         }
         put(choices.help);
         finish_output();
         return STATUS_DONE;
-    } catch (const WrongUsage& error) {
+    } catch (const desk::WrongUsage& error) {
         complain(error.what());
         return STATUS_USAGE;
     } catch (const std::exception& error) {

@@ -11,6 +11,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "desk/command_line.h"
 #include "tools/phone_reports.h"
 #include "tools/report_json.h"
 #include "tools/terminal.h"
@@ -19,7 +20,6 @@ namespace tools {
 
 // The page without its document, which CMakeLists.txt puts together of the files report_*.html, .css and .js.
 extern const char REPORT_PAGE[];
-extern const char REPORT_PAGE_VERSION[];  // the commit that this is built of
 
 namespace {
 
@@ -257,7 +257,7 @@ std::string PageDocument::write(const std::vector<Problem>& problems, const Page
             list_of({text_or_null(problem.phone), text(problem.file), text(problem.text)}));
     }
     std::string document =
-        "{\"made\":" + quoted(present_time()) + ",\"version\":" + quoted(REPORT_PAGE_VERSION) +
+        "{\"made\":" + quoted(present_time()) + ",\"version\":" + quoted(desk::VERSION) +
         ",\"content_max\":" + std::to_string(content_max_) +
         ",\"processes_max\":" + std::to_string(processes_max_) + ",\n\"problems\":" + list_of(problem_list) +
         ",\n\"paths\":" + list_of_texts(facts.paths) + ",\n\"phones\":" + list_of_texts(facts.phones) +
