@@ -15,7 +15,10 @@ failed=0
 phone_pid=
 panel_log=/sys/bus/platform/devices/qelvan_touch/loglevel
 
-say() { printf '\n\033[1m== %s\033[0m\n' "$*"; }
+bold='' plain=''
+[ ! -t 1 ] || bold=$'\033[1m' plain=$'\033[0m'
+
+say() { printf '\n%s== %s%s\n' "$bold" "$*" "$plain"; }
 missing() { printf 'MISSING: %s\n' "$*"; failed=1; }
 phone() { "$build/phone" "$@"; }
 in_phone() { phone shell --name "$name" -- "$@"; }
@@ -55,7 +58,7 @@ boot() { # KIND OPTION: boots a phone
   # The sample configuration, with one change: dmd asks the fuel gauge for its state every 5 seconds, not every minute.
   sed 's/^sampling_period 12$/sampling_period 1/' config/device_state_monitor.conf > "$work/demo.conf"
   say "Booting a $1 build, the fuel gauge polled every 5 seconds; the daemon's log goes to $log"
-  "$build/phone" boot --name "$name" "$2" --config "$work/demo.conf" --data "$data" > "$work/$1.banner" 2> "$log" < /dev/null 9>&- &
+  "$build/phone" boot --name "$name" "$2" --config "$work/demo.conf" --data "$data" > "$log" 2>&1 < /dev/null 9>&- &
   phone_pid=$!
   wait_for_log "[M/listen_server] Enter select" 1
   wait_for_log "[M/dmd_command_sever_init] command server init success" 1
@@ -64,7 +67,8 @@ boot() { # KIND OPTION: boots a phone
 
 report() { # TIMES TEXT: the driver of dsm_tp reports error 20002, and the daemon deals with it. TIMES counts the errors
   say "The driver of dsm_tp reports error 20002: $2"
-  phone report --name "$name" dsm_tp 20002 "$2"
+  phone report --name "$name" dsm_tp 20002 "$2" | tee "$work/outcome"
+  expect_in "$work/outcome" "reported: dmd_record_0.txt"
   wait_for_log "[M/listen_server] Enter select" $(($1 + 1))
   expect_in "$log" "[M/listen_server] dsm_tp has error (20002) reported"
   grep -F "[M/listen_server] dsm_tp has error (20002) reported" "$log" | tail -n 1
@@ -176,6 +180,12 @@ say "The exception log entry"
 in_phone cat /dev/log/exception | tee "$work/exception"
 expect_in "$work/exception" "archive -i /data/kvdx_logs/dmd_log/dmd_dump_20002_"
 
+say "It reports an error that the configuration has no trigger for, and a driver without a section reports another"
+phone report --name "$name" dsm_tp 29999 "unknown to the configuration" | tee "$work/outcome"
+expect_in "$work/outcome" "no trigger for 29999: cleared"
+phone report --name "$name" dsm_key 1 "unheard" | tee "$work/outcome"
+expect_in "$work/outcome" "dsm_key has no listen section: nobody reads it"
+
 say "An application asks over the command socket for a dump of dsm_lcd, as error 20100"
 phone command --name "$name" dsm_lcd on 20100
 wait_for_report dsm_lcd 20100
@@ -210,7 +220,7 @@ expect_file /sys/class/timed_output/vibrator/enable 500
 
 say "The driver of dsm_sensorhub reports error 20500; its memory image takes 10 seconds"
 phone report --name "$name" dsm_sensorhub 20500 "sensor hub does not answer"
-wait_for_log "[M/listen_server] Enter select" 3
+wait_for_log "[M/listen_server] Enter select" 4
 show_archive 20500
 show_dump 20500
 if ! cmp "$work/dump" "$data"/ruvo_logs/memorydump/*/rdr.bin; then missing "the memory image in the dump"; fi
