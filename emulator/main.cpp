@@ -318,10 +318,10 @@ int show_log(const Choices& choices) {
         ask(choices, {"pending", choices.client});  // refuses a client that there is not
     }
     const std::string root = root_of_phone(socket_name(choices));
-    if (access((root + LOG_PATH).c_str(), F_OK) != 0) {
+    LogReader log(root);
+    if (!log.is_kept()) {
         throw Refusal("the phone keeps no log: only one that was booted with 'phone boot' does");
     }
-    LogReader log(root);
     std::string text;
     do {
         text += log.read_more();

@@ -63,6 +63,9 @@ std::string Outcome::wait(Look look, Late late) {
         if (!line.empty()) {
             return line;
         }
+        if (!log_.is_kept()) {
+            return "only a phone that was booted with 'phone boot' knows what becomes of it";
+        }
         if (std::chrono::steady_clock::now() >= end) {
             return late();
         }

@@ -19,8 +19,10 @@ std::string root_of_phone(const std::string& socket_name);
 // The daemon's log, read piece by piece as it grows.
 class LogReader {
   public:
-    // A phone that keeps no log, or that ends meanwhile, has an empty one.
     explicit LogReader(const std::string& root);
+
+    // False for a phone that keeps no log, whose log reads as empty.
+    bool is_kept() const { return file_.valid(); }
 
     // What has been written since the call before, or since the boot.
     std::string read_more();
