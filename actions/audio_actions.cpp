@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "actions/audio_files.h"
 #include "actions/memory_dump.h"
 #include "clients/generic_dump.h"
 #include "daemon/product_version.h"
@@ -22,24 +23,6 @@
 #include "platform/text.h"
 
 namespace {
-
-#define CODEC_DUMP "/data/zc8830dump.log"
-#define HIFI_LOG_DIR "/data/ruvo_logs/hifi_log"
-#define CODEC_LOG_DIR "/data/ruvo_logs/zc8830_log"
-
-// Files of the DSP and the codec whose place is known. Ends in a blank, as lists may.
-#define RESET_FILES                                                                                      \
-    HIFI_LOG_DIR "/hifi.log " HIFI_LOG_DIR "/hifi.bin " CODEC_LOG_DIR "/zc8830_ocram.bin " CODEC_LOG_DIR \
-                 "/zc8830_reg.bin " CODEC_LOG_DIR "/zc8830_tcm.bin "
-
-#define AUDIO_POLICY_LOG "/data/audio_policy.log"
-#define AUDIO_FLINGER_LOG "/data/audio_flinger.log"
-#define AUDIO_LOG "/data/audio.log"
-#define MEDIA_PLAYER_LOG "/data/media_player.log"
-#define MEDIA_DUMP "/data/mediadump.log"
-
-// How long the DSP and the codec may take to write their images after an error.
-constexpr unsigned int IMAGE_WAIT_SECONDS = 5;
 
 // Sizes in bytes, terminators included.
 constexpr size_t DIRECTORY_TEXT_SIZE = 150;
@@ -88,7 +71,7 @@ bool is_mediaserver(const char* number) {
 // holds a readable file of that name. Fills `found` with its path and a final "/", or with the empty text.
 void find_dump_file_dir(char (&found)[DIRECTORY_TEXT_SIZE], const char* base, const char* file_name) {
     found[0] = '\0';
-    sleep(IMAGE_WAIT_SECONDS);
+    sleep(AUDIO_IMAGE_WAIT_SECONDS);
     const UniqueDir stream = open_plain_directory(base);
     if (stream == nullptr) {
         return;
@@ -146,9 +129,7 @@ void list_codec_hifi_files(char* list, size_t size) {
 void list_audio_files(char* list, size_t size) {
     char log[DIRECTORY_TEXT_SIZE];
     find_dump_file_dir(log, HIFI_LOG_DIR, "hifi.log");
-    format_text(list, size, "%shifi.log %s", log,
-                CODEC_DUMP " " AUDIO_POLICY_LOG " " AUDIO_FLINGER_LOG " " AUDIO_LOG " " MEDIA_PLAYER_LOG
-                           " " MEDIA_DUMP " " RESET_FILES);
+    format_text(list, size, "%shifi.log %s", log, CODEC_DUMP " " MEDIA_FILES " " RESET_FILES);
 }
 
 // Runs a command that writes the file at `path`.

@@ -6,6 +6,9 @@
 
 #include "clients/client.h"
 
+// How long the DSP and the codec may take to write their images after an error.
+constexpr unsigned int AUDIO_IMAGE_WAIT_SECONDS = 5;
+
 // Writes the codec's registers to /data/zc8830dump.log. Always 0.
 int codec_dump_error(dmd_client* client, int error_no, const char* RT_switch);
 

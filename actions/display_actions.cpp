@@ -30,9 +30,6 @@ constexpr char FRAME_DIR[] = "/data/hwcdump";
 // Set to 1 to ask for a dump; the graphics side sets it to 0 when it is done.
 constexpr char ENABLE_PROPERTY[] = "debug.frame_dump_enable";
 
-// Looks at the property, one second apart.
-constexpr int WAIT_ATTEMPTS = 60;
-
 void ask_for_frames() {
     property_set(ENABLE_PROPERTY, "1");
     property_set("debug.frame_dump_cnt", "2");
@@ -48,9 +45,9 @@ bool frames_are_done() {
     return value[0] != '\0' && static_cast<int32_t>(strtoll(value, nullptr, 10)) <= 0;
 }
 
-// False, after a message, when the graphics side did not report in time.
+// Looks at the property once a second. False, after a message, when the graphics side did not report in time.
 bool wait_for_frames() {
-    for (int attempt = 0; attempt < WAIT_ATTEMPTS; ++attempt) {
+    for (int attempt = 0; attempt < FRAME_WAIT_SECONDS; ++attempt) {
         if (frames_are_done()) {
             return true;
         }

@@ -23,9 +23,6 @@ namespace {
 
 constexpr char OPERATION[] = "sensorhub_dump_error";
 
-// How long the sensor hub takes to write its image.
-constexpr unsigned int IMAGE_WAIT_SECONDS = 10;
-
 // Fills `image_path` with the path of the image in the newest entry of the directory, the first of those with
 // the same time; "." and ".." are entries too. False, after a message, when the directory could not be
 // opened.
@@ -107,7 +104,7 @@ int sensorhub_dump_error(dmd_client* client, int error_no, const char* RT_switch
         return count;
     }
     memset(buffer.get(), 0, client->buffer_size);
-    sleep(IMAGE_WAIT_SECONDS);
+    sleep(SENSORHUB_IMAGE_WAIT_SECONDS);
     save_newest_image(client, buffer.get(), &info);
     return count;
 }
