@@ -166,8 +166,8 @@ flock -n 9 || { echo "demo: another test or demo of this checkout is running" >&
 
 say "What the configuration makes the daemon do about the touch panel (dmd-config-check)"
 "$build/dmd-config-check" config/device_state_monitor.conf > "$work/checked" || missing "a clean configuration"
-sed -n '/^section.*dsm_tp/,/^section.*dsm_lcd/{/dsm_lcd/!p}' "$work/checked"
-expect_in "$work/checked" "section	1	touch	listen	dsm_tp	in-force"
+sed -n '/^\[touch\]/,/^$/{/./p}' "$work/checked"
+expect_in "$work/checked" "client   dsm_tp, listened to"
 
 boot debug --debug-build
 report 1 "touch controller does not answer"

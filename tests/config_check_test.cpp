@@ -3,6 +3,8 @@
 #include <sys/wait.h>
 
 #include <cstdlib>
+#include <regex>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -10,8 +12,11 @@
 #include <nlohmann/json.hpp>
 
 #include "clients/client_table.h"
+#include "clients/dispatch.h"
+#include "clients/registry.h"
 #include "config/config_parser.h"
 #include "emulator/phone.h"
+#include "tests/desk_calls.h"
 #include "tests/phone_test.h"
 #include "tools/config_check.h"
 #include "tools/config_print.h"
@@ -71,17 +76,40 @@ TEST(ConfigCheck, NamesWhatTheDaemonDoesOtherwise) {
         Status status;
     } cases[] = {
         {.what = "nothing",
-         .text = whole + "# a comment\n",
-         .found = {"note 7 \"#\" is no field"},
+         .text = "# client_name:\n" + whole + "#action dsm_tp+1\nnote it\n",
+         .found = {"note 9 'note' is no field"},
          .status = CLEAN},
         {.what = "an empty file", .text = "", .found = {"- the file has no section"}, .status = WARNINGS},
         {.what = "first field",
          .text = "[x]\nclient_name a\n" + whole,
-         .found = {"2 the section is skipped: its first field"},
+         .found = {"2 the section is skipped: its first field must be algo_type, not 'client_name'"},
          .status = WARNINGS},
         {.what = "unknown server",
-         .text = "\n[x]\nalgo_type udp\n" + whole,
-         .found = {"3 the section is skipped: its algo_type"},
+         .text = "\n[x]\nalgo_type udp\n" + whole + "[y]\nalgo_type Listne\n",
+         .found = {"3 the section is skipped: its algo_type 'udp' is neither listen nor poll",
+                   "11 the section is skipped: its algo_type 'Listne' is neither listen nor poll; did you "
+                   "mean listen?"},
+         .status = WARNINGS},
+        {.what = "a colon behind the first field",
+         .text = "[x]\nalgo_type: listen\n" + whole,
+         .found = {"2 the section is skipped: its first field must be algo_type; 'algo_type:' is no keyword; "
+                   "write 'algo_type' without the colon"},
+         .status = WARNINGS},
+        {.what = "words that look like keywords",
+         .text = whole + "client-name a\nalgotype a\nerror_number 1\nClient_Name=dsm_tp\nic_name= a\n",
+         .found = {"7 the line is passed over: 'client-name' is no keyword; did you mean client_name?",
+                   "8 the line is passed over: 'algotype' is no keyword; did you mean algo_type?",
+                   "9 the line is passed over: 'error_number' is no keyword; did you mean error_no?",
+                   "10 the line is passed over: 'Client_Name=dsm_tp' is no keyword; write 'client_name "
+                   "dsm_tp'",
+                   "11 the line is passed over: 'ic_name=' is no keyword; write 'ic_name' without the '='"},
+         .status = WARNINGS},
+        {.what = "a sign between keyword and value",
+         .text = "[x]\nalgo_type : listen\n" + head + "device_name = panel\nnum_triggers 1\n" +
+                 trigger(5, "dsm_tp+0"),
+         .found = {"2 the section is skipped", "2 the ':' counts as a part of the value",
+                   "2 algo_type takes the first word only", "6 the '=' counts as a part of the value",
+                   "6 device_name takes the first word only"},
          .status = WARNINGS},
         {.what = "no server",
          .text = "[x]algo_type",
@@ -92,8 +120,10 @@ TEST(ConfigCheck, NamesWhatTheDaemonDoesOtherwise) {
          .found = {"1 the section is empty"},
          .status = WARNINGS},
         {.what = "no such client",
-         .text = "[x]\nalgo_type poll\nclient_name dsm_tq\nnum_triggers 1\n" + trigger(1, "dsm_lcd+1"),
-         .found = {"3 there is no client \"dsm_tq\": section [x] watches nothing"},
+         .text = "[x]\nalgo_type poll\nclient_name dsm_tq\nnum_triggers 1\n" + trigger(1, "Dsm_lcc+1"),
+         .found =
+             {"3 there is no client 'dsm_tq': section [x] watches nothing; did you mean dsm_tp?",
+              "6 the action Dsm_lcc+1 does nothing: there is no client 'Dsm_lcc'; did you mean dsm_lcd?"},
          .status = WARNINGS},
         {.what = "slots",
          .text = head + "num_triggers 1\n" + trigger(5, "dsm_tp+0 dsm_tp+1 dsm_tp+10 dsm_tp+-1 nobody+0"),
@@ -181,42 +211,42 @@ TEST(ConfigCheck, NamesWhatTheDaemonDoesOtherwise) {
          .text = head + "device_name " + long_name +
                  "\nic_name abcd\nmodule_name\nnum_triggers 1\nerror_no 5\n"
                  "running_test_switch often\naction dsm_tp+0\n",
-         .found = {"1 section [a] has no complete trigger", "4 device_name \"" + long_name + "\" is cut off",
-                   "5 ic_name \"abcd\" is cut off to \"abc\"",
-                   "7 module_name takes the word \"num_triggers\"", "8 num_triggers must come first"},
+         .found = {"1 section [a] has no complete trigger", "4 device_name '" + long_name + "' is cut off",
+                   "5 ic_name 'abcd' is cut off to 'abc'", "7 module_name takes the word 'num_triggers'",
+                   "8 num_triggers must come first"},
          .status = WARNINGS},
         {.what = "words too many",
          .text = head + "num_triggers 1\nerror_no 5 6\nrunning_test_switch on off\naction dsm_tp+0+1\n",
-         .found = {"5 error_no takes the first number only, \"5\"",
-                   "6 running_test_switch takes the first word only", "7 of the action \"dsm_tp+0+1\""},
+         .found = {"5 error_no takes the first number only, '5'",
+                   "6 running_test_switch takes the first word only", "7 of the action 'dsm_tp+0+1'"},
          .status = WARNINGS},
         {.what = "numbers",
          .text = head + "num_triggers 1.5\nerror_no 5e9\naction dsm_tp+0x\n",
-         .found = {"4 num_triggers \"1.5\" counts as 1", "5 error_no \"5e9\" counts as 2147483647",
-                   "5 archives of the number 2147483647 are", "6 slot \"0x\" counts as 0"},
+         .found = {"4 num_triggers '1.5' counts as 1", "5 error_no '5e9' counts as 2147483647",
+                   "5 archives of the number 2147483647 are", "6 slot '0x' counts as 0"},
          .status = WARNINGS},
         {.what = "actions",
          .text = head +
                  "num_triggers 1\nerror_no 5\naction dsm_tp dsm_tp+0 dsm_tp+0 dsm_tp+0 dsm_tp+0 dsm_tp+0 "
                  "dsm_tp+0 "
                  "dsm_tp+0 dsm_tp+0 dsm_tp+0\n",
-         .found = {"6 an action without \"+slot\"", "6 only the first 8 actions count"},
+         .found = {"6 an action without '+slot'", "6 only the first 8 actions count"},
          .status = WARNINGS},
         {.what = "misspelt, misplaced and missing",
          .text = "ic_name x\n" + whole + "num_trigger 2\nalgo_type poll\nsampling_period 5\ndevice_name",
          .found = {"1 a field outside the sections",
-                   "8 \"num_trigger\" is no field, and its line is passed over; is num_triggers",
+                   "8 the line is passed over: 'num_trigger' is no keyword; did you mean num_triggers?",
                    "9 algo_type counts as the first field", "10 sampling_period has no effect",
-                   "11 device_name has no value", "note 1 \"x\" is no field"},
+                   "11 device_name has no value", "note 1 'x' is no field"},
          .status = WARNINGS},
         {.what = "a bracket",
          .text = whole + "note [b] c\n",
-         .found = {"7 a \"[\" inside a line begins a section, and", "7 the section is skipped",
-                   "note 7 \"note\" is no field"},
+         .found = {"7 a '[' inside a line begins a section, and", "7 the section is skipped",
+                   "note 7 'note' is no field"},
          .status = WARNINGS},
         {.what = "no end of a name",
          .text = whole + "[b\n",
-         .found = {"7 a \"[\" without a \"]\""},
+         .found = {"7 a '[' without a ']'"},
          .status = UNREADABLE},
         {.what = "a word without end",
          .text = "stray",
@@ -258,25 +288,171 @@ TEST(ConfigCheck, ShowsTheSampleAsItActs) {
     EXPECT_EQ("charge_dump_error", document["sections"][3]["triggers"][0]["actions"][0]["operation"]);
 }
 
-TEST(ConfigCheck, SeparatesPartsByTabsForPrograms) {
-    EXPECT_EQ(0u, run(sample).output.find(
-                      "section\t1\ttouch\tlisten\tdsm_tp\tin-force\t0\ttouch_panel\tsyn\tofl\n"));
+TEST(ConfigCheck, PrintsAsAsked) {
+    write_file(FILE_NAME, "text\n" + head + "num_triggers 1\n" + trigger(5, "dsm_tp+0 dsm_tp+3"));
+    const std::string warning = "/tmp/a.conf:7: warning: the action dsm_tp+3 does nothing";
+    const struct {
+        const char* options;
+        std::vector<std::string> parts;  // of the output, the first at its beginning
+        bool tells_note;
+    } cases[] = {
+        {.options = "",
+         .parts = {"[a]  line 2\n  client   dsm_tp, listened to\n", "error    5\n", warning,
+                   "1 section, 1 in force, 1 warning\n"},
+         .tells_note = true},
+        {.options = "--warnings", .parts = {warning}, .tells_note = false},
+        {.options = "--tsv",
+         .parts = {"section\t2\ta\tlisten\tdsm_tp\tin-force\t0\t\t\t\n", "trigger\t6\t5\t\tfires\n",
+                   "action\t6\tdsm_tp+0\tdsm_dump_error\treport\n",
+                   "action\t6\tdsm_tp+3\t\tdsm_tp has no dump slot 3\n", "warning\t7\t"},
+         .tells_note = true},
+    };
+    for (const auto& one : cases) {
+        SCOPED_TRACE(one.options);
+        const Answer answer = run(std::string(FILE_NAME) + " " + one.options);
+        EXPECT_EQ(WARNINGS, answer.status);
+        EXPECT_EQ(0u, answer.output.find(one.parts[0])) << answer.output;
+        for (const std::string& part : one.parts) {
+            EXPECT_NE(std::string::npos, answer.output.find(part)) << part << answer.output;
+        }
+        EXPECT_EQ(one.tells_note, answer.output.find("'text' is no field") != std::string::npos);
+    }
+    EXPECT_EQ("", run(sample + " --warnings").output);
 }
 
 TEST(ConfigCheck, ColoursATerminalUnlessToldNotTo) {
     const tools::CheckedConfig config = tools::check_config(sample);
     EXPECT_NE(std::string::npos, format_config({true, true}, config).find("\033[1m[fuel gauge]"));
-    const std::string plain = format_config({true, false}, config);
-    EXPECT_NE(std::string::npos, plain.find("client   dsm_pmu_coul, polled every 60 s\n")) << plain;
-    EXPECT_EQ(std::string::npos, plain.find('\033'));
+    EXPECT_EQ(std::string::npos, format_config({true, false}, config).find('\033'));
+}
+
+TEST(ConfigCheck, ExplainsEachKindOfOperation) {
+    const std::string listen = "algo_type listen\nclient_name ";
+    write_file(FILE_NAME,
+               "[tp]\n" + listen + "dsm_tp\ndevice_name panel\nnum_triggers 3\n" + trigger(1, "dsm_tp+0") +
+                   trigger(2, "dsm_lcd+0 dsm_tp+7") + trigger(3, "dsm_tp+0 DSM_TP+0") +
+                   "[tp polled]\nalgo_type poll\nclient_name dsm_tp\ndevice_name panel\nsampling_period 12\n"
+                   "num_triggers 2\n" +
+                   trigger(1, "dsm_tp+0") + trigger(0, "dsm_tp+1") +  //
+                   "[apcp]\n" + listen + "dsm_apcp\nnum_triggers 2\n" + trigger(20834, "dsm_apcp+0") +
+                   trigger(20835, "dsm_apcp+0") +  //
+                   "[key]\n" + listen + "dsm_power_key\nnum_triggers 1\n" + trigger(5, "dsm_power_key+1") +
+                   "[audio]\n" + listen + "dsm_audio\nnum_triggers 1\n" +
+                   trigger(5, "dsm_audio+0 dsm_audio+4") +  //
+                   "[hub]\n" + listen + "dsm_sensorhub\nnum_triggers 1\n" + trigger(6, "dsm_sensorhub+0"));
+    const struct {
+        const char* asked;
+        std::vector<std::string> told;  // in this order
+    } cases[] = {
+        {.asked = "DSM_TP 1",
+         .told = {"Error 1 of dsm_tp: section [tp], line 6 ", "\"dsm_tp has error (1) reported\"",
+                  "reads the error's text out of dsm_tp, up to 1024 bytes", "debug build packs the record",
+                  "commercial build hands", "1 once a day only", "Action 1 takes the error out of the driver",
+                  "device panel", "State 1 of dsm_tp: section [tp polled]", "Every 60 seconds", "dump for 1",
+                  "device is always dsm_tp", "every sample"}},
+        {.asked = "dsm_tp 2",
+         .told = {"an error that dsm_lcd happens to have", "nothing dsm_tp has no dump slot 7",
+                  "No action takes the error out", "State 2 of dsm_tp: no trigger of section [tp polled]"}},
+        {.asked = "dsm_tp 3",
+         .told = {"out of dsm_tp", "a further error of dsm_tp", "(action 1 has the text of this one)"}},
+        {.asked = "dsm_tp 0",
+         .told = {"has error (0) ignored\", and clears it", "If that is 0", "shows touches",
+                  "refuses to tell counts as 0"}},
+        {.asked = "dsm_apcp 20834", .told = {"what there is of /data/tombstones/"}},
+        {.asked = "dsm_apcp 20835", .told = {"packs the record file and the system's logs; hands"}},
+        {.asked = "dsm_power_key 5",
+         .told = {"a report without the list", "debug build hands the record file",
+                  "A trigger of dsm_audio has the number too (section [audio], line 40)"}},
+        {.asked = "dsm_audio 5",
+         .told = {"writes the codec's registers", "commercial build nothing", "waits 5 seconds",
+                  "what there is of hifi.log of a folder", "last removes /data/zc8830dump.log",
+                  "Action 2 takes"}},
+        {.asked = "dsm_sensorhub 6", .told = {"10485760 bytes", "waits 10 seconds", "rdr.bin"}},
+        {.asked = "dsm_wifi -1", .told = {"Error -1 of dsm_wifi: no listen section", "Nobody watches"}},
+    };
+    for (const auto& one : cases) {
+        SCOPED_TRACE(one.asked);
+        const Answer answer = run(std::string(FILE_NAME) + " --explain " + one.asked);
+        EXPECT_EQ(WARNINGS, answer.status);
+        const std::string told = std::regex_replace(answer.output, std::regex("[ \n]+"), " ");
+        size_t at = 0;
+        for (const std::string& part : one.told) {
+            at = told.find(part, at);
+            ASSERT_NE(std::string::npos, at) << part << "\n" << answer.output;
+        }
+    }
+}
+
+TEST(ConfigCheck, ListsTheClientsOfTheDaemon) {
+    const std::string lines = run("--clients --tsv").output;
+    const nlohmann::json clients = nlohmann::json::parse(run("--clients --json").output)["clients"];
+    size_t place = 0;
+    for (const dmd_client_info& row : default_clients) {
+        EXPECT_EQ(row.name, clients[place]["name"]);
+        EXPECT_EQ(row.buffer_size, clients[place]["bytes"]);
+        ++place;
+        for (int slot = 0; slot < SLOT_COUNT; ++slot) {
+            const std::string line = std::string("\n") + row.name + "\t" + std::to_string(row.buffer_size) +
+                                     "\tdump\t" + std::to_string(slot) + "\t";
+            EXPECT_EQ(row.dump[slot] != nullptr, lines.find(line) != std::string::npos) << line;
+        }
+    }
+    EXPECT_EQ(place, clients.size());
+    EXPECT_NE(std::string::npos, run("--clients").output.find("removes /data/zc8830dump.log"));
+}
+
+// Each kind of dump is run, and has read, waited and written what is said of it.
+TEST(ConfigCheck, SaysOfDumpsWhatTheyDo) {
+    set_commercial(false);
+    ASSERT_EQ(0, dmd_client_init());
+    std::set<client_dump_operation> done;
+    for (const dmd_client_info& row : default_clients) {
+        for (int slot = 0; slot < SLOT_COUNT; ++slot) {
+            if (row.dump[slot] == nullptr || !done.insert(row.dump[slot]).second) {
+                continue;
+            }
+            const tools::OperationFacts& facts = tools::facts_of(row.dump[slot]);
+            SCOPED_TRACE(facts.name);
+            phone_do({"reset"});
+            report_error(row.name, 7, "text");
+            dmd_client* const client = get_client_by_name(row.name);
+            const unsigned int texts_read = client->texts_read;
+            const unsigned int slept = seconds_slept();
+            const size_t recorded = read_file(record_path(0)).size();
+            dmd_dump_error(client, 7, slot, "on");
+            EXPECT_EQ(facts.reads == tools::Reads::ERROR, client->texts_read != texts_read);
+            EXPECT_TRUE(facts.waits.empty() ||
+                        facts.waits.find(std::to_string(seconds_slept() - slept) + " seconds") == 0);
+            const std::string report = read_file(record_path(0)).substr(recorded);
+            EXPECT_EQ(facts.report != tools::Report::NONE, !report.empty());
+            EXPECT_EQ(facts.report == tools::Report::FULL, report.find("[Process]") != std::string::npos);
+            const bool archived = system(("rm " + std::string(LOG_DIR) + "/*.tar.gz").c_str()) == 0;
+            EXPECT_EQ(facts.report == tools::Report::FULL, archived);
+        }
+    }
 }
 
 TEST(ConfigCheck, RefusesFilesAndOptionsThatItCannotUse) {
     ASSERT_EQ(0, mkfifo("/tmp/pipe", 0600));
-    for (const char* arguments : {"/tmp/none", "/tmp", "/tmp/pipe", "", "--wrong", "/tmp/a /tmp/b"}) {
+    for (const char* arguments : {"/tmp/none", "/tmp", "/tmp/pipe", "", "--wrong", "/tmp/a /tmp/b",
+                                  "--explain dsm_tp 5", "/tmp/none --explain dsm_tp 5"}) {
         const Answer answer = run(arguments);
         EXPECT_EQ(UNREADABLE, answer.status) << arguments;
         EXPECT_NE("", answer.output) << arguments;
+    }
+    const struct {
+        const char* asked;
+        const char* answer;
+    } cases[] = {
+        {.asked = "dsm_tpp 5", .answer = "dmd-config-check: no client dsm_tpp; did you mean dsm_tp?\n"},
+        {.asked = "thermometer 5",
+         .answer = "dmd-config-check: no client thermometer; --clients lists them\n"},
+        {.asked = "dsm_tp 5x", .answer = "dmd-config-check: 5x is no error number\n"},
+    };
+    for (const auto& one : cases) {
+        const Answer answer = run(sample + " --explain " + one.asked);
+        EXPECT_EQ(UNREADABLE, answer.status);
+        EXPECT_EQ(one.answer, answer.output);
     }
 }
 
@@ -293,7 +469,7 @@ TEST(ConfigCheck, KnowsEveryOperation) {
     for (const dmd_client_info& row : default_clients) {
         for (int slot = 0; slot < SLOT_COUNT; ++slot) {
             for (const client_dump_operation operation : {row.dump[slot], row.force_dump[slot]}) {
-                EXPECT_TRUE(operation == nullptr || tools::name_operation(operation).operation == operation)
+                EXPECT_TRUE(operation == nullptr || tools::facts_of(operation).operation == operation)
                     << row.name << " " << slot;
             }
         }

@@ -8,10 +8,11 @@
 #include <map>
 #include <utility>
 
-#include "clients/client_table.h"
 #include "config/config_parser.h"
+#include "tools/config_clients.h"
 #include "tools/config_findings.h"
 #include "tools/config_trace.h"
+#include "tools/config_words.h"
 #include "tools/operation_names.h"
 
 namespace tools {
@@ -23,15 +24,6 @@ constexpr uint64_t SHORT_PERIOD_SECONDS = 60;
 
 // Retention does not know archives of longer numbers.
 constexpr size_t ARCHIVED_NUMBER_LENGTH = 5;
-
-const dmd_client_info* find_row(const char* name) {
-    for (const dmd_client_info& row : default_clients) {
-        if (strncasecmp(row.name, name, sizeof row.name) == 0) {
-            return &row;
-        }
-    }
-    return nullptr;
-}
 
 // The operation that an action of a server's section runs, or null.
 client_dump_operation operation_of(const dmd_client_info& row, int32_t algo_type, int32_t slot) {
@@ -49,7 +41,7 @@ class SectionCheck {
           title_(title_of(setting_)),
           lines_(lines),
           parsed_(parsed),
-          row_(find_row(setting_.client_name)),
+          row_(find_client(setting_.client_name)),
           found_(found) {}
 
     CheckedSection run() {
@@ -111,8 +103,8 @@ class SectionCheck {
             return false;
         }
         if (row_ == nullptr) {
-            warn(lines_.client,
-                 "there is no client \"" + section_.client + "\": " + title_ + " watches nothing");
+            warn(lines_.client, "there is no client " + quoted(section_.client) + ": " + title_ +
+                                    " watches nothing" + did_you_mean_client(section_.client));
             return false;
         }
         const setting_info* const taken = find_setting(row_->name, setting_.algo_type);
@@ -177,9 +169,9 @@ class SectionCheck {
         bool takes_error = false;
         for (int32_t i = 0; i < trigger.action_num; ++i) {
             const action_config& action = trigger.actions[i];
-            const OperationName* const operation = check_action(action, lines.action);
-            checked.actions.push_back({action.client_name, action.action_info, operation});
-            takes_error = takes_error || (operation != nullptr && operation->takes_error &&
+            checked.actions.push_back(check_action(action, lines.action));
+            const OperationFacts* const operation = checked.actions.back().operation;
+            takes_error = takes_error || (operation != nullptr && operation->reads == Reads::ERROR &&
                                           strcasecmp(action.client_name, setting_.client_name) == 0);
         }
         if (setting_.algo_type == ALGO_LISTEN && row_ != nullptr && !takes_error) {
@@ -190,23 +182,25 @@ class SectionCheck {
         section_.triggers.push_back(checked);
     }
 
-    // What the action runs, or null.
-    const OperationName* check_action(const action_config& action, int line) {
-        const std::string client = action.client_name;
+    CheckedAction check_action(const action_config& action, int line) {
         const std::string slot = std::to_string(action.action_info);
-        const std::string does_nothing = "the action " + client + "+" + slot + " does nothing: ";
-        const dmd_client_info* const row = find_row(action.client_name);
+        CheckedAction checked = {action.client_name, action.action_info, nullptr, ""};
+        const dmd_client_info* const row = find_client(action.client_name);
         if (row == nullptr) {
-            warn(line, does_nothing + "there is no client \"" + client + "\"");
+            checked.why_nothing =
+                "there is no client " + quoted(checked.client) + did_you_mean_client(checked.client);
         } else if (action.action_info < 0 || action.action_info >= SLOT_COUNT) {
-            warn(line, does_nothing + "slots are 0 to " + std::to_string(SLOT_COUNT - 1));
+            checked.why_nothing = "slots are 0 to " + std::to_string(SLOT_COUNT - 1);
         } else if (const auto operation = operation_of(*row, setting_.algo_type, action.action_info)) {
-            return &name_operation(operation);
+            checked.operation = &facts_of(operation);
         } else {
-            warn(line, does_nothing + row->name + " has no " +
-                           (setting_.algo_type == ALGO_POLL ? "force-dump" : "dump") + " slot " + slot);
+            checked.why_nothing = std::string(row->name) + " has no " +
+                                  (setting_.algo_type == ALGO_POLL ? "force-dump" : "dump") + " slot " + slot;
         }
-        return nullptr;
+        if (checked.operation == nullptr) {
+            warn(line, "the action " + checked.client + "+" + slot + " does nothing: " + checked.why_nothing);
+        }
+        return checked;
     }
 
     // Whether the triggers are as many as announced.

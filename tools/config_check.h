@@ -14,7 +14,8 @@ namespace tools {
 struct CheckedAction {
     std::string client;
     int32_t slot;
-    const OperationName* operation;  // null when nothing runs
+    const OperationFacts* operation;  // null when nothing runs
+    std::string why_nothing;          // then the reason
 };
 
 struct CheckedTrigger {

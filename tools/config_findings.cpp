@@ -12,6 +12,7 @@
 #include "config/section_fields.h"
 #include "config/value_readers.h"
 #include "platform/text.h"
+#include "tools/config_words.h"
 
 namespace tools {
 namespace {
@@ -20,6 +21,9 @@ namespace {
 
 // The message about a value that the parser then takes for the name of a field.
 constexpr char NOT_READ[] = "Unkown record!";
+
+constexpr char NOT_FIRST[] = "algo_type field not first field";
+constexpr char NO_SERVER[] = "Unknown algo";
 
 // The parser's messages by a part of their text, the first that fits. An empty explanation: the message adds
 // nothing to another one, or to what the value itself shows.
@@ -41,12 +45,10 @@ const struct {
     {"Failed to read config file", "the file cannot be read"},
     {"Found filed ", "a field outside the sections has no effect"},
     {"Error in section", "the section is empty, and does nothing"},
-    {"algo_type field not first field", "the section is skipped: its first field must be algo_type"},
-    {"Unknown algo", "the section is skipped: its algo_type is neither listen nor poll"},
     {"Error in file", "a word without an end" REST_UNREAD},
     {NOT_READ, "sampling_period has no effect in a listen section"},
-    {"has invalid action info config", "an action without \"+slot\" is left out"},
-    {"Invalid action config", "a \"+\" alone: the actions behind it are not read"},
+    {"has invalid action info config", "an action without '+slot' is left out"},
+    {"Invalid action config", "a '+' alone: the actions behind it are not read"},
     {"Ivalid error action filed", "not one valid action" REST_UNREAD},
     {"Invalid trigger buf malloc failed", "num_triggers is below 0 or far too large" REST_UNREAD},
     {"wrong trigger number",
@@ -84,40 +86,6 @@ std::vector<std::string> split(const std::string& line, const char* separators) 
         at = line.find_first_not_of(separators, end);
     }
     return words;
-}
-
-std::string quoted(const std::string& text) {
-    return "\"" + text + "\"";
-}
-
-// Whether the word becomes the keyword when at most `slips` of its characters are replaced, added or left
-// out, in any case of letters.
-bool is_similar(const char* word, const char* keyword, int slips) {
-    while (*word != '\0' && strncasecmp(word, keyword, 1) == 0) {
-        ++word;
-        ++keyword;
-    }
-    if (*word == '\0' && *keyword == '\0') {
-        return true;
-    }
-    if (slips == 0) {
-        return false;
-    }
-    const bool has_both = *word != '\0' && *keyword != '\0';
-    return (has_both && is_similar(word + 1, keyword + 1, slips - 1)) ||
-           (*word != '\0' && is_similar(word + 1, keyword, slips - 1)) ||
-           (*keyword != '\0' && is_similar(word, keyword + 1, slips - 1));
-}
-
-// The keyword that the word may have been meant to be, or null.
-const char* similar_keyword(const std::string& word) {
-    for (const config_field& field : config_field_table) {
-        const int slips = strlen(field.keyword) > 8 ? 2 : 1;
-        if (is_similar(word.c_str(), field.keyword, slips)) {
-            return field.keyword;
-        }
-    }
-    return nullptr;
 }
 
 // The fields that are names, and how many bytes of them are kept.
@@ -175,18 +143,17 @@ class StepWalk {
     void take_header(const TraceStep& step) {
         explain_all(step.line, step.messages);
         if (!next_is(PLACE_WORD)) {
-            warn(step.line,
-                 "a \"[\" without a \"]\": the daemon takes the file for broken, and watches nothing");
+            warn(step.line, "a '[' without a ']': the daemon takes the file for broken, and watches nothing");
             return;
         }
         check_name(step.line, "the section's name", step.text, sizeof(setting_info::section_name) - 1);
         if (!step.first) {
             const bool is_first_section = found_.sections.empty();
-            warn(step.line, std::string("a \"[\" inside a line begins a section") +
+            warn(step.line, std::string("a '[' inside a line begins a section") +
                                 (is_first_section ? "" : ", and takes the place of the character before it"));
         }
         if (step.text.find('\n') != std::string::npos) {
-            warn(step.line, "the section's name runs over the end of the line: its \"]\" is missing");
+            warn(step.line, "the section's name runs over the end of the line: its ']' is missing");
         }
         begin_section(step);
     }
@@ -217,6 +184,12 @@ class StepWalk {
         }
         if (has_message(step, "Ignoring unknown field")) {
             check_unknown_word(step);
+        } else if (has_message(step, NOT_FIRST)) {
+            const std::string correction = correct_keyword(step.text);
+            warn(step.line,
+                 "the section is skipped: its first field must be algo_type" +
+                     (correction.empty() ? ", not " + quoted(step.text) : "; " + correction),
+                 step.messages[0]);
         } else if (has_message(step, "Error in section")) {
             // An empty section ends where the next one begins.
             explain_all(header_line_, step.messages);
@@ -224,18 +197,20 @@ class StepWalk {
             explain_all(step.line, step.messages);
         }
         if (!found_.sections.empty() && field_ != nullptr && !next_is(PLACE_VALUE) &&
-            !has_message(step, "algo_type field not first")) {
+            !has_message(step, NOT_FIRST)) {
             warn(step.line, step.text + " has no value");
         }
     }
 
-    // A line that is passed over: a misspelt keyword, or somebody's comment.
+    // A line that is passed over: a misspelt keyword, or somebody's remark.
     void check_unknown_word(const TraceStep& step) {
+        if (step.text[0] == '#') {
+            return;
+        }
         const std::string& log = step.messages[0];
-        if (const char* const meant = similar_keyword(step.text)) {
-            warn(step.line,
-                 quoted(step.text) + " is no field, and its line is passed over; is " + meant + " meant?",
-                 log);
+        const std::string correction = correct_keyword(step.text);
+        if (!correction.empty()) {
+            warn(step.line, "the line is passed over: " + correction, log);
         } else if (strcasecmp(step.text.c_str(), "algo_type") == 0) {
             warn(step.line, "algo_type counts as the first field of a section only", log);
         } else {
@@ -245,8 +220,16 @@ class StepWalk {
     }
 
     void take_algo(const TraceStep& step) {
-        explain_all(step.line, step.messages);
         const std::vector<std::string> words = split(step.text, WORD_SEPARATORS);
+        if (has_message(step, NO_SERVER)) {
+            warn(step.line,
+                 "the section is skipped: its algo_type " + quoted(words[0]) + " is neither listen nor poll" +
+                     did_you_mean(words[0], {"listen", "poll"}),
+                 step.messages[0]);
+        } else {
+            explain_all(step.line, step.messages);
+        }
+        check_sign(step.line, words);
         if (words.size() > 1) {
             warn(step.line, "algo_type takes the first word only, " + quoted(words[0]));
         }
@@ -305,6 +288,7 @@ class StepWalk {
         if (words.empty()) {
             return;
         }
+        check_sign(step.line, words);
         if (name_limits.count(field_->code) != 0) {
             check_name_value(step.line, words);
         } else if (field_->code == FIELD_ACTION) {
@@ -314,6 +298,14 @@ class StepWalk {
             if (words.size() > 1) {
                 warn(step.line, "error_no takes the first number only, " + quoted(words[0]));
             }
+        }
+    }
+
+    // Other files have a sign between keyword and value.
+    void check_sign(int line, const std::vector<std::string>& words) {
+        if (!words.empty() && (words[0][0] == '=' || words[0][0] == ':')) {
+            warn(line,
+                 "the " + quoted(words[0].substr(0, 1)) + " counts as a part of the value; leave it out");
         }
     }
 

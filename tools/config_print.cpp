@@ -1,7 +1,8 @@
-// The checked configuration for people, for line-oriented programs, and as JSON.
+// Texts for people, for line-oriented programs, and as JSON.
 #include "tools/config_print.h"
 
 #include <algorithm>
+#include <sstream>
 
 #include <nlohmann/json.hpp>
 
@@ -10,24 +11,10 @@ namespace {
 
 using nlohmann::json;
 
-std::string action_word(const CheckedAction& action) {
-    return action.client + "+" + std::to_string(action.slot);
-}
+constexpr size_t TEXT_WIDTH = 72;
 
 std::string format_period(uint64_t seconds) {
     return "every " + std::to_string(seconds) + " s";
-}
-
-std::string format_names(const CheckedSection& section) {
-    std::string text;
-    const std::pair<const char*, const std::string&> names[] = {
-        {"device ", section.device}, {"IC ", section.ic}, {"module ", section.module}};
-    for (const auto& [what, name] : names) {
-        if (!name.empty()) {
-            text += (text.empty() ? "" : ", ") + (what + one_line(name));
-        }
-    }
-    return text.empty() ? "none, should the driver give none" : text + ", where the driver gives none";
 }
 
 std::string format_action(const Terminal& terminal, const CheckedAction& action) {
@@ -63,7 +50,72 @@ std::string format_block(const Terminal& terminal, const CheckedSection& section
     return text;
 }
 
-std::string format_blocks(const Terminal& terminal, const CheckedConfig& config) {
+std::string format_finding(const Terminal& terminal, const CheckedConfig& config, const Finding& finding) {
+    const std::string line = finding.line != 0 ? std::to_string(finding.line) + ":" : "";
+    const std::string kind = finding.is_warning ? paint(terminal, Colour::YELLOW, "warning: ")
+                                                : paint(terminal, Colour::DIM, "note: ");
+    return one_line(config.path) + ":" + line + " " + kind + one_line(finding.text) + "\n";
+}
+
+}  // namespace
+
+std::string action_word(const CheckedAction& action) {
+    return action.client + "+" + std::to_string(action.slot);
+}
+
+std::string format_names(const CheckedSection& section) {
+    std::string text;
+    const std::pair<const char*, const std::string&> names[] = {
+        {"device ", section.device}, {"IC ", section.ic}, {"module ", section.module}};
+    for (const auto& [what, name] : names) {
+        if (!name.empty()) {
+            text += (text.empty() ? "" : ", ") + (what + one_line(name));
+        }
+    }
+    return text.empty() ? "none, should the driver give none" : text + ", where the driver gives none";
+}
+
+std::string wrap(const std::string& text, size_t indent) {
+    std::istringstream words(text);
+    std::string wrapped;
+    std::string word;
+    size_t column = indent;
+    while (words >> word) {
+        if (column > indent && column + 1 + word.size() > TEXT_WIDTH) {
+            wrapped += "\n" + std::string(indent, ' ');
+            column = indent;
+        } else if (column > indent) {
+            wrapped += ' ';
+            ++column;
+        }
+        wrapped += word;
+        column += word.size();
+    }
+    return wrapped;
+}
+
+std::string format_steps(const Terminal& terminal, const std::vector<Step>& steps) {
+    constexpr size_t INDENT = 5;
+    constexpr size_t LABEL_WIDTH = 18;
+    std::string text;
+    for (const Step& step : steps) {
+        std::string label = step.label;
+        label.resize(LABEL_WIDTH, ' ');
+        text += std::string(INDENT, ' ') + paint(terminal, Colour::DIM, label) +
+                wrap(one_line(step.text), INDENT + LABEL_WIDTH) + "\n";
+    }
+    return text;
+}
+
+std::string format_warnings(const Terminal& terminal, const CheckedConfig& config) {
+    std::string text;
+    for (const Finding& finding : config.findings) {
+        text += finding.is_warning ? format_finding(terminal, config, finding) : "";
+    }
+    return text;
+}
+
+std::string format_config(const Terminal& terminal, const CheckedConfig& config) {
     std::string text;
     for (const CheckedSection& section : config.sections) {
         text += format_block(terminal, section) + "\n";
@@ -71,11 +123,7 @@ std::string format_blocks(const Terminal& terminal, const CheckedConfig& config)
     size_t warnings = 0;
     for (const Finding& finding : config.findings) {
         warnings += finding.is_warning ? 1 : 0;
-        text += one_line(config.path) + ":" + (finding.line != 0 ? std::to_string(finding.line) + ":" : "") +
-                " " +
-                paint(terminal, finding.is_warning ? Colour::YELLOW : Colour::DIM,
-                      finding.is_warning ? "warning: " : "note: ") +
-                one_line(finding.text) + "\n";
+        text += format_finding(terminal, config, finding);
     }
     const auto watched = std::count_if(config.sections.begin(), config.sections.end(),
                                        [](const CheckedSection& section) { return section.in_force; });
@@ -89,7 +137,7 @@ std::string format_blocks(const Terminal& terminal, const CheckedConfig& config)
     return text + paint(terminal, warnings == 0 ? Colour::GREEN : Colour::YELLOW, sum) + "\n";
 }
 
-std::string format_lines(const CheckedConfig& config) {
+std::string format_config_tsv(const CheckedConfig& config) {
     std::string text;
     const auto add = [&](const std::vector<std::string>& parts) {
         for (const std::string& part : parts) {
@@ -107,7 +155,7 @@ std::string format_lines(const CheckedConfig& config) {
             for (const CheckedAction& action : trigger.actions) {
                 add({"action", std::to_string(trigger.line), action_word(action),
                      action.operation != nullptr ? action.operation->name : "",
-                     action.operation != nullptr ? action.operation->does : ""});
+                     action.operation != nullptr ? action.operation->does : action.why_nothing});
             }
         }
     }
@@ -116,12 +164,6 @@ std::string format_lines(const CheckedConfig& config) {
              finding.log});
     }
     return text;
-}
-
-}  // namespace
-
-std::string format_config(const Terminal& terminal, const CheckedConfig& config) {
-    return terminal.is_terminal ? format_blocks(terminal, config) : format_lines(config);
 }
 
 std::string format_config_json(const CheckedConfig& config) {

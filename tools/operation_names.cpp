@@ -1,9 +1,14 @@
-// One line for each operation of the client table.
+// One row for each operation of the client table.
 #include "tools/operation_names.h"
 
+#include <iterator>
+#include <sstream>
+
 #include "actions/audio_actions.h"
+#include "actions/audio_files.h"
 #include "actions/display_actions.h"
 #include "actions/log_collection_actions.h"
+#include "actions/memory_dump.h"
 #include "actions/sensorhub_actions.h"
 #include "actions/touch_panel_actions.h"
 #include "clients/generic_dump.h"
@@ -11,38 +16,168 @@
 namespace tools {
 namespace {
 
-const OperationName operation_names[] = {
-    {dsm_dump_error, "dsm_dump_error", "report", true},
-    {dsm_force_dump_error, "dsm_force_dump_error", "make the driver dump, and report", false},
-    {charge_dump_error, "charge_dump_error", "report with the charge logs", true},
-    {charge_monitor_dump_error, "charge_monitor_dump_error", "report with the charge monitor's logs", true},
-    {power_key_dump_error, "power_key_dump_error", "short report, no archive", true},
-    {apcp_dump_error, "apcp_dump_error", "report, with the tombstones for 20834 and 20837", true},
-    {recovery_dump_error, "recovery_dump_error", "report with the recovery log", true},
-    {sensorhub_dump_error, "sensorhub_dump_error", "report and memory image", true},
-    {sensorhub_dump_error_no_image, "sensorhub_dump_error_no_image", "report", true},
-    {codec_dump_error, "codec_dump_error", "collect the codec's registers, no report", false},
-    {hifi_force_dump_error, "hifi_force_dump_error", "print the audio DSP's log, no report", false},
-    {media_dump_error, "media_dump_error", "collect the media services' state, no report", false},
-    {audio_dump_error, "audio_dump_error", "report with what was collected", true},
-    {soc_hifi_reset_dump_error, "soc_hifi_reset_dump_error", "report with the DSP's memory", true},
-    {codec_hifi_reset_dump_error, "codec_hifi_reset_dump_error", "report with codec and DSP memory", true},
-    {maxim_smartpa_dump_error, "maxim_smartpa_dump_error", "report with the codec's registers", true},
-    {tp_force_dump_error, "tp_force_dump_error", "touch panel data, made for the volume keys", false},
-    {tp_debug_disable, "tp_debug_disable", "switch the touch panel's debugging off, made for the volume keys",
-     false},
-    {lcd_force_dump_error, "lcd_force_dump_error", "the frames being displayed, made for the volume keys",
-     false},
-};
+// The paths with a comma after each but the last.
+std::string listed(const std::string& paths) {
+    std::istringstream words(paths);
+    std::string text;
+    std::string path;
+    while (words >> path) {
+        text += (text.empty() ? "" : ", ") + path;
+    }
+    return text;
+}
 
-const OperationName unnamed = {nullptr, "?", "not known to this tool", true};
+std::string seconds(unsigned int count) {
+    return std::to_string(count) + " seconds";
+}
+
+// A dump that is no report.
+#define OWN_DUMP "as a dump of its own, which it hands to the upload service"
+
+const OperationFacts unnamed = {nullptr, "?", "not known to this tool", Reads::ERROR, Report::FULL};
 
 }  // namespace
 
-const OperationName& name_operation(client_dump_operation operation) {
-    for (const OperationName& entry : operation_names) {
-        if (entry.operation == operation) {
-            return entry;
+const std::vector<OperationFacts> operation_facts = {
+    {.operation = dsm_dump_error,
+     .name = "dsm_dump_error",
+     .does = "report",
+     .reads = Reads::ERROR,
+     .report = Report::FULL},
+    {.operation = dsm_force_dump_error,
+     .name = "dsm_force_dump_error",
+     .does = "report of a forced dump",
+     .reads = Reads::FORCED,
+     .report = Report::FULL},
+    {.operation = charge_dump_error,
+     .name = "charge_dump_error",
+     .does = "report with charge logs",
+     .reads = Reads::ERROR,
+     .report = Report::FULL,
+     .packs = listed(CHARGE_LOGS)},
+    {.operation = charge_monitor_dump_error,
+     .name = "charge_monitor_dump_error",
+     .does = "report with charge monitor logs",
+     .reads = Reads::ERROR,
+     .report = Report::FULL,
+     .packs = CHARGE_MONITOR_LOGS},
+    {.operation = power_key_dump_error,
+     .name = "power_key_dump_error",
+     .does = "short report, no archive",
+     .reads = Reads::ERROR,
+     .report = Report::SHORT},
+    {.operation = apcp_dump_error,
+     .name = "apcp_dump_error",
+     .does = "report, with tombstones",
+     .reads = Reads::ERROR,
+     .report = Report::FULL,
+     .packs = TOMBSTONES,
+     .packs_for = {std::begin(CRASH_ERRORS), std::end(CRASH_ERRORS)}},
+    {.operation = recovery_dump_error,
+     .name = "recovery_dump_error",
+     .does = "report with recovery log",
+     .reads = Reads::ERROR,
+     .report = Report::FULL,
+     .packs = std::string(RECOVERY_LOG) + " below the folder in which dmd was started"},
+    {.operation = sensorhub_dump_error,
+     .name = "sensorhub_dump_error",
+     .does = "report and memory image",
+     .reads = Reads::ERROR,
+     .report = Report::FULL,
+     .debug = "also makes the driver dump, throws its text away, waits " +
+              seconds(SENSORHUB_IMAGE_WAIT_SECONDS) + ", and saves rdr.bin of the newest entry of " +
+              MEMORY_DUMP_DIR + ", as far as it fits the client's bytes, " OWN_DUMP},
+    {.operation = sensorhub_dump_error_no_image,
+     .name = "sensorhub_dump_error_no_image",
+     .does = "report",
+     .reads = Reads::ERROR,
+     .report = Report::FULL},
+    {.operation = codec_dump_error,
+     .name = "codec_dump_error",
+     .does = "collect codec registers",
+     .reads = Reads::NOTHING,
+     .report = Report::NONE,
+     .debug = "writes the codec's registers to " CODEC_DUMP,
+     .commercial = "nothing"},
+    {.operation = hifi_force_dump_error,
+     .name = "hifi_force_dump_error",
+     .does = "print audio DSP log",
+     .reads = Reads::NOTHING,
+     .report = Report::NONE,
+     .debug = "prints /proc/hifidebug/dspdumplog where the daemon prints; nothing keeps it",
+     .commercial = "nothing"},
+    {.operation = media_dump_error,
+     .name = "media_dump_error",
+     .does = "collect media state",
+     .reads = Reads::NOTHING,
+     .report = Report::NONE,
+     .debug = "writes what the media services say of themselves to " + listed(MEDIA_FILES),
+     .commercial = "nothing"},
+    {.operation = audio_dump_error,
+     .name = "audio_dump_error",
+     .does = "report with what was collected",
+     .reads = Reads::ERROR,
+     .report = Report::FULL,
+     .waits = seconds(AUDIO_IMAGE_WAIT_SECONDS) + " for the audio DSP's log",
+     .packs =
+         "hifi.log of a folder in " HIFI_LOG_DIR ", " + listed(CODEC_DUMP " " MEDIA_FILES " " RESET_FILES),
+     .last = "removes " + listed(CODEC_DUMP " " MEDIA_FILES)},
+    {.operation = soc_hifi_reset_dump_error,
+     .name = "soc_hifi_reset_dump_error",
+     .does = "report with DSP memory",
+     .reads = Reads::ERROR,
+     .report = Report::FULL,
+     .waits = seconds(2 * AUDIO_IMAGE_WAIT_SECONDS) + " for the DSP's images and log",
+     .packs = std::string("hifi3.bin, hifi3_ocram.bin and hifi3_tcm.bin of a folder in ") + MEMORY_DUMP_DIR +
+              ", and hifi.log of a folder in " HIFI_LOG_DIR},
+    {.operation = codec_hifi_reset_dump_error,
+     .name = "codec_hifi_reset_dump_error",
+     .does = "report with codec and DSP memory",
+     .reads = Reads::ERROR,
+     .report = Report::FULL,
+     .waits = seconds(AUDIO_IMAGE_WAIT_SECONDS) + " for the codec's images",
+     .packs = std::string("zc8830_reg.bin, zc8830_ocram.bin and zc8830_tcm.bin of a folder in ") +
+              MEMORY_DUMP_DIR + ", " + listed(RESET_FILES)},
+    {.operation = maxim_smartpa_dump_error,
+     .name = "maxim_smartpa_dump_error",
+     .does = "report with codec registers",
+     .reads = Reads::ERROR,
+     .report = Report::FULL,
+     .first = "on a debug build writes the codec's registers to " CODEC_DUMP,
+     .packs = CODEC_DUMP,
+     .last = "removes " CODEC_DUMP},
+    {.operation = tp_force_dump_error,
+     .name = "tp_force_dump_error",
+     .does = "touch panel data",
+     .reads = Reads::NOTHING,
+     .report = Report::NONE,
+     .debug =
+         "the first time shows touches and pointer on the display; the second time saves what panel, input "
+         "service and power supplies say " OWN_DUMP ", and switches the touch logs on; then "
+         "nothing until the debugging is switched off. Made for the volume keys",
+     .commercial = "no dump"},
+    {.operation = tp_debug_disable,
+     .name = "tp_debug_disable",
+     .does = "touch panel debugging off",
+     .reads = Reads::NOTHING,
+     .report = Report::NONE,
+     .debug = "after a dump of touch panel data switches touch logs, touches and pointer off. Made for the "
+              "volume keys",
+     .commercial = "the same, after an attempt at such a dump"},
+    {.operation = lcd_force_dump_error,
+     .name = "lcd_force_dump_error",
+     .does = "the frames being displayed",
+     .reads = Reads::NOTHING,
+     .report = Report::NONE,
+     .debug = "has the graphics side write its frames, waits up to " + seconds(FRAME_WAIT_SECONDS) +
+              " for that, and saves each " OWN_DUMP ". Made for the volume keys",
+     .commercial = "nothing"},
+};
+
+const OperationFacts& facts_of(client_dump_operation operation) {
+    for (const OperationFacts& facts : operation_facts) {
+        if (facts.operation == operation) {
+            return facts;
         }
     }
     return unnamed;

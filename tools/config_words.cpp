@@ -1,0 +1,60 @@
+// Looking for the keyword, client or server that somebody meant.
+#include "tools/config_words.h"
+
+#include <strings.h>
+
+#include <algorithm>
+
+#include "config/section_fields.h"
+#include "desk/near_word.h"
+
+namespace tools {
+namespace {
+
+// So many first characters also tell which keyword is meant, as those of "client" and "error_number".
+constexpr size_t BEGINNING = 6;
+
+}  // namespace
+
+std::string quoted(const std::string& text) {
+    return "'" + text + "'";
+}
+
+std::string did_you_mean(const std::string& word, const std::vector<std::string>& known) {
+    const std::string near = desk::near_word(word, known);
+    return near.empty() ? "" : "; did you mean " + near + "?";
+}
+
+std::string correct_keyword(const std::string& word) {
+    std::vector<std::string> keywords = {"algo_type"};
+    for (const config_field& field : config_field_table) {
+        keywords.emplace_back(field.keyword);
+    }
+    // Other files have "keyword: value" and "keyword=value".
+    const size_t sign = word.find_first_of(":=");
+    const std::string name = word.substr(0, sign);
+    std::string keyword = desk::near_word(name, keywords);
+    if (keyword.empty()) {
+        const auto begins_alike = [&](const std::string& known) {
+            return strncasecmp(known.c_str(), name.c_str(), BEGINNING) == 0;
+        };
+        const auto known = std::find_if(keywords.begin(), keywords.end(), begins_alike);
+        keyword = known != keywords.end() ? *known : "";
+    }
+    if (keyword.empty()) {
+        return "";
+    }
+    const std::string fault = quoted(word) + " is no keyword; ";
+    if (strcasecmp(name.c_str(), keyword.c_str()) != 0) {
+        return fault + "did you mean " + keyword + "?";
+    }
+    if (sign == std::string::npos) {
+        return "";  // it is one
+    }
+    if (sign + 1 < word.size()) {
+        return fault + "write " + quoted(keyword + " " + word.substr(sign + 1));
+    }
+    return fault + "write " + quoted(keyword) + " without the " + (word[sign] == ':' ? "colon" : "'='");
+}
+
+}  // namespace tools
