@@ -22,6 +22,11 @@ bool is_option(const std::string& word) {
     return word.size() > 1 && word[0] == '-' && word != "--";
 }
 
+// As "--name=value".
+bool has_value(const std::string& word) {
+    return word.find('=') != std::string::npos;
+}
+
 std::string joined(const std::vector<std::string>& words) {
     std::string text;
     for (const std::string& word : words) {
@@ -85,7 +90,7 @@ std::string candidate(const std::string& name, const std::string& description) {
     return name + "\t" + description.substr(0, description.find('\n')) + "\n";
 }
 
-// A line for each word that can stand in place of the last one.
+// A line for each word that can stand in place of the last one, or of what stands behind its "=".
 std::string complete(const CLI::App& app, std::vector<std::string> words, const ValueWords& value_words) {
     const std::string last = words.empty() ? "" : words.back();
     words.resize(words.empty() ? 0 : words.size() - 1);
@@ -100,15 +105,18 @@ std::string complete(const CLI::App& app, std::vector<std::string> words, const 
             awaiting = nullptr;
         } else if (is_option(words[i])) {
             const CLI::Option* const option = option_of(command, words[i]);
-            awaiting = takes_value(option) && words[i].find('=') == std::string::npos ? option : nullptr;
+            awaiting = takes_value(option) && !has_value(words[i]) ? option : nullptr;
         } else {
             ++operands;
         }
     }
-    std::string lines;
+    if (is_option(last) && has_value(last)) {
+        awaiting = option_of(command, last);
+    }
     if (awaiting != nullptr) {
         return value_candidates(awaiting->get_type_name(), value_words);
     }
+    std::string lines;
     if (!last.empty() && last[0] == '-') {
         for (const CLI::Option* const option : command.get_options()) {
             for (const std::string& name : option->get_lnames()) {
@@ -162,10 +170,10 @@ std::string no_such(const std::string& kind, const std::string& what, const std:
 }
 
 std::string parse(CLI::App* app, const std::vector<std::string>& words, const ValueWords& value_words) {
+    app->set_version_flag("--version", app->get_name() + " " + VERSION, "Print the version");
     if (!words.empty() && words[0] == COMPLETE) {
         return complete(*app, {words.begin() + 1, words.end()}, value_words);
     }
-    app->set_version_flag("--version", app->get_name() + " " + VERSION, "Print the version");
     try {
         app->parse(std::vector<std::string>(words.rbegin(), words.rend()));
     } catch (const CLI::CallForVersion& version) {
