@@ -44,6 +44,9 @@ find_missing() {
     need libarchive-tools have bsdtar
     need procps have pgrep
     need util-linux have setarch
+    need dpkg have dpkg-deb
+    need dpkg-dev have dpkg-shlibdeps
+    need file have file
     need bsdutils have script
     need mandoc have mandoc
     need python3 have python3
