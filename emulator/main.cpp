@@ -10,7 +10,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
-#include <iterator>
 #include <string>
 #include <vector>
 
@@ -31,9 +30,8 @@ using namespace phone;
 
 // Bytes of a configuration file: far more than the daemon reads of it.
 constexpr size_t CONFIG_MAX = 16 * 1024 * 1024;
-// Where the sample is, from the program's folder: as it was built, and as it is installed.
-constexpr const char* CONFIG_SAMPLES[] = {"/device_state_monitor.conf",
-                                          "/../share/dmd/device_state_monitor.conf"};
+// What is beside the program.
+constexpr char CONFIG_SAMPLE[] = "/device_state_monitor.conf";
 constexpr char CONFIG_CHECKER[] = "/dmd-config-check";
 constexpr char DEFAULT_NAME[] = "phone";
 constexpr int STATUS_FAILED = 1;
@@ -61,19 +59,11 @@ std::string socket_name(const Choices& choices) {
     return socket_of_phone(choices.name.empty() ? DEFAULT_NAME : choices.name);
 }
 
-std::string sample_configuration(const std::string& folder) {
-    const auto* const sample =
-        std::find_if(std::begin(CONFIG_SAMPLES), std::end(CONFIG_SAMPLES),
-                     [&](const char* place) { return access((folder + place).c_str(), R_OK) == 0; });
-    return folder + (sample != std::end(CONFIG_SAMPLES) ? *sample : CONFIG_SAMPLES[0]);
-}
-
 PhoneOptions phone_options(const Choices& choices) {
     PhoneOptions options;
     options.commercial = choices.commercial;
     const std::string folder = program_folder();
-    options.config =
-        read_file(choices.config.empty() ? sample_configuration(folder) : choices.config, CONFIG_MAX);
+    options.config = read_file(choices.config.empty() ? folder + CONFIG_SAMPLE : choices.config, CONFIG_MAX);
     if (!choices.data.empty()) {
         if (mkdir(choices.data.c_str(), 0755) != 0 && errno != EEXIST) {
             throw refusal_errno("cannot make " + choices.data);
