@@ -179,7 +179,7 @@ const Command commands[] = {
      Kind::RUNS_NOTHING,
      add_outcome_options,
      {{"WORD", KEY_WORD_FORMS, Count::AT_LEAST_ONE}},
-     "The combinations that the daemon knows are in docs/forced-dumps.md.\n\n"
+     "The combinations that the daemon knows are in phone(1).\n\n"
      "Examples:\n"
      "  phone key up down up         one after the other\n"
      "  phone key down+ up up down-  two while a third is held\n"},

@@ -9,14 +9,22 @@ failures=0
 
 fail() { echo "test-manual: $*"; failures=$((failures + 1)); }
 options_in() { grep -oE -- '--[a-z][a-z-]*' | sort -u; }
+# An example names an option, but does not say what it does.
+help_of() { # PROGRAM: with that of its commands
+  "$1" --help
+  "$1" --help | sed -n '/^Subcommands:/,/^$/s/^  \([a-z-]*\) .*/\1/p' | while read -r command; do
+    "$1" "$command" --help | sed '/^Examples*:/,$d'
+  done
+}
+page_of() { mandoc -T ascii "$1" | sed 's/.\x08//g; /^EXAMPLES/,/^[A-Z]/d'; }
 
 for page in *.[0-9] "$build"/man/*.[0-9]; do
   complaints=$(mandoc -T lint "$page") || true
   [ -z "$complaints" ] || fail "$complaints"
   program=$build/$(basename "${page%.*}")
   [ -x "$program" ] || continue
-  in_help=$("$program" --help 2> /dev/null | options_in)
-  in_page=$(mandoc -T ascii "$page" | sed 's/.\x08//g' | options_in)
+  in_help=$(help_of "$program" 2> /dev/null | options_in)
+  in_page=$(page_of "$page" | options_in)
   [ -n "$in_help" ] || fail "$program has no help"
   [ "$in_help" = "$in_page" ] || fail "$page and the program differ: $(diff <(echo "$in_help") <(echo "$in_page"))"
 done
