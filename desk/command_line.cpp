@@ -164,9 +164,8 @@ std::string explain(const CLI::App& app, const std::vector<std::string>& words,
 }  // namespace
 
 std::string no_such(const std::string& kind, const std::string& what, const std::vector<std::string>& known) {
-    const std::string meant = near_word(what, known);
-    return "no " + kind + " " + what +
-           (meant.empty() ? "; there are " + joined(known) : "; did you mean " + meant + "?");
+    const std::string meant = did_you_mean(what, known);
+    return "no " + kind + " " + what + (meant.empty() ? "; there are " + joined(known) : meant);
 }
 
 std::string parse(CLI::App* app, const std::vector<std::string>& words, const ValueWords& value_words) {

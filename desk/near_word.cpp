@@ -42,4 +42,9 @@ std::string near_word(const std::string& word, const std::vector<std::string>& k
     return nearest;
 }
 
+std::string did_you_mean(const std::string& word, const std::vector<std::string>& known) {
+    const std::string near = near_word(word, known);
+    return near.empty() ? "" : "; did you mean " + near + "?";
+}
+
 }  // namespace desk

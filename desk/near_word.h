@@ -10,4 +10,7 @@ namespace desk {
 // is.
 std::string near_word(const std::string& word, const std::vector<std::string>& known);
 
+// "; did you mean WORD?" with that word, or "".
+std::string did_you_mean(const std::string& word, const std::vector<std::string>& known);
+
 }  // namespace desk

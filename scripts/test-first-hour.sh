@@ -62,9 +62,21 @@ expect "dsm_tp" bash -c "'$build/phone' --complete report --count 3 dsm_t | head
 expect "on
 off" "$build/phone" --complete command dsm_tp ""
 
+# What is wrong in a configuration is told before the phone boots, and by the checker, in the form of compilers.
+sed '/client_name dsm_tp/{h;s/.*/algo_type: listen/;G}' "$build/device_state_monitor.conf" > my.conf
+line=$(grep -n "algo_type:" my.conf | cut -d : -f 1)
+warning="my.conf:$line: warning: *'algo_type:' is no keyword; write 'algo_type' without the colon*"
+expect "$warning" "$build/dmd-config-check" --warnings my.conf
+expect "dmd-config-check: no client dsm_tpp; did you mean dsm_tp?" "$build/dmd-config-check" my.conf --explain dsm_tpp 1
+expect "Error 29999 of dsm_tp: no trigger of section \[touch\], line *" \
+  "$build/dmd-config-check" "$build/device_state_monitor.conf" --explain dsm_tp 29999
+expect "Error 1 of dsm_key: no listen section*" \
+  "$build/dmd-config-check" "$build/device_state_monitor.conf" --explain dsm_key 1
+
 # An error is reported, and the answer says where it is.
-boot
-expect "The log is in /proc/*/root/dev/log/main" head -n 1 log
+boot --config my.conf
+expect "$warning" head -n 1 log
+logs "The log is in /proc/" || fail "boot does not say where the log is"
 expect "reported: dmd_record_0.txt, dmd_dump_20002_??????.tar.gz" phone report dsm_tp 20002 "no answer"
 expect "no trigger for 29999: cleared" phone report dsm_tp 29999 x
 expect "dsm_key has no listen section: nobody reads it" phone report dsm_key 1 x

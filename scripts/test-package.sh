@@ -53,7 +53,7 @@ for command in $("$bin/phone" --complete '' | cut -f 1); do
   help=$("$bin/phone" "$command" --help) || fail "phone $command --help"
   expect "the help of phone $command" '' "$(source_paths <<< "$help")"
 done
-for program in phone dmd-report; do
+for program in phone dmd-config-check dmd-report; do
   expect "the version of $program" "$program $version" "$("$bin/$program" --version)"
 done
 "$root/libexec/dmd/dmd" --help > "$work/log/dmd" 2>&1

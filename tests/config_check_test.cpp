@@ -445,14 +445,13 @@ TEST(ConfigCheck, RefusesFilesAndOptionsThatItCannotUse) {
         const char* answer;
     } cases[] = {
         {.asked = "dsm_tpp 5", .answer = "dmd-config-check: no client dsm_tpp; did you mean dsm_tp?\n"},
-        {.asked = "thermometer 5",
-         .answer = "dmd-config-check: no client thermometer; --clients lists them\n"},
+        {.asked = "thermometer 5", .answer = "dmd-config-check: no client thermometer; there are dsm_tp, "},
         {.asked = "dsm_tp 5x", .answer = "dmd-config-check: 5x is no error number\n"},
     };
     for (const auto& one : cases) {
         const Answer answer = run(sample + " --explain " + one.asked);
         EXPECT_EQ(UNREADABLE, answer.status);
-        EXPECT_EQ(one.answer, answer.output);
+        EXPECT_EQ(0U, answer.output.find(one.answer)) << answer.output;
     }
 }
 

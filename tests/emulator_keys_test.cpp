@@ -71,7 +71,7 @@ TEST(EmulatorKeys, EveryOpenFileGetsEachEventUntilTheDeviceIsUnplugged) {
 
 TEST(EmulatorKeys, APersonPressesKeysInWords) {
     // A sanitizer cannot look for leaks in a process that the phone does not show by number.
-    const std::string key = "ASAN_OPTIONS=detect_leaks=0 /.phone/build/phone key ";
+    const std::string key = "ASAN_OPTIONS=detect_leaks=0 /.phone/build/phone key --no-wait ";
     const UniqueFd volume = device(VOLUME);
     // Nobody watches the power key yet, and then one word is wrong: nothing is pressed.
     EXPECT_NE(0, system((key + "up power 2>/dev/null").c_str()));

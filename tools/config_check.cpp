@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "config/config_parser.h"
+#include "desk/near_word.h"
 #include "tools/config_clients.h"
 #include "tools/config_findings.h"
 #include "tools/config_trace.h"
@@ -104,7 +105,7 @@ class SectionCheck {
         }
         if (row_ == nullptr) {
             warn(lines_.client, "there is no client " + quoted(section_.client) + ": " + title_ +
-                                    " watches nothing" + did_you_mean_client(section_.client));
+                                    " watches nothing" + desk::did_you_mean(section_.client, client_names()));
             return false;
         }
         const setting_info* const taken = find_setting(row_->name, setting_.algo_type);
@@ -187,8 +188,8 @@ class SectionCheck {
         CheckedAction checked = {action.client_name, action.action_info, nullptr, ""};
         const dmd_client_info* const row = find_client(action.client_name);
         if (row == nullptr) {
-            checked.why_nothing =
-                "there is no client " + quoted(checked.client) + did_you_mean_client(checked.client);
+            checked.why_nothing = "there is no client " + quoted(checked.client) +
+                                  desk::did_you_mean(checked.client, client_names());
         } else if (action.action_info < 0 || action.action_info >= SLOT_COUNT) {
             checked.why_nothing = "slots are 0 to " + std::to_string(SLOT_COUNT - 1);
         } else if (const auto operation = operation_of(*row, setting_.algo_type, action.action_info)) {

@@ -8,6 +8,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "desk/command_line.h"
 #include "tools/config_check.h"
 #include "tools/config_clients.h"
 #include "tools/config_explain.h"
@@ -76,8 +77,7 @@ int explain(const Request& request) {
     const std::string& number = request.explain[1];
     const dmd_client_info* const client = tools::find_client(name);
     if (client == nullptr) {
-        const std::string near = tools::did_you_mean_client(name);
-        return refuse("no client " + name + (near.empty() ? "; --clients lists them" : near));
+        return refuse(desk::no_such("client", name, tools::client_names()));
     }
     int32_t value = 0;
     const char* const end = number.data() + number.size();
@@ -119,13 +119,10 @@ int run(int argc, char** argv) {
         "  dmd-config-check my.conf --explain dsm_tp 20002\n"
         "  dmd-config-check --clients | grep dsm_audio\n"
         "  dmd-config-check --json my.conf | jq '.sections[] | select(.in_force) | .client'\n");
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& error) {
-        if (error.get_exit_code() == 0) {
-            return print(app.help()) ? STATUS_CLEAN : STATUS_UNREADABLE;
-        }
-        return refuse(std::string(error.what()) + " (--help tells how to use it)");
+    const std::string asked_for = desk::parse(&app, {argv + std::min(argc, 1), argv + argc},
+                                              {{"CLIENT NUMBER", tools::client_names()}});
+    if (!asked_for.empty()) {
+        return print(asked_for) ? STATUS_CLEAN : STATUS_UNREADABLE;
     }
     if (request.clients == !request.path.empty()) {
         return refuse(request.clients ? "--clients takes no FILE"

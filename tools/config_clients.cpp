@@ -9,7 +9,6 @@
 
 #include "clients/client_table.h"
 #include "tools/config_print.h"
-#include "tools/config_words.h"
 
 namespace tools {
 namespace {
@@ -71,12 +70,12 @@ const dmd_client_info* find_client(const std::string& name) {
     return nullptr;
 }
 
-std::string did_you_mean_client(const std::string& name) {
+std::vector<std::string> client_names() {
     std::vector<std::string> names;
     for (const dmd_client_info& row : default_clients) {
         names.emplace_back(row.name);
     }
-    return did_you_mean(name, names);
+    return names;
 }
 
 std::string format_clients(const Terminal& terminal) {

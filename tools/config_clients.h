@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "clients/client.h"
 #include "tools/operation_names.h"
@@ -12,8 +13,7 @@ namespace tools {
 // The row of the client table with that name, in any case, or null.
 const dmd_client_info* find_client(const std::string& name);
 
-// "; did you mean CLIENT?" with the nearest client, or "" when none is near.
-std::string did_you_mean_client(const std::string& name);
+std::vector<std::string> client_names();
 
 // A table of the clients and their slots, then the operations with further steps.
 std::string format_clients(const Terminal& terminal);

@@ -11,6 +11,7 @@
 
 #include "config/section_fields.h"
 #include "config/value_readers.h"
+#include "desk/near_word.h"
 #include "platform/text.h"
 #include "tools/config_words.h"
 
@@ -224,7 +225,7 @@ class StepWalk {
         if (has_message(step, NO_SERVER)) {
             warn(step.line,
                  "the section is skipped: its algo_type " + quoted(words[0]) + " is neither listen nor poll" +
-                     did_you_mean(words[0], {"listen", "poll"}),
+                     desk::did_you_mean(words[0], {"listen", "poll"}),
                  step.messages[0]);
         } else {
             explain_all(step.line, step.messages);

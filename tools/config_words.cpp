@@ -20,11 +20,6 @@ std::string quoted(const std::string& text) {
     return "'" + text + "'";
 }
 
-std::string did_you_mean(const std::string& word, const std::vector<std::string>& known) {
-    const std::string near = desk::near_word(word, known);
-    return near.empty() ? "" : "; did you mean " + near + "?";
-}
-
 std::string correct_keyword(const std::string& word) {
     std::vector<std::string> keywords = {"algo_type"};
     for (const config_field& field : config_field_table) {
