@@ -39,7 +39,7 @@ using std::chrono::seconds;
 
 constexpr char LOG_DIR[] = DMD_LOG_DIR "/";
 constexpr long long ARCHIVES_LIMIT = 10 * 1024 * 1024;
-constexpr int CLIENTS = CLIENT_TABLE_ROWS;
+const int CLIENTS = default_clients.count;
 constexpr int REPORTERS = 4;
 // Bytes of reports that have not arrived, heads included; about 20 reports of each client. The daemon comes
 // round to the record file that is being read when three more, of 512 KiB, are unread: never.
@@ -55,7 +55,7 @@ constexpr seconds STUCK(600);  // without a word: twice as long as the daemon le
 // What a daemon that is well logs; at last what it logs where an archive's name is taken, and where an action
 // removes what only a debug build has.
 const std::regex GOOD_LINE(
-    R"(E/DMD: \[M/(main\]|dmd_client_init\] default-client total: 46 ret = 0|parse_config\]|)"
+    R"(E/DMD: \[M/(main\]|dmd_client_init\] default-client total: \d+ ret = 0|parse_config\]|)"
     R"((listen|poll)_client_init\] (lclient .* triggers num-10|.*find client)|poll_server\] dmd poll no |)"
     R"(dmd_command_sever_init\] .*success|dmd_(is|get)_key_device\] (key|it's)|dmd_key_event_.* start!|)"
     R"(listen_server\] (Enter select|.* reported|action-0)|\w+\] \w+ finish dump|secure_system\]|)"
@@ -67,7 +67,8 @@ const std::regex GOOD_LINE(
 // The clients' reports. The reporters and the follower share them.
 std::mutex flow;               // guards what follows
 std::condition_variable room;  // something has arrived
-int reported[CLIENTS], arrived[CLIENTS], arrivals;
+std::vector<int> reported(CLIENTS), arrived(CLIENTS);
+int arrivals;
 size_t unread_bytes;
 
 // The dump archives by what the daemon says of them: each one's size in bytes and its time.

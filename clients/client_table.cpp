@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <initializer_list>
+#include <iterator>
 
 #include "actions/audio_actions.h"
 #include "actions/display_actions.h"
@@ -41,10 +42,8 @@ constexpr dmd_client_info row(const char* name, uint32_t type, uint32_t buffer_s
     return info;
 }
 
-}  // namespace
-
 // Columns: name, type, buffer size in bytes, dump slots from 0, force-dump slots from 0.
-constexpr dmd_client_info default_clients[CLIENT_TABLE_ROWS] = {
+constexpr dmd_client_info ROWS[] = {
     row("dsm_tp", 1, 1024, {dsm_dump_error}, {dsm_force_dump_error, tp_force_dump_error, tp_debug_disable}),
     row("dsm_lcd", 1, 1024, {dsm_dump_error}, {dsm_force_dump_error, lcd_force_dump_error}),
     row("dsm_pmu_irq", 1, 1024, {dsm_dump_error}, {dsm_force_dump_error}),
@@ -96,3 +95,7 @@ constexpr dmd_client_info default_clients[CLIENT_TABLE_ROWS] = {
     row("dsm_charge_monitor", 2, 1024, {charge_monitor_dump_error}, {}),
     row("dsm_cpu_buck", 1, 1024, {dsm_dump_error}, {dsm_force_dump_error}),
 };
+
+}  // namespace
+
+constexpr dmd_client_table default_clients = {ROWS, static_cast<int>(std::size(ROWS))};

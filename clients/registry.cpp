@@ -69,7 +69,7 @@ int dmd_client_init() {
     for (const dmd_client_info& row : default_clients) {
         result = client_init(row);
     }
-    LOG_M("default-client total: %d ret = %d\n", CLIENT_TABLE_ROWS, result);
+    LOG_M("default-client total: %d ret = %d\n", default_clients.count, result);
     return 0;
 }
 

@@ -192,13 +192,15 @@ TEST(CommandServer, TakesNoDescriptors) {
 }
 
 TEST(CommandServer, ConnectionsLeaveServersAndReportsTheirDescriptors) {
+    const int clients = default_clients.count;
+    const auto of_clients = static_cast<rlim_t>(3 * clients);  // with those of both servers
     const struct {
         const char* what;
         rlim_t limit;  // of the daemon's descriptors
         int sections;  // of each server
         int served_least, served_most;
     } cases[] = {
-        {"few, and all clients listened to and polled", 260, CLIENT_TABLE_ROWS, 40, 60},
+        {"few, and all clients listened to and polled", of_clients + 122, clients, 40, 60},
         {"as many as usual", 1024, 3, 800, 960},
         {"more than select can watch", 4096, 3, 800, 960},
     };
@@ -270,10 +272,11 @@ TEST(CommandServer, RefusedConnectionsAreToldOfOnceAMinute) {
 }
 
 TEST(CommandServer, ConnectionsLeaveDescriptorsToServersThatStillBind) {
-    write_file("/data/conf", sections_text(CLIENT_TABLE_ROWS));
+    const int clients = default_clients.count;
+    write_file("/data/conf", sections_text(clients));
     rlimit own = {};
     ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &own));
-    const rlim_t before = std::exchange(own.rlim_cur, 180);  // 143 without a connection
+    const rlim_t before = std::exchange(own.rlim_cur, static_cast<rlim_t>(3 * clients) + 42);
     ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &own));
     const DaemonProcess dmd({"-c", "/data/conf"});
     own.rlim_cur = before;
@@ -286,8 +289,8 @@ TEST(CommandServer, ConnectionsLeaveDescriptorsToServersThatStillBind) {
     while (connections.size() < 300) {
         connections.push_back(connect_to_commands());
     }
-    EXPECT_TRUE(dmd.wait_for_log("lclient ", CLIENT_TABLE_ROWS)) << dmd.log();
-    EXPECT_TRUE(dmd.wait_for_log("pclient ", CLIENT_TABLE_ROWS)) << dmd.log();
+    EXPECT_TRUE(dmd.wait_for_log("lclient ", clients)) << dmd.log();
+    EXPECT_TRUE(dmd.wait_for_log("pclient ", clients)) << dmd.log();
     EXPECT_EQ(0, count_of(dmd.log(), "can't "));
 }
 

@@ -41,7 +41,7 @@ TEST(ListenServer, RunsTheFirstMatchingTriggersActionsInOrder) {
     ASSERT_TRUE(log.wait_for("Enter select"));
     EXPECT_TRUE(log.has("[M/listen_client_init] lclient dsm_tp init success, fd-"));
     EXPECT_TRUE(log.has(" triggers num-4"));
-    EXPECT_EQ(45, log.count("[M/listen_client_init] can't find client "));
+    EXPECT_EQ(get_client_count() - 1, log.count("[M/listen_client_init] can't find client "));
 
     // Nothing watches dsm_lcd, so its error waits for the trigger's third action.
     report_error("dsm_lcd", 1, "display");
