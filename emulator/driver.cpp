@@ -49,6 +49,27 @@ void put_number(char (&out)[ARGUMENT_SIZE], int32_t number) {
     snprintf(out, ARGUMENT_SIZE, "%" PRId32, number);
 }
 
+bool is_readable(const Driver& driver, const OpenFile& file) {
+    const Client* const client = file.client;
+    const bool pending = !client->pending.empty();
+    switch (client->fault) {
+        case Fault::always_readable:
+            return true;
+        case Fault::never_readable:
+            return false;
+        case Fault::one_readable: {
+            const auto first =
+                std::find_if(driver.files.begin(), driver.files.end(),
+                             [client](const OpenFile& other) { return other.client == client; });
+            return pending && &*first == &file;
+        }
+        case Fault::force_readable:
+            return pending || file.forced;
+        default:
+            return pending;
+    }
+}
+
 void wake_all(Driver* driver, const Client* client) {
     for (OpenFile& file : driver->files) {
         if (file.key_device == nullptr && (client == nullptr || file.client == client)) {
@@ -73,11 +94,11 @@ int bind(Driver* driver, OpenFile* file, std::string_view name) {
     return 0;
 }
 
-int give_name(const std::string& name, char (&out)[ARGUMENT_SIZE]) {
-    if (name.empty()) {
+int give_text(const std::string& text, char (&out)[ARGUMENT_SIZE]) {
+    if (text.empty()) {
         return -ENODATA;
     }
-    memcpy(out, name.data(), std::min(name.size(), ARGUMENT_SIZE));
+    memcpy(out, text.data(), std::min(text.size(), ARGUMENT_SIZE));
     return 0;
 }
 
@@ -179,6 +200,10 @@ int driver_ioctl(Driver* driver, OpenFile* file, uint32_t code, const char (&in)
     if (instead != 0) {
         return instead;
     }
+    const std::string& text_instead = client->answers[static_cast<size_t>(known->request)].text;
+    if (!text_instead.empty()) {
+        return give_text(text_instead, out);
+    }
     switch (known->request) {
         case Request::state:
             put_number(out, client->state);
@@ -189,11 +214,11 @@ int driver_ioctl(Driver* driver, OpenFile* file, uint32_t code, const char (&in)
         case Request::force:
             return force_dump(*driver, file, text_of(in));
         case Request::device_name:
-            return give_name(client->names[0], out);
+            return give_text(client->names[0], out);
         case Request::module_name:
-            return give_name(client->names[1], out);
+            return give_text(client->names[1], out);
         case Request::ic_name:
-            return give_name(client->names[2], out);
+            return give_text(client->names[2], out);
         default:
             return -ENOTTY;
     }
@@ -214,14 +239,21 @@ int driver_read(Driver* driver, OpenFile* file, size_t size, uint64_t offset, st
             return instead;
         }
         file->handing.clear();
-        if (file->forced) {
+        const bool forced_last = client->fault == Fault::force_last && !client->pending.empty();
+        if (file->forced && !forced_last) {
             file->forced = false;
             file->handing = std::move(file->forced_text);
         } else if (!client->pending.empty()) {
-            file->handing = std::move(client->pending.front().text);
-            client->pending.pop_front();
-            driver->pending_bytes -= file->handing.size();
             ++client->handed;
+            if (client->fault == Fault::read_keeps) {
+                file->handing = client->pending.front().text;
+            } else {
+                file->handing = std::move(client->pending.front().text);
+                client->pending.pop_front();
+                driver->pending_bytes -= file->handing.size();
+            }
+        } else if (client->fault == Fault::read_waits) {
+            return READ_WAITS;
         }
     }
     const std::string_view whole = file->handing;
@@ -234,7 +266,7 @@ unsigned driver_poll(const Driver& driver, const OpenFile& file) {
         return POLLIN | POLLERR | POLLHUP;
     }
     // A forced dump is read by whoever forced it; it makes nothing readable.
-    return file.client != nullptr && !file.client->pending.empty() ? POLLIN | POLLRDNORM : 0;
+    return file.client != nullptr && is_readable(driver, file) ? POLLIN | POLLRDNORM : 0;
 }
 
 bool driver_report(Driver* driver, Client* client, int32_t number, const std::string& text) {
@@ -245,6 +277,11 @@ bool driver_report(Driver* driver, Client* client, int32_t number, const std::st
     driver->pending_bytes += text.size();
     wake_all(driver, client);
     return true;
+}
+
+void driver_set_fault(Driver* driver, Client* client, Fault fault) {
+    client->fault = fault;
+    wake_all(driver, client);
 }
 
 void driver_set_gone(Driver* driver, bool gone) {

@@ -16,6 +16,7 @@
 #include <string_view>
 
 struct fuse_pollhandle;
+struct fuse_req;
 
 namespace phone {
 
@@ -37,6 +38,20 @@ constexpr size_t REQUEST_COUNT = static_cast<size_t>(Request::count);
 struct SetAnswer {
     int result = 0;      // below zero an errno, above zero a result of the call; 0: nothing is set
     uint64_t times = 0;  // how often it is given before the driver answers itself again; 0: for ever
+    std::string text;    // what a request answers that succeeds; empty: the driver's own answer
+};
+
+// What a client's driver can do wrong apart from its answers.
+enum class Fault {
+    none,
+    always_readable,
+    never_readable,
+    one_readable,    // of the client's descriptors only the one that was opened first
+    force_readable,  // a forced dump makes its descriptor readable
+    force_last,      // the text of a forced dump comes after what is pending
+    read_waits,      // until there is an error
+    read_keeps,      // the error
+    count
 };
 
 struct Report {
@@ -54,6 +69,7 @@ struct Client {
     bool has_force_text = false;
     std::string force_text;
     SetAnswer answers[REQUEST_COUNT];
+    Fault fault = Fault::none;
 };
 
 // An input device of the phone, as far as its keys go.
@@ -74,6 +90,8 @@ struct OpenFile {
     std::string forced_text;
     std::string handing;  // the text of the read under way, for its later pieces
     fuse_pollhandle* poll_handle = nullptr;
+    fuse_req* waiting_read = nullptr;  // of waiting_size bytes; it has yet to be answered
+    size_t waiting_size = 0;
 };
 
 struct Driver {
@@ -103,8 +121,12 @@ void driver_release(Driver* driver, OpenFile* file);
 int driver_ioctl(Driver* driver, OpenFile* file, uint32_t code, const char (&in)[ARGUMENT_SIZE],
                  char (&out)[ARGUMENT_SIZE]);
 
+// What driver_read returns for a read that has to wait.
+constexpr int READ_WAITS = 1;
+
 // One piece of a read: `offset` is 0 for the first piece of each read call, and where the piece before ended
-// for the others. *text (at most `size` bytes) is valid until the next call for that file.
+// for the others. *text (at most `size` bytes) is valid until the next call for that file. Once a file has
+// been woken, the first piece of a read that had to wait is to be tried again.
 int driver_read(Driver* driver, OpenFile* file, size_t size, uint64_t offset, std::string_view* text);
 
 // The poll events that hold for `file` now.
@@ -112,6 +134,9 @@ unsigned driver_poll(const Driver& driver, const OpenFile& file);
 
 // A driver reports an error. False when the queues are full.
 bool driver_report(Driver* driver, Client* client, int32_t number, const std::string& text);
+
+// The client's driver misbehaves from now on.
+void driver_set_fault(Driver* driver, Client* client, Fault fault);
 
 // /dev/dsm goes away, or comes back.
 void driver_set_gone(Driver* driver, bool gone);

@@ -23,6 +23,20 @@ constexpr int ERRNO_END = 512;
 constexpr const char* REQUEST_NAMES[REQUEST_COUNT] = {
     "open", "bind", "state", "force", "error", "device_name", "module_name", "ic_name", "read", "bits"};
 
+constexpr const char* FAULT_NAMES[static_cast<size_t>(Fault::count)] = {
+    "none",           "always-readable", "never-readable", "one-readable",
+    "force-readable", "force-last",      "read-waits",     "read-keeps"};
+
+// Which of the names it is.
+template <size_t N>
+size_t index_in(const char* const (&names)[N], const std::string& name, const char* what) {
+    const auto* const found = std::find(std::begin(names), std::end(names), name);
+    if (found == std::end(names)) {
+        throw Refusal("there is no " + std::string(what) + " '" + name + "'");
+    }
+    return static_cast<size_t>(found - names);
+}
+
 template <typename Number>
 Number number_in(const std::string& word, const char* what) {
     Number value = 0;
@@ -116,11 +130,7 @@ SetAnswer* answers_in(ControlState* state, const std::string& name, Request requ
 }
 
 std::string do_answer(ControlState* state, const Words& words) {
-    const auto* const name = std::find(std::begin(REQUEST_NAMES), std::end(REQUEST_NAMES), words[2]);
-    if (name == std::end(REQUEST_NAMES)) {
-        throw Refusal("there is no request '" + words[2] + "'");
-    }
-    const auto index = static_cast<size_t>(name - REQUEST_NAMES);
+    const size_t index = index_in(REQUEST_NAMES, words[2], "request");
     const auto request = static_cast<Request>(index);
     SetAnswer* const answers = answers_in(state, words[1], request);
     SetAnswer answer;
@@ -135,6 +145,26 @@ std::string do_answer(ControlState* state, const Words& words) {
         throw Refusal("the kernel passes no such errno on");
     }
     answers[index] = answer.result != 0 ? answer : SetAnswer{};
+    return "";
+}
+
+std::string do_answer_text(ControlState* state, const Words& words) {
+    Client* client = client_in(state, words[1]);
+    const size_t index = index_in(REQUEST_NAMES, words[2], "request");
+    const auto request = static_cast<Request>(index);
+    if (request != Request::state && request != Request::error) {
+        throw Refusal("state and error take a text; names, force-text and report set the other ones");
+    }
+    if (words[3].size() > ARGUMENT_SIZE) {
+        throw Refusal("an answer has at most " + std::to_string(ARGUMENT_SIZE) + " bytes");
+    }
+    client->answers[index] = SetAnswer{0, 0, words[3]};
+    return "";
+}
+
+std::string do_fault(ControlState* state, const Words& words) {
+    Client* client = client_in(state, words[1]);
+    driver_set_fault(&state->driver, client, static_cast<Fault>(index_in(FAULT_NAMES, words[2], "fault")));
     return "";
 }
 
@@ -265,6 +295,8 @@ constexpr Row ROWS[] = {
     {"names", 4, 4, "CLIENT DEVICE MODULE IC", do_names},
     {"client", 1, 1, "NAME", do_client},
     {"answer", 3, 4, "CLIENT REQUEST RESULT [TIMES]", do_answer},
+    {"answer-text", 3, 3, "CLIENT state|error TEXT", do_answer_text},
+    {"fault", 2, 2, "CLIENT FAULT", do_fault},
     {"force-text", 2, 2, "CLIENT TEXT", do_force_text},
     {"image", 1, 1, "TEXT", do_image},
     {"pending", 1, 1, "CLIENT", do_pending},

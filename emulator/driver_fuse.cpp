@@ -11,6 +11,7 @@
 #include <cstring>
 #include <iterator>
 #include <string>
+#include <utility>
 
 #include "emulator/key_devices.h"
 #include "emulator/refusal.h"
@@ -94,8 +95,13 @@ void op_release(fuse_req_t req, fuse_ino_t, fuse_file_info* info) {
     fuse_reply_err(req, 0);
 }
 
-void op_read(fuse_req_t req, fuse_ino_t, size_t size, off_t offset, fuse_file_info* info) {
-    OpenFile* file = file_of(info);
+// A program that waits in a read has got a signal.
+void interrupt_read(fuse_req_t req, void* data) {
+    static_cast<OpenFile*>(data)->waiting_read = nullptr;
+    fuse_reply_err(req, EINTR);
+}
+
+void do_read(fuse_req_t req, OpenFile* file, size_t size, off_t offset) {
     std::string events;
     std::string_view text;
     int result = 0;
@@ -105,11 +111,21 @@ void op_read(fuse_req_t req, fuse_ino_t, size_t size, off_t offset, fuse_file_in
     } else {
         result = driver_read(driver_of(req), file, size, static_cast<uint64_t>(offset), &text);
     }
-    if (result < 0) {
+    if (result == READ_WAITS && file->waiting_read != nullptr) {
+        fuse_reply_err(req, EBUSY);
+    } else if (result == READ_WAITS) {
+        file->waiting_read = req;
+        file->waiting_size = size;
+        fuse_req_interrupt_func(req, interrupt_read, file);
+    } else if (result < 0) {
         fuse_reply_err(req, -result);
     } else {
         fuse_reply_buf(req, text.data(), text.size());
     }
+}
+
+void op_read(fuse_req_t req, fuse_ino_t, size_t size, off_t offset, fuse_file_info* info) {
+    do_read(req, file_of(info), size, offset);
 }
 
 void op_write(fuse_req_t req, fuse_ino_t, const char*, size_t, off_t, fuse_file_info*) {
@@ -150,6 +166,9 @@ void op_poll(fuse_req_t req, fuse_ino_t, fuse_file_info* info, fuse_pollhandle* 
 void wake(OpenFile* file) {
     if (file->poll_handle != nullptr) {
         fuse_lowlevel_notify_poll(file->poll_handle);
+    }
+    if (file->waiting_read != nullptr) {
+        do_read(std::exchange(file->waiting_read, nullptr), file, file->waiting_size, 0);
     }
 }
 
