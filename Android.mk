@@ -20,32 +20,26 @@ ifneq ($(filter 21 22 23 24 25 26 27,$(PLATFORM_SDK_VERSION)),)
 
 LOCAL_PATH := $(call my-dir)
 
-include $(CLEAR_VARS)
-LOCAL_MODULE := dmd
-LOCAL_MODULE_TAGS := optional
 # The folders of CMakeLists.txt, without platform/desk.
 dmd_folders := daemon clients config servers triggers output actions tar
-LOCAL_SRC_FILES := $(patsubst $(LOCAL_PATH)/%,%,$(wildcard $(dmd_folders:%=$(LOCAL_PATH)/%/*.cpp)))
+dmd_sources := $(patsubst $(LOCAL_PATH)/%,%,$(wildcard $(dmd_folders:%=$(LOCAL_PATH)/%/*.cpp)))
+dmd_driver_check_sources := $(patsubst $(LOCAL_PATH)/%,%,$(wildcard $(LOCAL_PATH)/driver_check/*.cpp))
 ifeq ($(DMD_NO_EXCEPTION_LOG),true)
-LOCAL_SRC_FILES += platform/android/exception_log.cpp
+dmd_sources += platform/android/exception_log.cpp
 endif
-LOCAL_C_INCLUDES := $(LOCAL_PATH)
-LOCAL_CFLAGS := -DDMD_ANDROID -Wall -Wextra -Wshadow -Wthread-safety -Werror
-LOCAL_CPPFLAGS := -std=gnu++17 -fno-exceptions -fno-rtti
-LOCAL_SHARED_LIBRARIES := libcutils liblog
-LOCAL_CLANG := true
-ifneq ($(DMD_CXX),)
-LOCAL_CXX := $(DMD_CXX)
-LOCAL_CXX_STL := none
-LOCAL_CPPFLAGS += -nostdinc++ -isystem $(DMD_CXX_INCLUDE)
-# The libraries need these to throw exceptions, although dmd throws none.
-LOCAL_LDFLAGS := $(DMD_CXX_LIBRARIES) $(TARGET_LIBGCC)
-LOCAL_SHARED_LIBRARIES += libdl
-endif
-# As wide as the kernel. Otherwise the driver would need a second entry, for the requests of narrower programs.
-LOCAL_MULTILIB := first
+
+include $(CLEAR_VARS)
+LOCAL_MODULE := dmd
+LOCAL_SRC_FILES := $(dmd_sources)
 LOCAL_REQUIRED_MODULES := device_state_monitor.conf init.dmd.rc
-include $(BUILD_EXECUTABLE)
+include $(LOCAL_PATH)/platform/android/program.mk
+
+# Tries the driver behind /dev/dsm. A product has it only if it names it, too: PRODUCT_PACKAGES += dmd-driver-check
+# The client table names operations of the whole daemon.
+include $(CLEAR_VARS)
+LOCAL_MODULE := dmd-driver-check
+LOCAL_SRC_FILES := $(dmd_driver_check_sources) $(filter-out daemon/main.cpp,$(dmd_sources))
+include $(LOCAL_PATH)/platform/android/program.mk
 
 # Becomes /system/etc/device_state_monitor.conf. Name a file with the error numbers of the phone's own drivers here.
 include $(CLEAR_VARS)

@@ -9,7 +9,7 @@ git ls-files '*.cpp' '*.h' | xargs clang-format --dry-run --Werror
 # exceptions.
 git grep -E '^ *# *include "' -- '*.cpp' '*.h' ':!tests' ':!bench' | awk -F '[:"]' '
   BEGIN {
-    split("desk platform tar output config clients actions servers triggers daemon tools", order, " ")
+    split("platform tar output config clients actions servers triggers daemon driver_check desk tools", order, " ")
     for (i in order) height[order[i]] = i + 0
     height["emulator"] = height["platform"]
   }

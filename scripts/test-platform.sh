@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Tests the files for a platform tree, as far as that is possible on a desk: compiles the security policies with
-# stand-ins for what a platform declares, compares the build files with each other, and builds the daemon for Android
-# with the real headers of liblog and libcutils. Works in the given folder.
+# stand-ins for what a platform declares, compares the build files with each other, and builds the phone's programs for
+# Android with the real headers of liblog and libcutils. Works in the given folder.
 set -u
 work=$(realpath -m "$1")
 cd -- "$(dirname -- "$(realpath -- "$0")")/.."
@@ -43,6 +43,7 @@ quiet cmake -S . -B "$work/build" -G Ninja -DANDROID=ON -DCMAKE_BUILD_TYPE=None 
   "-DCMAKE_CXX_FLAGS=-isystem $PWD/tests/platform/include -isystem /usr/include/android" \
   "-DCMAKE_EXE_LINKER_FLAGS=-L$work/lib -L$libraries -Wl,-rpath,$work/lib:$libraries" \
   "-DCMAKE_CXX_STANDARD_LIBRARIES=$work/exception_log.o"
-quiet cmake --build "$work/build" --target dmd -j "$(nproc)"
+quiet cmake --build "$work/build" --target dmd dmd-driver-check -j "$(nproc)"
 "$work/build/dmd" --help 2> /dev/null | grep -q -e --config-file || fail "the daemon's help"
+"$work/build/dmd-driver-check" --help | grep -q -e --drain || fail "the driver check's help"
 [ "$failures" -eq 0 ]
