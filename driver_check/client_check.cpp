@@ -28,6 +28,9 @@ constexpr useconds_t LOOK_PAUSE_US = 20000;
 // Texts that are read before a driver is taken for one that never ends.
 constexpr int DRAINED_MAX = 100;
 
+// Times that dmd repeats a call.
+constexpr int INTERRUPTIONS_MAX = 100;
+
 // Characters of a text that are shown, with what is cut off and what does not print left out.
 constexpr size_t SHOWN_SIZE = 64;
 struct shown_text {
@@ -241,9 +244,15 @@ bool judge(bound_client* client, const look& now) {
     return readable || number != 0;
 }
 
+// Reads as dmd does, again when it is interrupted.
 ssize_t read_text(bound_client* client, dsm_call call) {
     announce(client->check, call);
-    return read(client->fd[READING].get(), client->buffer.get(), client->check->row->buffer_size);
+    ssize_t got;
+    int interruptions = 0;
+    do {
+        got = read(client->fd[READING].get(), client->buffer.get(), client->check->row->buffer_size);
+    } while (got < 0 && errno == EINTR && ++interruptions < INTERRUPTIONS_MAX);
+    return got;
 }
 
 void check_read_of_nothing(bound_client* client) {
