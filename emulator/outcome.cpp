@@ -59,7 +59,7 @@ std::string Outcome::wait(Look look, Late late) {
         const std::string more = log_.read_more();
         quiet_looks_ = more.empty() ? quiet_looks_ + 1 : 0;
         news_ += more;
-        const std::string line = look();
+        std::string line = look();
         if (!line.empty()) {
             return line;
         }

@@ -36,6 +36,11 @@ struct PhoneOptions {
 // it, or STATUS_NO_PHONE after a line on standard error. Nothing of the phone is left when it returns.
 int run_phone(const PhoneOptions& options);
 
+// Runs the calling process as the first one of a phone, in namespaces of its own: starts the driver server,
+// the media server and the command, and reaps whatever ends, until the command does. Returns the command's
+// exit status. Throws Refusal.
+int run_first_process(const PhoneOptions& options);
+
 // Runs a command in the running phone of that socket name, with the terminal of the caller, and ends the
 // calling process with the status that run_phone would return. Waits for the end of the boot. Throws Refusal.
 [[noreturn]] void run_in_phone(const std::string& socket_name, const std::vector<std::string>& command);

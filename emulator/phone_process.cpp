@@ -18,12 +18,10 @@
 #include <cstring>
 
 #include "emulator/control_client.h"
-#include "emulator/driver_server.h"
 #include "emulator/files.h"
-#include "emulator/log_keeper.h"
 #include "emulator/phone.h"
-#include "emulator/phone_view.h"
 #include "emulator/refusal.h"
+#include "emulator/signals.h"
 #include "platform/owned.h"
 
 namespace phone {
@@ -32,73 +30,11 @@ namespace {
 
 constexpr int STATUS_CANNOT_RUN = 126;
 constexpr int STATUS_NOT_FOUND = 127;
-constexpr int STATUS_SIGNAL = 128;
-
-// As init waits before it starts a service again.
-constexpr int RESTART_SECONDS = 5;
-// Bytes of a record file that reports are counted in; the daemon's own have half a MiB and the last report.
-constexpr size_t RECORD_MAX = 64 * 1024 * 1024;
-constexpr char REPORT_HEAD[] = "========Device Bugreport========\n";
-
-constexpr int FORWARDED_SIGNALS[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
 
 // Variables of the caller that the command sees too.
 constexpr const char* PASSED_VARIABLES[] = {
     "TERM", "TZ", "ASAN_OPTIONS", "LSAN_OPTIONS", "TSAN_OPTIONS", "UBSAN_OPTIONS", "LLVM_PROFILE_FILE"};
 constexpr char PASSED_PREFIX[] = "GTEST_";
-
-// The signal mask that `phone` was started with; the command gets it back.
-sigset_t original_mask;
-
-sigset_t watched_signals() {
-    sigset_t set;
-    sigemptyset(&set);
-    sigaddset(&set, SIGCHLD);
-    for (const int number : FORWARDED_SIGNALS) {
-        sigaddset(&set, number);
-    }
-    return set;
-}
-
-// From here on signals are taken one by one with sigwaitinfo.
-void hold_signals() {
-    const sigset_t set = watched_signals();
-    sigprocmask(SIG_BLOCK, &set, &original_mask);
-    // A caller that ignores SIGCHLD would have the kernel throw exit statuses away.
-    signal(SIGCHLD, SIG_DFL);
-}
-
-int exit_status(int status) {
-    return WIFSIGNALED(status) ? STATUS_SIGNAL + WTERMSIG(status) : WEXITSTATUS(status);
-}
-
-// Waits for the next signal. What somebody sent goes on to `receiver`; what the terminal sent has reached all
-// processes of the foreground already, but for SIGHUP: a closed terminal tells the leader of its session
-// only. Returns whether the signal means the end.
-bool take_signal(pid_t receiver) {
-    const sigset_t set = watched_signals();
-    siginfo_t info = {};
-    const int number = sigwaitinfo(&set, &info);
-    if (number == SIGHUP || (number > 0 && number != SIGCHLD && info.si_code != SI_KERNEL)) {
-        kill(receiver, number);
-    }
-    return number > 0 && number != SIGCHLD;
-}
-
-// To be called after the fork of `receiver`: what the terminal sent before is held here and nowhere else.
-// What came in between `receiver` holds too, and holds once. Returns whether there was any.
-bool forward_held_signals(pid_t receiver) {
-    sigset_t set = watched_signals();
-    sigdelset(&set, SIGCHLD);
-    const timespec at_once = {};
-    bool any = false;
-    for (int number = sigtimedwait(&set, nullptr, &at_once); number > 0;
-         number = sigtimedwait(&set, nullptr, &at_once)) {
-        kill(receiver, number);
-        any = true;
-    }
-    return any;
-}
 
 // A shell in the phone makes itself the foreground of the terminal and cannot undo that at its end: its
 // process namespace has no number for the caller's process group.
@@ -136,19 +72,6 @@ void become_root(uid_t user, gid_t group) {
     write_existing("/proc/self/gid_map", "0 " + std::to_string(group) + " 1\n");
 }
 
-struct Pipe {
-    UniqueFd read_end;
-    UniqueFd write_end;
-};
-
-Pipe make_pipe() {
-    int ends[2];
-    if (pipe2(ends, O_CLOEXEC) != 0) {
-        throw refusal_errno("no pipe");
-    }
-    return {UniqueFd(ends[0]), UniqueFd(ends[1])};
-}
-
 // What runs in a phone must not outlive who started it, however that one ends; the starter alone holds the
 // other end of the pipe `alive_fd`.
 void end_with_parent(int alive_fd) {
@@ -157,181 +80,6 @@ void end_with_parent(int alive_fd) {
     if (poll(&parent, 1, 0) != 0) {
         _exit(STATUS_NO_PHONE);
     }
-}
-
-// Starts the process that stands in for the phone's media service, which the daemon looks for by its name. It
-// does nothing, holds nothing and ends with the phone. Returns when it is in place.
-void start_media_server() {
-    Pipe ready = make_pipe();
-    const pid_t server = fork();
-    if (server < 0) {
-        throw refusal_errno("cannot start the media server");
-    }
-    if (server == 0) {
-        setsid();
-        prctl(PR_SET_NAME, "mediaserver");
-        sigset_t none;
-        sigemptyset(&none);
-        sigprocmask(SIG_SETMASK, &none, nullptr);
-        close_range(0, ~0U, 0);
-        for (;;) {
-            pause();
-        }
-    }
-    ready.write_end.reset();
-    char byte;
-    (void)!read(ready.read_end.get(), &byte, 1);
-    show_in_proc(server);
-}
-
-// The phone's log during a boot. `lines` is the end that the daemon writes to.
-struct Log {
-    pid_t keeper = -1;
-    UniqueFd lines;
-};
-
-Log start_log(const std::string& banner) {
-    Pipe lines = make_pipe();
-    const pid_t keeper = fork();
-    if (keeper < 0) {
-        throw refusal_errno("cannot start the keeper of the log");
-    }
-    if (keeper == 0) {
-        lines.write_end.reset();
-        run_log_keeper(std::move(lines.read_end), banner);
-    }
-    return {keeper, std::move(lines.write_end)};
-}
-
-// Lets the keeper come to the end of the log, which others may hold open.
-void end_log(Log* log) {
-    log->lines.reset();
-    for (int tries = 0; tries < 100 && waitpid(log->keeper, nullptr, WNOHANG) == 0; ++tries) {
-        usleep(10000);
-    }
-}
-
-// Says how many reports the phone takes with it.
-void tell_discarded() {
-    size_t reports = 0;
-    try {
-        for (const std::string& name : names_in(PHONE_LOG_DIR)) {
-            const std::string path = std::string(PHONE_LOG_DIR) + "/" + name;
-            if (name.rfind("dmd_record_", 0) == 0) {
-                const std::string text = read_file(path, RECORD_MAX);
-                for (size_t at = 0; (at = text.find(REPORT_HEAD, at)) != std::string::npos; ++at) {
-                    ++reports;
-                }
-            } else if (name.rfind("dmd_dump_", 0) == 0 && name.find(".txt") != std::string::npos) {
-                ++reports;
-            }
-        }
-    } catch (const Refusal&) {
-        // Without a folder of reports there is none.
-    }
-    if (reports > 0) {
-        print_refusal((std::to_string(reports) + (reports == 1 ? " report" : " reports") +
-                       " discarded; --data DIR keeps them")
-                          .c_str());
-    }
-}
-
-pid_t start_command(const PhoneOptions& options, const Log& log) {
-    const pid_t command = fork();
-    if (command < 0) {
-        throw refusal_errno("cannot start the command");
-    }
-    if (command == 0) {
-        if (log.lines.valid()) {
-            dup2(log.lines.get(), STDERR_FILENO);
-        }
-        show_in_proc(getpid());
-        become_command(options.socket_name, options.command);
-    }
-    return command;
-}
-
-// Reaps whatever ends, until the command does. Returns its status as waitpid gives it; *is_told_to_end
-// becomes true when somebody wanted an end.
-int wait_for_command(pid_t command, pid_t driver, bool* is_told_to_end) {
-    for (;;) {
-        int status = 0;
-        const pid_t ended = waitpid(-1, &status, WNOHANG);
-        if (ended == command) {
-            return status;
-        }
-        if (ended == driver && exit_status(status) != 0) {
-            const std::string number = std::to_string(exit_status(status));
-            print_refusal(("the driver server ended with status " + number).c_str());
-        }
-        if (ended <= 0) {
-            *is_told_to_end |= take_signal(command);
-        }
-    }
-}
-
-// Waits before the daemon starts again. False when somebody wants an end, or wanted one when the daemon
-// ended.
-bool rest_before_restart() {
-    sigset_t ends = watched_signals();
-    sigdelset(&ends, SIGCHLD);
-    const timespec rest = {RESTART_SECONDS, 0};
-    return sigtimedwait(&ends, nullptr, &rest) < 0;
-}
-
-// The first process: starts the driver server, the media server and the command, and reaps whatever ends,
-// until the command does. Returns the command's exit status.
-int run_first_process(const PhoneOptions& options) {
-    // As the desk numbers this process, which /proc/self is a link to.
-    char number[32] = {};
-    (void)!readlink("/proc/self", number, sizeof number - 1);
-    UniqueFd listen_fd = listen_for_control(options.socket_name);
-    UniqueFd fuse_fd = enter_private_root(options);
-    const std::string log_dir = options.data_dir.empty() ? "" : options.data_dir + "/kvdx_logs/dmd_log";
-    Pipe placed = make_pipe();
-    const pid_t driver = fork();
-    if (driver < 0) {
-        throw refusal_errno("cannot start the driver server");
-    }
-    if (driver == 0) {
-        placed.write_end.reset();
-        run_driver_server(
-            {fuse_fd.get(), listen_fd.get(), placed.read_end.get(), log_dir, options.build_dir});
-    }
-    // The server alone keeps these, so that they end with it.
-    fuse_fd.reset();
-    listen_fd.reset();
-    placed.read_end.reset();
-    place_devices();
-    show_in_proc(getpid());
-    start_media_server();
-    placed.write_end.reset();
-
-    Log log;
-    if (options.is_boot) {
-        printf("The log is in /proc/%s/root%s\n", number, LOG_PATH);
-        fflush(stdout);
-        log = start_log(options.banner);
-    }
-    pid_t command = start_command(options, log);
-    bool is_told_to_end = forward_held_signals(command);
-    int status = wait_for_command(command, driver, &is_told_to_end);
-    while (options.is_boot && WIFSIGNALED(status) && !is_told_to_end) {
-        dprintf(log.lines.get(), "phone: dmd was ended by signal %d, init starts it again in %d s\n",
-                WTERMSIG(status), RESTART_SECONDS);
-        if (!rest_before_restart()) {
-            break;
-        }
-        command = start_command(options, log);
-        status = wait_for_command(command, driver, &is_told_to_end);
-    }
-    if (options.is_boot) {
-        end_log(&log);
-        if (options.data_dir.empty()) {
-            tell_discarded();
-        }
-    }
-    return exit_status(status);
 }
 
 // Without the last two, root in a phone could rename the desk and leave shared memory there.
@@ -482,7 +230,7 @@ void become_command(const std::string& socket_name, const std::vector<std::strin
     std::vector<char*> environment = pointers(&variables);
     const std::vector<char*> arguments = pointers(&words);
 
-    sigprocmask(SIG_SETMASK, &original_mask, nullptr);
+    restore_signals();
     close_range(STDERR_FILENO + 1, ~0U, 0);
     environ = environment.data();
     execvp(arguments[0], arguments.data());

@@ -90,7 +90,7 @@ cp -a "$root/etc/alternatives" "$image/etc"
 mkdir -p "$image$PWD"
 find scripts build/arm/build \( -name CMakeFiles -o -name '*.a' -o -name '.ninja*' \) -prune -o -print |
   cpio -pdm --quiet "$image$PWD"
-arm-linux-gnueabihf-strip "$image$arm/build"/{dmd,dmd_tests,phone}
+arm-linux-gnueabihf-strip "$image$arm/build"/{dmd,dmd-driver-check,dmd_tests,phone}
 printf 'root:x:0:0:root:/root:/bin/sh\nuser:x:1000:1000::/root:/bin/sh\n' > "$image/etc/passwd"
 printf 'root:x:0:\nuser:x:1000:\n' > "$image/etc/group"
 cp scripts/arm-init.sh "$image/init"

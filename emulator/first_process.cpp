@@ -1,0 +1,205 @@
+// The first process of a phone: starts all others, reaps them, and starts a killed daemon again.
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <ctime>
+#include <string>
+
+#include "emulator/driver_server.h"
+#include "emulator/files.h"
+#include "emulator/log_keeper.h"
+#include "emulator/phone.h"
+#include "emulator/phone_view.h"
+#include "emulator/refusal.h"
+#include "emulator/signals.h"
+#include "platform/owned.h"
+
+namespace phone {
+
+namespace {
+
+// As init waits before it starts a service again.
+constexpr int RESTART_SECONDS = 5;
+// Bytes of a record file that reports are counted in; the daemon's own have half a MiB and the last report.
+constexpr size_t RECORD_MAX = 64 * 1024 * 1024;
+constexpr char REPORT_HEAD[] = "========Device Bugreport========\n";
+
+// Starts the process that stands in for the phone's media service, which the daemon looks for by its name. It
+// does nothing, holds nothing and ends with the phone. Returns when it is in place.
+void start_media_server() {
+    Pipe ready = make_pipe();
+    const pid_t server = fork();
+    if (server < 0) {
+        throw refusal_errno("cannot start the media server");
+    }
+    if (server == 0) {
+        setsid();
+        prctl(PR_SET_NAME, "mediaserver");
+        sigset_t none;
+        sigemptyset(&none);
+        sigprocmask(SIG_SETMASK, &none, nullptr);
+        close_range(0, ~0U, 0);
+        for (;;) {
+            pause();
+        }
+    }
+    ready.write_end.reset();
+    char byte;
+    (void)!read(ready.read_end.get(), &byte, 1);
+    show_in_proc(server);
+}
+
+// The phone's log during a boot. `lines` is the end that the daemon writes to.
+struct Log {
+    pid_t keeper = -1;
+    UniqueFd lines;
+};
+
+Log start_log(const std::string& banner) {
+    Pipe lines = make_pipe();
+    const pid_t keeper = fork();
+    if (keeper < 0) {
+        throw refusal_errno("cannot start the keeper of the log");
+    }
+    if (keeper == 0) {
+        lines.write_end.reset();
+        run_log_keeper(std::move(lines.read_end), banner);
+    }
+    return {keeper, std::move(lines.write_end)};
+}
+
+// Lets the keeper come to the end of the log, which others may hold open.
+void end_log(Log* log) {
+    log->lines.reset();
+    for (int tries = 0; tries < 100 && waitpid(log->keeper, nullptr, WNOHANG) == 0; ++tries) {
+        usleep(10000);
+    }
+}
+
+// Says how many reports the phone takes with it.
+void tell_discarded() {
+    size_t reports = 0;
+    try {
+        for (const std::string& name : names_in(PHONE_LOG_DIR)) {
+            const std::string path = std::string(PHONE_LOG_DIR) + "/" + name;
+            if (name.rfind("dmd_record_", 0) == 0) {
+                const std::string text = read_file(path, RECORD_MAX);
+                for (size_t at = 0; (at = text.find(REPORT_HEAD, at)) != std::string::npos; ++at) {
+                    ++reports;
+                }
+            } else if (name.rfind("dmd_dump_", 0) == 0 && name.find(".txt") != std::string::npos) {
+                ++reports;
+            }
+        }
+    } catch (const Refusal&) {
+        // Without a folder of reports there is none.
+    }
+    if (reports > 0) {
+        print_refusal((std::to_string(reports) + (reports == 1 ? " report" : " reports") +
+                       " discarded; --data DIR keeps them")
+                          .c_str());
+    }
+}
+
+pid_t start_command(const PhoneOptions& options, const Log& log) {
+    const pid_t command = fork();
+    if (command < 0) {
+        throw refusal_errno("cannot start the command");
+    }
+    if (command == 0) {
+        if (log.lines.valid()) {
+            dup2(log.lines.get(), STDERR_FILENO);
+        }
+        show_in_proc(getpid());
+        become_command(options.socket_name, options.command);
+    }
+    return command;
+}
+
+// Reaps whatever ends, until the command does. Returns its status as waitpid gives it; *is_told_to_end
+// becomes true when somebody wanted an end.
+int wait_for_command(pid_t command, pid_t driver, bool* is_told_to_end) {
+    for (;;) {
+        int status = 0;
+        const pid_t ended = waitpid(-1, &status, WNOHANG);
+        if (ended == command) {
+            return status;
+        }
+        if (ended == driver && exit_status(status) != 0) {
+            const std::string number = std::to_string(exit_status(status));
+            print_refusal(("the driver server ended with status " + number).c_str());
+        }
+        if (ended <= 0) {
+            *is_told_to_end |= take_signal(command);
+        }
+    }
+}
+
+// Waits before the daemon starts again. False when somebody wants an end, or wanted one when the daemon
+// ended.
+bool rest_before_restart() {
+    sigset_t ends = watched_signals();
+    sigdelset(&ends, SIGCHLD);
+    const timespec rest = {RESTART_SECONDS, 0};
+    return sigtimedwait(&ends, nullptr, &rest) < 0;
+}
+
+}  // namespace
+
+int run_first_process(const PhoneOptions& options) {
+    // As the desk numbers this process, which /proc/self is a link to.
+    char number[32] = {};
+    (void)!readlink("/proc/self", number, sizeof number - 1);
+    UniqueFd listen_fd = listen_for_control(options.socket_name);
+    UniqueFd fuse_fd = enter_private_root(options);
+    const std::string log_dir = options.data_dir.empty() ? "" : options.data_dir + "/kvdx_logs/dmd_log";
+    Pipe placed = make_pipe();
+    const pid_t driver = fork();
+    if (driver < 0) {
+        throw refusal_errno("cannot start the driver server");
+    }
+    if (driver == 0) {
+        placed.write_end.reset();
+        run_driver_server(
+            {fuse_fd.get(), listen_fd.get(), placed.read_end.get(), log_dir, options.build_dir});
+    }
+    // The server alone keeps these, so that they end with it.
+    fuse_fd.reset();
+    listen_fd.reset();
+    placed.read_end.reset();
+    place_devices();
+    show_in_proc(getpid());
+    start_media_server();
+    placed.write_end.reset();
+
+    Log log;
+    if (options.is_boot) {
+        printf("The log is in /proc/%s/root%s\n", number, LOG_PATH);
+        fflush(stdout);
+        log = start_log(options.banner);
+    }
+    pid_t command = start_command(options, log);
+    bool is_told_to_end = forward_held_signals(command);
+    int status = wait_for_command(command, driver, &is_told_to_end);
+    while (options.is_boot && WIFSIGNALED(status) && !is_told_to_end) {
+        dprintf(log.lines.get(), "phone: dmd was ended by signal %d, init starts it again in %d s\n",
+                WTERMSIG(status), RESTART_SECONDS);
+        if (!rest_before_restart()) {
+            break;
+        }
+        command = start_command(options, log);
+        status = wait_for_command(command, driver, &is_told_to_end);
+    }
+    if (options.is_boot) {
+        end_log(&log);
+        if (options.data_dir.empty()) {
+            tell_discarded();
+        }
+    }
+    return exit_status(status);
+}
+
+}  // namespace phone
