@@ -195,7 +195,7 @@ show_report dsm_lcd 20100
 say "The fuel gauge reaches state 1, and dmd asks for it every 5 seconds"
 phone state --name "$name" dsm_pmu_coul 1
 wait_for_report dsm_pmu_coul 1
-phone state --name "$name" dsm_pmu_coul 0
+phone state --name "$name" --no-wait dsm_pmu_coul 0
 grep -F "[M/poll_server] " "$log" | tail -n 3
 show_report dsm_pmu_coul 1
 
