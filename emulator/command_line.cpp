@@ -69,7 +69,8 @@ void add_boot_options(CLI::App* app, Choices* choices) {
         ->type_name("DIR");
     app->add_option("--data-size", choices->data_size, "Size of /data without --data, as 100M")
         ->transform(CLI::Validator(read_size, "", "size"))
-        ->type_name("BYTES");
+        ->type_name("BYTES")
+        ->excludes("--data");
     app->add_option("--bind", choices->binds, "Folder of the desk to show too, read-only; repeatable")
         ->allow_extra_args(false)
         ->check(not_empty)
@@ -91,7 +92,7 @@ void add_report_options(CLI::App* app, Choices* choices) {
 }
 
 void add_log_options(CLI::App* app, Choices* choices) {
-    app->add_flag("-f,--follow", choices->follow, "Go on with what the daemon logs from now on");
+    app->add_flag("-f,--follow", choices->follow, "Go on as the daemon logs more");
     app->add_option("--client", choices->client, "Only lines that name this client")
         ->check(not_empty)
         ->type_name("CLIENT");

@@ -27,15 +27,24 @@ constexpr int RESTART_SECONDS = 5;
 constexpr size_t RECORD_MAX = 64 * 1024 * 1024;
 constexpr char REPORT_HEAD[] = "========Device Bugreport========\n";
 
+// Starts a process that does `run`, which does not return.
+template <typename Run>
+pid_t start_process(const char* what, Run run) {
+    const pid_t child = fork();
+    if (child < 0) {
+        throw refusal_errno(std::string("cannot start ") + what);
+    }
+    if (child == 0) {
+        run();
+    }
+    return child;
+}
+
 // Starts the process that stands in for the phone's media service, which the daemon looks for by its name. It
 // does nothing, holds nothing and ends with the phone. Returns when it is in place.
 void start_media_server() {
     Pipe ready = make_pipe();
-    const pid_t server = fork();
-    if (server < 0) {
-        throw refusal_errno("cannot start the media server");
-    }
-    if (server == 0) {
+    const pid_t server = start_process("the media server", [] {
         setsid();
         prctl(PR_SET_NAME, "mediaserver");
         sigset_t none;
@@ -45,7 +54,7 @@ void start_media_server() {
         for (;;) {
             pause();
         }
-    }
+    });
     ready.write_end.reset();
     char byte;
     (void)!read(ready.read_end.get(), &byte, 1);
@@ -54,27 +63,30 @@ void start_media_server() {
 
 // The phone's log during a boot. `lines` is the end that the daemon writes to.
 struct Log {
-    pid_t keeper = -1;
+    pid_t display = -1;
     UniqueFd lines;
 };
 
-Log start_log(const std::string& banner) {
+Log start_log(const std::string& head, const std::string& banner) {
     Pipe lines = make_pipe();
-    const pid_t keeper = fork();
-    if (keeper < 0) {
-        throw refusal_errno("cannot start the keeper of the log");
-    }
-    if (keeper == 0) {
+    Pipe keeper = make_pipe();
+    start_process("the keeper of the log", [&] {
         lines.write_end.reset();
-        run_log_keeper(std::move(lines.read_end), banner);
-    }
-    return {keeper, std::move(lines.write_end)};
+        keeper.read_end.reset();
+        run_log_keeper(lines.read_end);
+    });
+    const pid_t display = start_process("the display of the log", [&] {
+        lines = {};
+        keeper.write_end.reset();
+        run_log_display(keeper.read_end, head, banner);
+    });
+    return {display, std::move(lines.write_end)};
 }
 
-// Lets the keeper come to the end of the log, which others may hold open.
+// Lets the log be shown to its end, which others may hold open, or a terminal hold up.
 void end_log(Log* log) {
     log->lines.reset();
-    for (int tries = 0; tries < 100 && waitpid(log->keeper, nullptr, WNOHANG) == 0; ++tries) {
+    for (int tries = 0; tries < 100 && waitpid(log->display, nullptr, WNOHANG) == 0; ++tries) {
         usleep(10000);
     }
 }
@@ -105,27 +117,23 @@ void tell_discarded() {
 }
 
 pid_t start_command(const PhoneOptions& options, const Log& log) {
-    const pid_t command = fork();
-    if (command < 0) {
-        throw refusal_errno("cannot start the command");
-    }
-    if (command == 0) {
+    return start_process("the command", [&] {
         if (log.lines.valid()) {
             dup2(log.lines.get(), STDERR_FILENO);
         }
         show_in_proc(getpid());
         become_command(options.socket_name, options.command);
-    }
-    return command;
+    });
 }
 
-// Reaps whatever ends, until the command does. Returns its status as waitpid gives it; *is_told_to_end
-// becomes true when somebody wanted an end.
+// Reaps whatever ends, until the command does, which /proc then shows no more. Returns its status as waitpid
+// gives it; *is_told_to_end becomes true when somebody wanted an end.
 int wait_for_command(pid_t command, pid_t driver, bool* is_told_to_end) {
     for (;;) {
         int status = 0;
         const pid_t ended = waitpid(-1, &status, WNOHANG);
         if (ended == command) {
+            hide_from_proc(command);
             return status;
         }
         if (ended == driver && exit_status(status) != 0) {
@@ -157,15 +165,11 @@ int run_first_process(const PhoneOptions& options) {
     UniqueFd fuse_fd = enter_private_root(options);
     const std::string log_dir = options.data_dir.empty() ? "" : options.data_dir + "/kvdx_logs/dmd_log";
     Pipe placed = make_pipe();
-    const pid_t driver = fork();
-    if (driver < 0) {
-        throw refusal_errno("cannot start the driver server");
-    }
-    if (driver == 0) {
+    const pid_t driver = start_process("the driver server", [&] {
         placed.write_end.reset();
         run_driver_server(
             {fuse_fd.get(), listen_fd.get(), placed.read_end.get(), log_dir, options.build_dir});
-    }
+    });
     // The server alone keeps these, so that they end with it.
     fuse_fd.reset();
     listen_fd.reset();
@@ -173,13 +177,15 @@ int run_first_process(const PhoneOptions& options) {
     place_devices();
     show_in_proc(getpid());
     start_media_server();
+    if (options.is_boot) {
+        write_file(LOG_PATH, "", 0644);
+    }
     placed.write_end.reset();
 
     Log log;
     if (options.is_boot) {
-        printf("The log is in /proc/%s/root%s\n", number, LOG_PATH);
-        fflush(stdout);
-        log = start_log(options.banner);
+        log = start_log(std::string("The log is in /proc/") + number + "/root" + LOG_PATH + "\n",
+                        options.banner);
     }
     pid_t command = start_command(options, log);
     bool is_told_to_end = forward_held_signals(command);

@@ -7,26 +7,40 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <ctime>
 #include <string_view>
 
+#include "emulator/phone_view.h"
+
 namespace phone {
 
 namespace {
 
+using Clock = std::chrono::steady_clock;
+
 // Bytes of a log before it is renamed: with the one before, a quarter of the root's memory.
 constexpr off_t LOG_MAX = 32 * 1024 * 1024;
+// Bytes of a start's lines that the next log begins with.
+constexpr size_t START_MAX_BYTES = 256 * 1024;
 
-// The daemon has started when it has been silent for so long after this message.
+// The daemon has started when it is silent after its second message, or has had time to.
+constexpr std::string_view STARTED = "[M/main] Qelvan Device monitor daemon started";
 constexpr std::string_view STARTING = "[M/main] Enter daemon main loop";
-constexpr int SILENCE_MS = 300;
-// What it never says if it is busy from the start.
-constexpr std::chrono::seconds START_MAX{3};
+constexpr auto START_MAX = std::chrono::seconds(3);
+constexpr int LOOK_MS = 50;
+constexpr int QUIET_LOOKS = 6;
 
 constexpr std::string_view NO_SECTION = "[M/listen_client_init] can't find client ";
+// Characters of a line's time, with the blank behind it.
+constexpr size_t TIME_LENGTH = 19;
+
+bool has(std::string_view line, std::string_view text) {
+    return line.find(text) != std::string_view::npos;
+}
 
 std::string time_now() {
     timespec now = {};
@@ -39,72 +53,111 @@ std::string time_now() {
     return text;
 }
 
+// Takes the whole lines from the beginning of `text`.
+template <typename Take>
+void take_lines(std::string* text, Take take) {
+    size_t begin = 0;
+    for (size_t end = 0; (end = text->find('\n', begin)) != std::string::npos; begin = end + 1) {
+        take(std::string_view(*text).substr(begin, end + 1 - begin));
+    }
+    text->erase(0, begin);
+}
+
 class LogKeeper {
   public:
-    explicit LogKeeper(const std::string& banner) : banner_(banner), folds_(isatty(STDOUT_FILENO) != 0) {
-        open_file();
-    }
+    LogKeeper() { open_file(); }
 
     void run(int lines) {
         std::string received;
         char piece[65536];
-        for (;;) {
-            pollfd ready = {lines, POLLIN, 0};
-            const int count = poll(&ready, 1, is_starting_ ? SILENCE_MS : -1);
-            if (count == 0 || (is_starting_ && std::chrono::steady_clock::now() > start_end_)) {
-                end_start();
-            }
-            if (count <= 0) {
-                continue;
-            }
-            const ssize_t got = read(lines, piece, sizeof piece);
-            if (got == 0) {
-                break;
-            }
-            received.append(piece, static_cast<size_t>(std::max<ssize_t>(got, 0)));
-            size_t begin = 0;
-            for (size_t end = 0; (end = received.find('\n', begin)) != std::string::npos; begin = end + 1) {
-                take_line(std::string_view(received).substr(begin, end + 1 - begin));
-            }
-            received.erase(0, begin);
+        ssize_t got = 0;
+        while ((got = read(lines, piece, sizeof piece)) > 0) {
+            received.append(piece, static_cast<size_t>(got));
+            take_lines(&received, [this](std::string_view line) { keep(line); });
         }
         if (!received.empty()) {
-            take_line(received + "\n");
+            keep(received + "\n");
         }
     }
 
   private:
     void open_file() { file_.reset(open(LOG_PATH, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644)); }
 
-    void take_line(std::string_view line) {
+    void write_file(const std::string& text) const { (void)!write(file_.get(), text.data(), text.size()); }
+
+    void keep(std::string_view line) {
         const std::string timed = time_now().append(line);
         struct stat status = {};
         if (fstat(file_.get(), &status) == 0 && status.st_size >= LOG_MAX) {
             rename(LOG_PATH, (std::string(LOG_PATH) + ".old").c_str());
             open_file();
+            write_file(start_);
         }
-        (void)!write(file_.get(), timed.data(), timed.size());
-        if (line.find(STARTING) != std::string_view::npos) {
-            is_starting_ = true;
-            start_end_ = std::chrono::steady_clock::now() + START_MAX;
+        write_file(timed);
+        if (has(line, STARTED)) {
+            start_.clear();
+            start_end_ = Clock::time_point::max();
+        } else if (has(line, STARTING)) {
+            start_end_ = Clock::now() + START_MAX;
         }
-        if (folds_ && is_starting_ && line.find(NO_SECTION) != std::string_view::npos) {
-            ++folded_;
-        } else {
-            show(timed);
+        if (Clock::now() < start_end_ && start_.size() + timed.size() <= START_MAX_BYTES) {
+            start_ += timed;
         }
     }
 
-    // The banner is shown once, although the daemon may start again.
-    void end_start() {
-        is_starting_ = false;
+    UniqueFd file_;
+    std::string start_;  // the lines of the daemon's latest start
+    Clock::time_point start_end_ = Clock::time_point::min();
+};
+
+class LogDisplay {
+  public:
+    LogDisplay(const std::string& head, const std::string& banner)
+        : banner_(banner), folds_(isatty(STDOUT_FILENO) != 0) {
+        show(head);
+    }
+
+    void run(int keeper) {
+        LogReader log("");
+        std::string text;
+        bool is_over = false;
+        while (!is_over) {
+            pollfd end = {keeper, 0, 0};
+            is_over = poll(&end, 1, LOOK_MS) > 0;
+            const std::string more = log.read_more();
+            quiet_looks_ = more.empty() ? quiet_looks_ + 1 : 0;
+            text += more;
+            take_lines(&text, [this](std::string_view line) { take(line); });
+            if (is_starting_ &&
+                ((has_started_ && quiet_looks_ >= QUIET_LOOKS) || Clock::now() > start_end_)) {
+                tell_folded();
+                show(banner_);
+                is_starting_ = false;
+            }
+        }
+        tell_folded();
+    }
+
+  private:
+    void take(std::string_view line) {
+        has_started_ = has_started_ || has(line, STARTING);
+        if (folds_ && has(line, NO_SECTION)) {
+            ++folded_;
+            folded_time_ = line.substr(0, TIME_LENGTH);
+            return;
+        }
+        if (!is_starting_) {
+            tell_folded();
+        }
+        show(line);
+    }
+
+    void tell_folded() {
         if (folded_ > 0) {
-            show(time_now() + std::to_string(folded_) +
+            show(folded_time_ + std::to_string(folded_) +
                  " clients have no listen section; phone log has a line for each\n");
         }
         folded_ = 0;
-        show(banner_);
-        banner_.clear();
     }
 
     static void show(std::string_view text) {
@@ -117,19 +170,26 @@ class LogKeeper {
         }
     }
 
-    std::string banner_;
+    const std::string banner_;
     const bool folds_;
-    UniqueFd file_;
-    bool is_starting_ = false;
-    std::chrono::steady_clock::time_point start_end_;
+    bool is_starting_ = true;
+    bool has_started_ = false;
+    const Clock::time_point start_end_ = Clock::now() + START_MAX;
+    int quiet_looks_ = 0;  // since the log last grew
     int folded_ = 0;
+    std::string folded_time_;
 };
 
 }  // namespace
 
-void run_log_keeper(UniqueFd lines, const std::string& banner) {
+void run_log_keeper(const UniqueFd& lines) {
+    LogKeeper().run(lines.get());
+    _exit(0);
+}
+
+void run_log_display(const UniqueFd& keeper, const std::string& head, const std::string& banner) {
     signal(SIGPIPE, SIG_IGN);
-    LogKeeper(banner).run(lines.get());
+    LogDisplay(head, banner).run(keeper.get());
     _exit(0);
 }
 

@@ -1,4 +1,5 @@
-// The phone's log: the process that keeps what the daemon writes, with times, and shows it.
+// The phone's log: a process that keeps what the daemon writes, and one that shows it. So whoever shows it to
+// a terminal that is held up holds up nobody else.
 #pragma once
 
 #include <string>
@@ -7,13 +8,17 @@
 
 namespace phone {
 
-// Where the phone has its log. A full one is renamed, with ".old" behind it.
+// Where the phone has its log. A full one is renamed, with ".old" behind it; the next one begins with the
+// lines of the daemon's latest start.
 constexpr char LOG_PATH[] = "/dev/log/main";
 
-// Keeps the lines that arrive at `lines`, each with the time, in LOG_PATH and prints them on standard output,
-// until all writers have closed the other end. Prints the banner once the daemon has started. On a terminal,
-// the clients without a section have one line together. Nobody who reads slowly, or no more, costs a line of
-// the file.
-[[noreturn]] void run_log_keeper(UniqueFd lines, const std::string& banner);
+// Keeps the lines that arrive at `lines`, each with the time, in LOG_PATH, until all writers have closed the
+// other end.
+[[noreturn]] void run_log_keeper(const UniqueFd& lines);
+
+// Prints the head, the log, and the banner once the daemon has started, or has had time to. On a terminal,
+// the clients without a section have one line together. Ends with the keeper, who holds the other end of
+// `keeper`.
+[[noreturn]] void run_log_display(const UniqueFd& keeper, const std::string& head, const std::string& banner);
 
 }  // namespace phone

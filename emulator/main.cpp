@@ -8,6 +8,8 @@
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
+#include <charconv>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
@@ -37,6 +39,12 @@ constexpr char DEFAULT_NAME[] = "phone";
 constexpr int STATUS_FAILED = 1;
 // Microseconds between two looks at a log that is followed.
 constexpr useconds_t FOLLOW_US = 100000;
+
+void finish_output() {
+    if (fflush(stdout) != 0) {
+        throw refusal_errno("cannot write to standard output");
+    }
+}
 
 std::string absolute(const std::string& path) {
     char out[PATH_MAX];
@@ -74,6 +82,9 @@ PhoneOptions phone_options(const Choices& choices) {
     options.build_dir = folder;
     for (const std::string& shown : choices.binds) {
         options.binds.push_back(absolute(shown));
+        if (access((shown + "/.").c_str(), F_OK) != 0) {
+            throw refusal_errno("cannot show " + shown);
+        }
     }
     // A folder goes before those in it, which are then there already.
     std::sort(options.binds.begin(), options.binds.end());
@@ -130,7 +141,10 @@ std::string banner(const Choices& choices) {
 // the same.
 void print_warnings(const std::string& config) {
     const std::string checker = program_folder() + CONFIG_CHECKER;
-    if (config.empty() || access(checker.c_str(), X_OK) != 0) {
+    struct stat status = {};
+    // A pipe has been read already.
+    if (stat(config.c_str(), &status) != 0 || !S_ISREG(status.st_mode) ||
+        access(checker.c_str(), X_OK) != 0) {
         return;
     }
     const pid_t child = fork();
@@ -142,8 +156,8 @@ void print_warnings(const std::string& config) {
 }
 
 int boot(const Choices& choices) {
-    print_warnings(choices.config);
     PhoneOptions options = phone_options(choices);
+    print_warnings(choices.config);
     options.socket_name = socket_of_phone(choices.name.empty() ? DEFAULT_NAME : choices.name);
     options.command = {std::string(BUILD_DIR) + "/dmd"};
     options.command.insert(options.command.end(), choices.words.begin(), choices.words.end());
@@ -218,48 +232,63 @@ std::string read_standard_input() {
     return text;
 }
 
+// A number as the daemon prints it: without a plus and leading zeros. What is none the phone refuses.
+std::string plain_number(const std::string& word) {
+    int32_t number = 0;
+    const char* const end = word.data() + word.size();
+    const auto [stop, error] = std::from_chars(word.data(), end, number);
+    return error == std::errc() && stop == end ? std::to_string(number) : word;
+}
+
+int print_outcome(const std::string& line) {
+    printf("%s\n", line.c_str());
+    return 0;
+}
+
 int report(const Choices& choices) {
-    std::vector<std::string> words = choices.words;
-    if (words[2] == "-") {
-        words[2] = read_standard_input();
-    }
-    Outcome outcome(socket_name(choices));
+    const std::string& client = choices.words[0];
+    const std::string error = plain_number(choices.words[1]);
+    Outcome outcome(socket_name(choices), client);
+    const std::string text = choices.words[2] == "-" ? read_standard_input() : choices.words[2];
     for (unsigned i = 0; i < choices.count; ++i) {
         if (i > 0) {
             usleep(choices.every_ms * 1000);
         }
-        ask(choices, {"report", words[0], words[1], words[2]});
+        try {
+            ask(choices, {"report", client, error, text});
+        } catch (const Refusal& refusal) {
+            throw choices.count == 1 ? refusal
+                                     : Refusal("after " + std::to_string(i) + " of " +
+                                               std::to_string(choices.count) + ": " + refusal.what());
+        }
+        outcome.read_log();
     }
-    if (!choices.no_wait) {
-        puts(outcome.of_report(words[0], words[1], choices.count, words[2].size()).c_str());
-    }
-    return 0;
+    return choices.no_wait ? 0 : print_outcome(outcome.of_report(error, choices.count, text.size()));
 }
 
 int set_state(const Choices& choices) {
+    const std::string state = plain_number(choices.words[1]);
     Outcome outcome(socket_name(choices));
-    ask(choices, {"state", choices.words[0], choices.words[1]});
-    if (!choices.no_wait) {
-        puts(outcome.of_state(choices.words[0], choices.words[1]).c_str());
-    }
-    return 0;
+    ask(choices, {"state", choices.words[0], state});
+    return choices.no_wait ? 0 : print_outcome(outcome.of_state(choices.words[0], state));
 }
 
 int command(const Choices& choices) {
+    const std::string number = plain_number(choices.words[2]);
     Outcome outcome(socket_name(choices));
-    if (!outcome.is_daemon_running()) {
-        throw Refusal("the daemon is not running");
+    const std::string idle = outcome.why_idle();
+    if (!idle.empty()) {
+        throw Refusal(idle);
     }
-    ask(choices, {"command", choices.words[0], choices.words[1], choices.words[2]});
+    ask(choices, {"command", choices.words[0], choices.words[1], number});
     if (choices.no_wait) {
         return 0;
     }
-    const std::string line = outcome.of_command(choices.words[0], choices.words[2]);
+    const std::string line = outcome.of_command(choices.words[0], number);
     if (line.empty()) {
         ask(choices, {"pending", choices.words[0]});  // says what client may be meant
     }
-    puts(line.c_str());
-    return 0;
+    return print_outcome(line);
 }
 
 int press_keys(const Choices& choices) {
@@ -267,26 +296,26 @@ int press_keys(const Choices& choices) {
     Outcome outcome(socket_name(choices));
     for (const Words& words : requests) {
         if (ask(choices, {"opened", words[1]}) == "0") {
-            throw Refusal(
-                outcome.is_daemon_running()
-                    ? "nobody has " + words[1] +
-                          " open: dmd opens the devices that have a volume key when it starts, none on a "
-                          "commercial build, and lets an unplugged one go"
-                    : "the daemon is not running");
+            const std::string idle = outcome.why_idle();
+            throw Refusal(!idle.empty()
+                              ? idle
+                              : "nobody has " + words[1] +
+                                    " open: dmd opens the devices that have a volume key when it "
+                                    "starts, none on a commercial build, and lets an unplugged one go");
         }
     }
     for (const Words& words : requests) {
         ask(choices, words);
     }
-    if (!choices.no_wait) {
-        const auto are_read = [&] {
-            return std::all_of(requests.begin(), requests.end(), [&](const Words& words) {
-                return ask(choices, {"queued", words[1]}) == "0";
-            });
-        };
-        puts(outcome.of_keys(are_read).c_str());
+    if (choices.no_wait) {
+        return 0;
     }
-    return 0;
+    const auto are_read = [&] {
+        return std::all_of(requests.begin(), requests.end(), [&](const Words& words) {
+            return ask(choices, {"queued", words[1]}) == "0";
+        });
+    };
+    return print_outcome(outcome.of_keys(are_read));
 }
 
 // Whether the line names the client, and not only one whose name begins with its own.
@@ -313,7 +342,9 @@ int show_log(const Choices& choices) {
         throw Refusal("the phone keeps no log: only one that was booted with 'phone boot' does");
     }
     std::string text;
-    do {
+    bool goes_on = true;
+    while (goes_on) {
+        goes_on = choices.follow && access(root.c_str(), F_OK) == 0;  // before the last lines are read
         text += log.read_more();
         size_t begin = 0;
         for (size_t end = 0; (end = text.find('\n', begin)) != std::string::npos; begin = end + 1) {
@@ -323,17 +354,17 @@ int show_log(const Choices& choices) {
             }
         }
         text.erase(0, begin);
-        if (fflush(stdout) != 0) {
-            throw refusal_errno("cannot print the log");
-        }
-        usleep(choices.follow ? FOLLOW_US : 0);
-    } while (choices.follow && access(root.c_str(), F_OK) == 0);
+        finish_output();
+        usleep(goes_on ? FOLLOW_US : 0);
+    }
     return 0;
 }
 
 int log_dir(const Choices& choices) {
     std::string folder = ask(choices, {"log-dir"});
-    if (folder.empty()) {
+    if (getenv(CONTROL_VARIABLE) != nullptr) {
+        folder = PHONE_LOG_DIR;  // in a phone, its own
+    } else if (folder.empty()) {
         folder = root_of_phone(socket_name(choices)) + PHONE_LOG_DIR;
     }
     printf("%s\n", folder.c_str());
@@ -387,7 +418,10 @@ int main(int argc, char** argv) {
         const std::vector<std::string> words(argv + std::min(argc, 1), argv + argc);
         needs_phone = runs_something(words);
         Choices choices;
-        return read_command_line(argc > 0 ? argv[0] : "phone", words, &choices) ? do_command(choices) : 0;
+        const int status =
+            read_command_line(argc > 0 ? argv[0] : "phone", words, &choices) ? do_command(choices) : 0;
+        finish_output();
+        return status;
     } catch (const std::exception& error) {
         print_refusal(error.what());
         return needs_phone ? STATUS_NO_PHONE : STATUS_FAILED;

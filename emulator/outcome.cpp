@@ -1,11 +1,17 @@
 // Looking for the daemon's messages about a request, and for the files that it wrote.
 #include "emulator/outcome.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
+#include <fstream>
 #include <thread>
-#include <vector>
+
+#include "emulator/control_client.h"
+#include "emulator/refusal.h"
 
 namespace phone {
 
@@ -18,15 +24,26 @@ constexpr auto BETWEEN_LOOKS = 20ms;
 // The daemon has done what has no message at its end when it is silent for so many looks.
 constexpr int QUIET_LOOKS = 15;
 
-// As the daemon's threads say it.
+// Lines of the daemon, from behind the time. A text of a driver that is logged has no such beginning.
+constexpr char LINE[] = "E/DMD: [M/";
 constexpr char STARTED[] = "[M/main] Qelvan Device monitor daemon started";
-constexpr char LISTENS[] = "[M/listen_server] Enter select";
+constexpr char NO_CONFIGURATION[] = "[M/main] Parse config file failed";
+constexpr char LISTENS[] = "E/DMD: [M/listen_server] Enter select";
 constexpr char LISTENS_TO_NOBODY[] = "dmd listen no client wait broadcast";
-constexpr char COMMAND_DONE[] = "[M/dmd_cmd_thread] Removing client on fd ";
+constexpr char COMMAND_DONE[] = "E/DMD: [M/dmd_cmd_thread] Removing client on fd ";
 constexpr char COMBINATION[] = "dmd_key_dispatch combination_key:";
 constexpr char NO_COMBINATION[] = "unknown combination_key!!";
+constexpr char LOST[] = " is cut or lost - ";
+constexpr char NOT_COMPRESSED[] = " is not compressed, status ";
+
+// Error number of the dumps that keys make.
+constexpr char KEY_NUMBER[] = "20005";
+
 constexpr char NOT_RUNNING[] = "the daemon is not running";
 constexpr char AT_WORK[] = "the daemon is at work on it; phone log -f shows what it does";
+
+// The property that keeps the daemon from starting, seen from the phone's root.
+constexpr char DISABLING_PROPERTY[] = "/dev/__properties__/persist.sys.dmd.disable";
 
 // Seconds between two ticks of the daemon's sampling periods.
 constexpr long TICK_SECONDS = 5;
@@ -44,21 +61,40 @@ std::string joined(const std::vector<std::string>& names) {
                                      : text + " and " + std::to_string(names.size() - NAMES_MAX) + " more";
 }
 
+bool begins_with(const std::string& text, const std::string& beginning) {
+    return text.compare(0, beginning.size(), beginning) == 0;
+}
+
 }  // namespace
 
-Outcome::Outcome(const std::string& socket_name)
-    : root_(root_of_phone(socket_name)), before_(reports_in(root_)), log_(root_), started_(log_.read_more()) {
+Outcome::Outcome(const std::string& socket_name, const std::string& client)
+    : socket_name_(socket_name),
+      client_(client),
+      root_(root_of_phone(socket_name)),
+      before_(reports_in(root_)),
+      log_(root_),
+      started_(log_.read_more()) {
     const size_t start = started_.rfind(STARTED);
     started_.erase(0, start == NOWHERE ? 0 : start);
+    if (!client_.empty()) {
+        ahead_ = ask_driver("handed") + ask_driver("pending");
+    }
+}
+
+void Outcome::read_log() {
+    const std::string more = log_.read_more();
+    quiet_looks_ = more.empty() ? quiet_looks_ + 1 : 0;
+    news_ += more;
 }
 
 template <typename Look, typename Late>
 std::string Outcome::wait(Look look, Late late) {
     const auto end = std::chrono::steady_clock::now() + WAIT;
     for (;;) {
-        const std::string more = log_.read_more();
-        quiet_looks_ = more.empty() ? quiet_looks_ + 1 : 0;
-        news_ += more;
+        if (access(root_.c_str(), F_OK) != 0) {
+            return "the phone has ended";
+        }
+        read_log();
         std::string line = look();
         if (!line.empty()) {
             return line;
@@ -71,6 +107,14 @@ std::string Outcome::wait(Look look, Late late) {
         }
         std::this_thread::sleep_for(BETWEEN_LOOKS);
     }
+}
+
+size_t Outcome::ask_driver(const char* what) const {
+    std::string answer;
+    if (!request(socket_name_, {what, client_}, &answer)) {
+        throw Refusal(answer);
+    }
+    return strtoul(answer.c_str(), nullptr, 10);
 }
 
 bool Outcome::is_quiet() const {
@@ -86,85 +130,139 @@ size_t Outcome::find(const std::string& text, size_t from) const {
     return from == NOWHERE ? NOWHERE : news_.find(text, from);
 }
 
-size_t Outcome::count(const std::string& text) const {
-    size_t times = 0;
-    for (size_t at = news_.find(text); at != NOWHERE; at = news_.find(text, at + 1)) {
-        ++times;
+std::vector<size_t> Outcome::find_all(const std::string& text) const {
+    std::vector<size_t> places;
+    for (size_t at = find(text); at != NOWHERE; at = find(text, at + 1)) {
+        places.push_back(at);
     }
-    return times;
+    return places;
 }
 
-// The files that are new or have changed, records first. Empty when there are none.
-std::string Outcome::list_new_reports() const {
+std::string Outcome::why_idle() const {
+    if (!has_daemon(root_)) {
+        return NOT_RUNNING;
+    }
+    std::string disabled;
+    std::getline(std::ifstream(root_ + DISABLING_PROPERTY), disabled);
+    if (disabled == "true") {
+        return "the daemon is disabled by the property persist.sys.dmd.disable";
+    }
+    return has_started_with(NO_CONFIGURATION)
+               ? "the daemon could not read its configuration, and watches nothing"
+               : "";
+}
+
+std::string Outcome::written(const std::string& number, size_t begin) const {
+    const size_t lost = find(LOST, begin);
+    if (lost != NOWHERE) {
+        const size_t message = news_.rfind("] ", lost) + 2;
+        return news_.substr(message, news_.find('\n', lost) - message);
+    }
+    char dump[64];
+    snprintf(dump, sizeof dump, "dmd_dump_%05ld_", strtol(number.c_str(), nullptr, 10));
     std::vector<std::string> records;
     std::vector<std::string> dumps;
     for (const auto& [name, state] : reports_in(root_)) {
         const auto old = before_.find(name);
-        if (old == before_.end() || old->second != state) {
-            (name.rfind("dmd_record_", 0) == 0 ? records : dumps).push_back(name);
+        if ((old != before_.end() && old->second == state) || state.first == 0) {
+            continue;
+        }
+        if (begins_with(name, "dmd_record_")) {
+            records.push_back(name);
+        } else if (begins_with(name, dump) && name.find(".gz") != NOWHERE) {
+            dumps.push_back(name);
         }
     }
-    return joined(records) + (records.empty() || dumps.empty() ? "" : ", ") + joined(dumps);
+    if (records.empty() && dumps.empty()) {
+        return "";
+    }
+    return "reported: " + joined(records) + (records.empty() || dumps.empty() ? "" : ", ") + joined(dumps) +
+           (find(NOT_COMPRESSED, begin) != NOWHERE ? "; one archive is not kept: it has the second of another"
+                                                   : "");
 }
 
-std::string Outcome::of_report(const std::string& client, const std::string& error, size_t times,
-                               size_t size) {
-    const std::string has_error = "[M/listen_server] " + client + " has error (" + error + ") ";
-    const auto look = [&]() -> std::string {
-        const size_t reported = count(has_error + "reported");
-        const size_t ignored = count(has_error + "ignored");
-        const size_t last = news_.rfind(has_error);
-        if (reported + ignored >= times && find(LISTENS, last) != NOWHERE) {
-            if (reported == 0) {
-                return "no trigger for " + error + ": cleared";
-            }
-            const std::string files = list_new_reports();
-            if (files.empty()) {
-                return "there is a trigger for " + error + ", but it wrote no report; phone log --client " +
-                       client + " shows what it did";
-            }
-            const std::string finish = client + " finish dump ";
-            const size_t dumped = find(finish);
-            const size_t taken =
-                dumped == NOWHERE ? size : strtoul(news_.c_str() + dumped + finish.size(), nullptr, 10);
-            return "reported: " + files +
-                   (taken < size ? "; of the text's " + std::to_string(size) + " bytes the daemon takes " +
+std::string Outcome::judge(const std::string& error, const std::vector<size_t>& lines, bool is_taken,
+                           size_t size) const {
+    const bool has_trigger = news_.compare(news_.find(") ", lines.back()), 10, ") reported") == 0;
+    if (!has_trigger) {
+        return "no trigger for " + error +
+               (is_taken ? ": cleared" : ", and it cannot be read: the driver keeps it");
+    }
+    const std::string trigger = "there is a trigger for " + error + ", but ";
+    const std::string files = written(error, lines.front());
+    if (!is_taken && files.empty()) {
+        return trigger + "nothing takes the error out of the driver, where it holds up those behind it";
+    }
+    if (files.empty()) {
+        return trigger + "it wrote no report; phone log --client " + client_ + " shows what it did";
+    }
+    const std::string finish = client_ + " finish dump ";
+    const size_t dumped = news_.rfind(finish);
+    const size_t taken =
+        dumped == NOWHERE ? size : strtoul(news_.c_str() + dumped + finish.size(), nullptr, 10);
+    return files + (taken < size ? "; of the text's " + std::to_string(size) + " bytes the daemon takes " +
                                        std::to_string(taken)
                                  : "");
+}
+
+std::string Outcome::of_report(const std::string& error, size_t times, size_t size) {
+    const std::string says = std::string(LINE) + "listen_server] " + client_ + " has error (";
+    // The lines of the errors that were reported before come first.
+    const auto own_lines = [&] {
+        std::vector<size_t> lines = find_all(says + error + ") ");
+        lines.erase(lines.begin(), lines.end() - static_cast<ptrdiff_t>(std::min(lines.size(), times)));
+        return lines;
+    };
+    const auto look = [&]() -> std::string {
+        const std::string idle = why_idle();
+        if (!idle.empty()) {
+            return idle + "; the driver keeps the error";
         }
-        if (!has_daemon(root_)) {
-            return std::string(NOT_RUNNING) + "; the driver keeps the error";
+        if (has_started_with("can't find client " + client_ + "'s config.")) {
+            return client_ + " has no listen section: nobody reads it";
         }
-        if (has_started_with("can't find client " + client + "'s config.")) {
-            return client + " has no listen section: nobody reads it";
+        const bool is_taken = ask_driver("handed") >= ahead_ + times;
+        const size_t last = news_.rfind(says);
+        if ((!is_taken && !is_quiet()) || find(LISTENS, last) == NOWHERE) {
+            return "";
+        }
+        const std::vector<size_t> lines = own_lines();
+        if (lines.size() == times) {
+            return judge(error, lines, is_taken, size);
+        }
+        if (find("lclient_get_error] " + client_ + " get client error failed") != NOWHERE) {
+            return "the driver does not tell the error's number, and the daemon takes it for 0; phone log "
+                   "--client " +
+                   client_ + " shows what it did";
         }
         return "";
     };
     return wait(look, [&]() -> std::string {
-        const size_t begun = count(has_error);
+        const size_t begun = own_lines().size();
         if (begun > 0) {
             return (times > 1 ? std::to_string(begun) + " of " + std::to_string(times) + " so far; " : "") +
                    AT_WORK;
         }
-        return has_started_with("lclient " + client + " init success")
+        return has_started_with("lclient " + client_ + " init success")
                    ? "the daemon has not come to it within 2 seconds; phone log -f shows what it does"
-                   : "the daemon does not listen to " + client + " yet; phone log -f shows what it does";
+                   : "the daemon does not listen to " + client_ + " yet; phone log -f shows what it does";
     });
 }
 
 std::string Outcome::of_state(const std::string& client, const std::string& state) {
-    const std::string has_state = "client " + client + "'s error (" + state + ") ";
+    const std::string has_state = "poll_server] client " + client + "'s error (" + state + ") ";
     const std::string polled = "pclient " + client + " init success";
     const auto look = [&]() -> std::string {
         if (find(has_state + "ignored") != NOWHERE) {
             return "no trigger for " + state + ": nothing is done";
         }
-        if (find(has_state + "occured") != NOWHERE && is_quiet()) {
-            const std::string files = list_new_reports();
-            return files.empty() ? "" : "reported: " + files;
+        const size_t occured = find(has_state + "occured");
+        if (occured != NOWHERE) {
+            return is_quiet() ? written(state, occured) : "";
         }
-        if (!has_daemon(root_)) {
-            return NOT_RUNNING;
+        const std::string idle = why_idle();
+        if (!idle.empty()) {
+            return idle;
         }
         const bool is_up = has_started_with(LISTENS) || has_started_with(LISTENS_TO_NOBODY);
         return is_up && is_quiet() && !has_started_with(polled)
@@ -177,47 +275,51 @@ std::string Outcome::of_state(const std::string& client, const std::string& stat
         }
         const std::string& text = started_.find(polled) != NOWHERE ? started_ : news_;
         const size_t at = text.find("sample period-", text.find(polled));
-        const long ticks = at == NOWHERE ? 0 : strtol(text.c_str() + text.find('-', at) + 1, nullptr, 10);
-        return "the daemon asks for it every " + std::to_string(ticks * TICK_SECONDS) + " s";
+        if (text.find(polled) == NOWHERE || at == NOWHERE) {
+            return "the daemon does not poll yet; phone log -f shows what it does";
+        }
+        const long ticks = strtol(text.c_str() + text.find('-', at) + 1, nullptr, 10);
+        return ticks > 0 ? "the daemon asks for it every " + std::to_string(ticks * TICK_SECONDS) + " s"
+                         : "the daemon never asks for it: its sampling_period is below 0";
     });
 }
 
 std::string Outcome::of_command(const std::string& client, const std::string& number) {
-    const std::string received = "Received msg - name:" + client + " data:" + number;
-    std::string outcome;
+    const std::string received =
+        std::string(LINE) + "dmd_recv_cmd_from_apk] Received msg - name:" + client + " data:" + number + "\n";
     const auto look = [&]() -> std::string {
         const size_t begin = find(received);
         const size_t end = find(COMMAND_DONE, begin);
         if (end == NOWHERE) {
             return "";
         }
-        const std::string files = list_new_reports();
+        const std::string files = written(number, begin);
         if (!files.empty()) {
-            return "reported: " + files;
+            return files;
         }
         const bool said_something = news_.find(client, begin + received.size()) < end;
         return said_something ? "nothing was written; phone log --client " + client + " shows why"
                               : client + " has no force-dump slot 0: nothing is dumped";
     };
-    outcome = wait(look, [&]() -> std::string { return AT_WORK; });
-    return find(client + " is not found in dmd client list") != NOWHERE ? "" : outcome;
+    const std::string outcome = wait(look, [&]() -> std::string { return AT_WORK; });
+    return find("] " + client + " is not found in dmd client list") != NOWHERE ? "" : outcome;
 }
 
 std::string Outcome::of_keys(const std::function<bool()>& are_read) {
     const auto look = [&]() -> std::string {
-        const std::string files = list_new_reports();
-        if (!is_quiet() || (files.empty() && (find(COMBINATION) != NOWHERE || !are_read()))) {
+        const size_t combination = find(COMBINATION);
+        if (!is_quiet() || !are_read()) {
             return "";
         }
-        if (!files.empty()) {
-            return "reported: " + files;
+        if (combination != NOWHERE) {
+            return written(KEY_NUMBER, combination);
         }
         return find(NO_COMBINATION) != NOWHERE
                    ? "the daemon knows no such combination"
                    : "no combination yet: the daemon compares six events, and forgets them after a pause";
     };
     return wait(look, [&]() -> std::string {
-        return are_read()
+        return find(COMBINATION) != NOWHERE
                    ? "a combination; phone log -f shows what the daemon does about it"
                    : "the daemon has not come to the keys within 2 seconds; phone log -f shows what it does";
     });

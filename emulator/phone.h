@@ -59,8 +59,9 @@ UniqueFd enter_private_root(const PhoneOptions& options);
 // Puts the driver's devices in their place; the driver server must be serving. Throws Refusal.
 void place_devices();
 
-// Lets /proc show a process of the phone under its number.
+// Lets /proc show a process of the phone under its number, or no more.
 void show_in_proc(pid_t pid);
+void hide_from_proc(pid_t pid);
 
 // Becomes the command: the environment of a phone, the standard descriptors and no others. Prints a line and
 // ends with status 126 or 127 when it cannot be run.

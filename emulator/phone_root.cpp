@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <filesystem>
 
 #include "emulator/driver_fuse.h"
 #include "emulator/files.h"
@@ -284,6 +285,11 @@ void place_devices() {
             bind(file, path);
         }
     }
+}
+
+void hide_from_proc(pid_t pid) {
+    std::error_code gone;
+    std::filesystem::remove_all("/proc/" + std::to_string(pid), gone);
 }
 
 void show_in_proc(pid_t pid) {

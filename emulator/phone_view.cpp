@@ -37,15 +37,19 @@ std::string LogReader::read_more() {
         while ((got = read(file_.get(), piece, sizeof piece)) > 0) {
             text.append(piece, static_cast<size_t>(got));
         }
-        // A full log is renamed, and all of it is read before the next one.
-        UniqueFd next(open(path_.c_str(), O_RDONLY | O_CLOEXEC));
+        if (next_.valid()) {
+            // A full log was renamed before the next one was there, and is now read to its end.
+            file_ = std::move(next_);
+            continue;
+        }
+        next_.reset(open(path_.c_str(), O_RDONLY | O_CLOEXEC));
         struct stat before = {};
         struct stat now = {};
-        if (!next.valid() || fstat(next.get(), &now) != 0 ||
+        if (fstat(next_.get(), &now) != 0 ||
             (fstat(file_.get(), &before) == 0 && before.st_ino == now.st_ino)) {
+            next_.reset();
             return text;
         }
-        file_ = std::move(next);
     }
 }
 

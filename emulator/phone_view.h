@@ -30,6 +30,7 @@ class LogReader {
   private:
     std::string path_;
     UniqueFd file_;
+    UniqueFd next_;  // that took its place
 };
 
 // Size and time of a file.

@@ -96,7 +96,8 @@ head -c 1048576 /dev/zero | tr '\0' x > firmware.log
 expect "reported: dmd_record_0.txt, dmd_dump_28200_??????.tar.gz; of the text's 1048576 bytes the daemon takes 16384" \
   phone report dsm_ext4 28200 - < firmware.log
 phone report --count 3 --every 1 dsm_charger 10100 x > outcome
-wait_until [ "$(grep -c "dsm_charger has error (10100) reported" log)" -eq 3 ]
+has_three() { [ "$(grep -c "dsm_charger has error (10100) reported" log)" -eq 3 ]; }
+wait_until has_three
 
 # The log has times, tells clients whose names begin alike apart, and can be filtered as it comes.
 expect "[0-1][0-9]-[0-3][0-9] [0-2][0-9]:[0-5][0-9]:[0-5][0-9].??? E/DMD: *can't find client dsm_key's config." \
