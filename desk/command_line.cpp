@@ -13,6 +13,8 @@ const char VERSION[] = DMD_VERSION;
 
 namespace {
 
+// So many names are told in one line; more of them there are only of clients.
+constexpr size_t LISTED_MAX = 16;
 constexpr char COMPLETE[] = "--complete";
 // What the scripts in this folder take for all files, or all folders.
 constexpr char ANY_FILE[] = ":files\n";
@@ -148,7 +150,13 @@ std::string explain(const CLI::App& app, const std::vector<std::string>& words,
     // What follows on an unknown option may be its value.
     const auto option = std::find_if(surplus.begin(), surplus.end(), is_option);
     if (option != surplus.end()) {
-        return no_such("option", option->substr(0, option->find('=')), option_names(command)) + more;
+        const std::string word = option->substr(0, option->find('='));
+        const auto takes_it = [&](const CLI::App* other) { return option_of(*other, word) != nullptr; };
+        const std::vector<const CLI::App*> others = app.get_subcommands({});
+        return (&command == &app && std::any_of(others.begin(), others.end(), takes_it)
+                    ? "option " + word + " stands behind the command"
+                    : no_such("option", word, option_names(command))) +
+               more;
     }
     if (!commands.empty() && &command == &app) {
         return (words.empty() ? "no command; there are " + joined(commands)
@@ -156,7 +164,14 @@ std::string explain(const CLI::App& app, const std::vector<std::string>& words,
                more;
     }
     if (dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr) {
-        return "too many operands, or options behind them" + more;
+        const auto late = std::find_if(words.begin(), words.end(), [&](const std::string& word) {
+            return is_option(word) && option_of(command, word) != nullptr;
+        });
+        return (late != words.end() ? "option " + *late + " stands before the operands"
+                : command.get_footer().find("'--'") != std::string::npos
+                    ? "too many operands; what it runs, or passes on, stands behind '--'"
+                    : "too many operands") +
+               more;
     }
     return error.what() + more;
 }
@@ -165,7 +180,10 @@ std::string explain(const CLI::App& app, const std::vector<std::string>& words,
 
 std::string no_such(const std::string& kind, const std::string& what, const std::vector<std::string>& known) {
     const std::string meant = did_you_mean(what, known);
-    return "no " + kind + " " + what + (meant.empty() ? "; there are " + joined(known) : meant);
+    const std::string all = known.size() <= LISTED_MAX
+                                ? "; there are " + joined(known)
+                                : "; dmd-config-check --clients lists the " + std::to_string(known.size());
+    return "no " + kind + " " + (what.empty() ? "''" : what) + (meant.empty() ? all : meant);
 }
 
 std::string parse(CLI::App* app, const std::vector<std::string>& words, const ValueWords& value_words) {

@@ -1,6 +1,5 @@
-// What the command lines of a desk's programs have in common: wrong words are told in one line that says what
-// is right,
-// --version, and completions in the shell.
+// What the command lines of a desk's programs have in common: --version, completions in the shell, and one
+// line that says what is right when a word is wrong.
 #pragma once
 
 #include <map>
@@ -31,7 +30,8 @@ extern const char VERSION[];
 // Throws WrongUsage.
 std::string parse(CLI::App* app, const std::vector<std::string>& words, const ValueWords& value_words = {});
 
-// "no client dsm_tpp; did you mean dsm_tp?", or all that there are where none is near.
+// "no client dsm_tpp; did you mean dsm_tp?", or all that there are, or where they are listed, when none is
+// near.
 std::string no_such(const std::string& kind, const std::string& what, const std::vector<std::string>& known);
 
 }  // namespace desk

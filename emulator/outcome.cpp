@@ -34,6 +34,7 @@ constexpr char COMMAND_DONE[] = "E/DMD: [M/dmd_cmd_thread] Removing client on fd
 constexpr char COMBINATION[] = "dmd_key_dispatch combination_key:";
 constexpr char NO_COMBINATION[] = "unknown combination_key!!";
 constexpr char LOST[] = " is cut or lost - ";
+constexpr char SAME_NAME[] = " already exists;";
 constexpr char NOT_COMPRESSED[] = " is not compressed, status ";
 
 // Error number of the dumps that keys make.
@@ -177,8 +178,9 @@ std::string Outcome::written(const std::string& number, size_t begin) const {
         return "";
     }
     return "reported: " + joined(records) + (records.empty() || dumps.empty() ? "" : ", ") + joined(dumps) +
-           (find(NOT_COMPRESSED, begin) != NOWHERE ? "; one archive is not kept: it has the second of another"
-                                                   : "");
+           (find(SAME_NAME, begin) != NOWHERE ? "; one archive is not kept: it has the second of another"
+            : find(NOT_COMPRESSED, begin) != NOWHERE ? "; an archive is not compressed, phone log shows why"
+                                                     : "");
 }
 
 std::string Outcome::judge(const std::string& error, const std::vector<size_t>& lines, bool is_taken,

@@ -126,7 +126,7 @@ for text in '-h' '++' '--' '-text' ''; do
   expect "what a report of '$text' prints" "the daemon is not running; the driver keeps the error" "$(cat "$scratch/out")"
 done
 expect "state" 0 "$(status_of "$phone" state --name "$name" dsm_tp -5)"
-expect_refusal "unknown client" 1 "no client nobody; there are dsm_tp" "$phone" state --name "$name" nobody 1
+expect_refusal "unknown client" 1 "no client nobody; dmd-config-check --clients lists" "$phone" state --name "$name" nobody 1
 expect "key" 0 "$(status_of "$phone" key --no-wait --name "$name" up down= up+)"
 expect "what a key prints" "" "$(cat "$scratch/out")"
 expect_refusal "an unknown key" 1 "up, down or power" "$phone" key --name "$name" up volume

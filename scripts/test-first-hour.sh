@@ -26,6 +26,18 @@ expect() {
   [[ $said == $pattern ]] || fail "$* said '$said', not '$pattern'"
 }
 
+driver() { # WORD...: a request to the emulated driver that has no command of phone
+  python3 - "dmd-phone-$(id -u)-$name" "$@" << 'END'
+import socket, struct, sys
+driver = socket.socket(socket.AF_UNIX)
+driver.connect("\0" + sys.argv[1])
+words = [word.encode() for word in sys.argv[2:]]
+driver.sendall(b"".join(struct.pack("I", len(word)) + word for word in words))
+driver.shutdown(socket.SHUT_WR)
+driver.recv(1000)
+END
+}
+
 phone() { # COMMAND [OPERAND...] to the phone of this test
   local command=$1
   shift
@@ -54,6 +66,9 @@ expect "phone: no option --conf; did you mean --config? (phone boot --help*" "$b
 expect "phone: no option --nam; did you mean --name? (phone report --help*" "$build/phone" report --nam x dsm_tp 1 x
 expect "phone: no command repot; did you mean report? (phone --help*" "$build/phone" repot dsm_tp 1 x
 expect "phone: TEXT is required (phone report --help*" "$build/phone" report dsm_tp 1
+expect "phone: option --count stands before the operands (*" "$build/phone" report dsm_tp 1 x --count 3
+expect "phone: option --name stands behind the command (*" "$build/phone" --name x report dsm_tp 1 x
+expect "phone: too many operands; what it runs, or passes on, stands behind '--' (*" "$build/phone" run ls
 expect "phone: --data-size: a size is a number up to 1T, as 65536, 64K or 100M (*" "$build/phone" boot --data-size 100X
 expect "phone: no phone answers at '*$name' (boot one with 'phone boot'*" phone report dsm_tp 1 x
 expect "phone 2*-*" "$build/phone" --version
@@ -81,7 +96,7 @@ expect "reported: dmd_record_0.txt, dmd_dump_20002_??????.tar.gz" phone report d
 expect "no trigger for 29999: cleared" phone report dsm_tp 29999 x
 expect "dsm_key has no listen section: nobody reads it" phone report dsm_key 1 x
 expect "phone: no client dsm_tpp; did you mean dsm_tp?" phone report dsm_tpp 1 x
-expect "phone: no client nobody; there are dsm_tp, *" phone state nobody 1
+expect "phone: no client nobody; dmd-config-check --clients lists the *" phone state nobody 1
 expect "phone: the error is a whole number of 32 bits, not 'x'" phone report dsm_tp x x
 expect "dsm_anc_hs has no force-dump slot 0: nothing is dumped" phone command dsm_anc_hs on 1
 expect "reported: dmd_record_0.txt, dmd_dump_20100_??????.tar.gz" phone command dsm_lcd on 20100
@@ -98,6 +113,12 @@ expect "reported: dmd_record_0.txt, dmd_dump_28200_??????.tar.gz; of the text's 
 phone report --count 3 --every 1 dsm_charger 10100 x > outcome
 has_three() { [ "$(grep -c "dsm_charger has error (10100) reported" log)" -eq 3 ]; }
 wait_until has_three
+
+# A driver whose texts cannot be read, or one that tells no numbers, is not taken for one that is well.
+driver answer dsm_emmc read -5
+expect "no trigger for 29999, and it cannot be read: the driver keeps it" phone report dsm_emmc 29999 x
+driver answer dsm_battery error -5 1
+expect "the driver does not tell the error's number, *" phone report dsm_battery 10200 x
 
 # The log has times, tells clients whose names begin alike apart, and can be filtered as it comes.
 expect "[0-1][0-9]-[0-3][0-9] [0-2][0-9]:[0-5][0-9]:[0-5][0-9].??? E/DMD: *can't find client dsm_key's config." \
@@ -124,6 +145,17 @@ expect "reported: dmd_record_0.txt, *" phone report dsm_tp 20002 "to be kept"
 end_phone
 expect "1" grep -c "to be kept" kept/kvdx_logs/dmd_log/dmd_record_0.txt
 expect "0" grep -c discarded log
+
+# Reports for which there is no room, and a daemon that does nothing, are told.
+boot --data-size 4K
+while said=$(phone report dsm_tp 20002 "too much") && [[ $said == reported:* ]]; do :; done
+expect "* is cut or lost - No space left on device" echo "$said"
+end_phone
+echo "[touch" > broken.conf
+boot --config broken.conf
+expect "the daemon could not read its configuration, and watches nothing; the driver keeps the error" \
+  phone report dsm_tp 1 x
+end_phone
 
 # On a terminal the clients without a section have one line together.
 script -qefc "'$build/phone' boot --name $name" screen < /dev/null > /dev/null 2>&1 &
