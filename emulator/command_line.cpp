@@ -156,7 +156,7 @@ const Command commands[] = {
      "Examples:\n"
      "  phone report dsm_tp 20002 'no answer from the controller'\n"
      "  phone report dsm_wifi 7 - < firmware.log\n"
-     "  phone report --count 50 --every 20 dsm_tp 20002 'no answer'\n"},
+     "  phone report --count 50 --every 1000 dsm_tp 20002 'no answer'\n"},
     {"state",
      "Set the state that a poll of a client returns",
      Kind::RUNS_NOTHING,
