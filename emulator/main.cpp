@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -104,8 +105,26 @@ std::string shell_word(const std::string& word) {
     return quoted + "'";
 }
 
+// A client that the daemon listens to, and one of its errors, as operands.
+std::string known_error(const std::string& config) {
+    std::istringstream words(config);
+    std::string word;
+    std::string client;
+    bool is_listened_to = false;
+    while (words >> word) {
+        if (word == "algo_type") {
+            is_listened_to = words >> word && word == "listen";
+        } else if (word == "client_name") {
+            words >> client;
+        } else if (word == "error_no" && is_listened_to && words >> word) {
+            return " " + shell_word(client) + " " + shell_word(word);
+        }
+    }
+    return " dsm_tp 20002";
+}
+
 // What one can do next, as it is typed where this phone was booted.
-std::string banner(const Choices& choices) {
+std::string banner(const Choices& choices, const std::string& config) {
     const std::string name = choices.name.empty() ? "" : " --name " + shell_word(choices.name);
     const auto phone = [&](const std::string& command, const std::string& operands = "") {
         return shell_word(choices.program) + " " + command + name + operands;
@@ -114,7 +133,7 @@ std::string banner(const Choices& choices) {
     const std::string reader =
         (folder == std::string::npos ? "" : choices.program.substr(0, folder + 1)) + "dmd-report";
     std::vector<std::pair<std::string, const char*>> lines = {
-        {phone("report", " dsm_tp 20002 'some text'"), "a driver reports an error"},
+        {phone("report", known_error(config) + " 'some text'"), "a driver reports an error"},
         {phone("command", " dsm_tp on 20002"), "an application asks for a dump"},
         {phone("key", " up down up"), "somebody presses the phone's keys"},
         {phone("log", " -f"), "the log, as here"},
@@ -162,7 +181,7 @@ int boot(const Choices& choices) {
     options.command = {std::string(BUILD_DIR) + "/dmd"};
     options.command.insert(options.command.end(), choices.words.begin(), choices.words.end());
     options.is_boot = true;
-    options.banner = banner(choices);
+    options.banner = banner(choices, options.config);
     return run_phone(options);
 }
 

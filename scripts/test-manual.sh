@@ -6,6 +6,7 @@ build=$(realpath "$1")
 # mandoc looks for the pages that a page refers to in the current folder.
 cd -- "$(dirname -- "$(realpath -- "$0")")/../docs/man" || exit
 failures=0
+command -v mandoc > /dev/null || { echo "test-manual: mandoc is missing; scripts/setup.sh test installs it"; exit 1; }
 
 fail() { echo "test-manual: $*"; failures=$((failures + 1)); }
 options_in() { grep -oE -- '--[a-z][a-z-]*' | sort -u; }
