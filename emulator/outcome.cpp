@@ -191,7 +191,7 @@ std::string Outcome::judge(const std::string& error, const std::vector<size_t>& 
                (is_taken ? ": cleared" : ", and it cannot be read: the driver keeps it");
     }
     const std::string trigger = "there is a trigger for " + error + ", but ";
-    const std::string files = written(error, lines.front());
+    std::string files = written(error, lines.front());
     if (!is_taken && files.empty()) {
         return trigger + "nothing takes the error out of the driver, where it holds up those behind it";
     }
@@ -216,7 +216,7 @@ std::string Outcome::of_report(const std::string& error, size_t times, size_t si
         return lines;
     };
     const auto look = [&]() -> std::string {
-        const std::string idle = why_idle();
+        std::string idle = why_idle();
         if (!idle.empty()) {
             return idle + "; the driver keeps the error";
         }
@@ -262,7 +262,7 @@ std::string Outcome::of_state(const std::string& client, const std::string& stat
         if (occured != NOWHERE) {
             return is_quiet() ? written(state, occured) : "";
         }
-        const std::string idle = why_idle();
+        std::string idle = why_idle();
         if (!idle.empty()) {
             return idle;
         }
@@ -295,7 +295,7 @@ std::string Outcome::of_command(const std::string& client, const std::string& nu
         if (end == NOWHERE) {
             return "";
         }
-        const std::string files = written(number, begin);
+        std::string files = written(number, begin);
         if (!files.empty()) {
             return files;
         }
