@@ -148,8 +148,8 @@ expect "0" grep -c discarded log
 
 # Reports for which there is no room, and a daemon that does nothing, are told.
 boot --data-size 4K
-while said=$(phone report dsm_tp 20002 "too much") && [[ $said == reported:* ]]; do :; done
-expect "* is cut or lost - No space left on device" echo "$said"
+is_full() { [[ $(phone report dsm_tp 20002 "too much") == *" is cut or lost - No space left on device" ]]; }
+wait_until is_full
 end_phone
 echo "[touch" > broken.conf
 boot --config broken.conf
