@@ -2,6 +2,7 @@
 #include "desk/command_line.h"
 
 #include <algorithm>
+#include <sstream>
 
 #include <CLI/CLI.hpp>
 
@@ -87,6 +88,16 @@ std::string value_candidates(const std::string& name, const ValueWords& value_wo
     return name == "FILE" || name == "PATH" ? ANY_FILE : name == "DIR" ? ANY_FOLDER : "";
 }
 
+// What the help calls that value of an option, from 0: "NUMBER" is 1 of "CLIENT NUMBER".
+std::string value_name(const CLI::Option& option, int value) {
+    std::istringstream names(option.get_type_name());
+    std::string name;
+    for (int i = 0; i <= value; ++i) {
+        names >> name;
+    }
+    return name;
+}
+
 // The option's or command's name and the first line about it, separated by a tab.
 std::string candidate(const std::string& name, const std::string& description) {
     return name + "\t" + description.substr(0, description.find('\n')) + "\n";
@@ -97,17 +108,20 @@ std::string complete(const CLI::App& app, std::vector<std::string> words, const 
     const std::string last = words.empty() ? "" : words.back();
     words.resize(words.empty() ? 0 : words.size() - 1);
     const CLI::App& command = command_of(app, words);
-    const CLI::Option* awaiting = nullptr;  // the option that the last word is the value of
+    const CLI::Option* awaiting = nullptr;  // the option that the last word is a value of
+    int values = 0;                         // that it has so far
     size_t operands = 0;
     for (size_t i = &command == &app ? 0 : 1; i < words.size(); ++i) {
         if (words[i] == "--") {
             return ANY_FILE;
         }
         if (awaiting != nullptr) {
-            awaiting = nullptr;
+            ++values;
+            awaiting = values < awaiting->get_type_size_max() ? awaiting : nullptr;
         } else if (is_option(words[i])) {
             const CLI::Option* const option = option_of(command, words[i]);
             awaiting = takes_value(option) && !has_value(words[i]) ? option : nullptr;
+            values = 0;
         } else {
             ++operands;
         }
@@ -116,7 +130,7 @@ std::string complete(const CLI::App& app, std::vector<std::string> words, const 
         awaiting = option_of(command, last);
     }
     if (awaiting != nullptr) {
-        return value_candidates(awaiting->get_type_name(), value_words);
+        return value_candidates(value_name(*awaiting, values), value_words);
     }
     std::string lines;
     if (!last.empty() && last[0] == '-') {

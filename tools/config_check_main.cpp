@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <exception>
 #include <string>
-#include <vector>
+#include <utility>
 
 #include <CLI/CLI.hpp>
 
@@ -41,7 +41,7 @@ bool print(const std::string& text) {
 // What the command line asks for.
 struct Request {
     std::string path;
-    std::vector<std::string> explain;  // a client and a number, or nothing
+    std::pair<std::string, std::string> explain;  // a client and a number
     bool clients = false;
     bool warnings = false;
     bool tsv = false;
@@ -73,8 +73,7 @@ int refuse(const std::string& what) {
 }
 
 int explain(const Request& request) {
-    const std::string& name = request.explain[0];
-    const std::string& number = request.explain[1];
+    const auto& [name, number] = request.explain;
     const dmd_client_info* const client = tools::find_client(name);
     if (client == nullptr) {
         return refuse(desk::no_such("client", name, tools::client_names()));
@@ -101,7 +100,7 @@ int run(int argc, char** argv) {
     const auto explained =
         app.add_option("--explain", request.explain,
                        "What happens with that error (or polled state) of the client, step by step");
-    explained->type_name("CLIENT NUMBER")->expected(2);
+    explained->type_name("CLIENT NUMBER");
     const auto clients = app.add_flag("--clients", request.clients,
                                       "List all clients and their slots, and what each slot does");
     const auto warnings = app.add_flag("--warnings", request.warnings, "Print the warnings only");
@@ -119,8 +118,8 @@ int run(int argc, char** argv) {
         "  dmd-config-check my.conf --explain dsm_tp 20002\n"
         "  dmd-config-check --clients | grep dsm_audio\n"
         "  dmd-config-check --json my.conf | jq '.sections[] | select(.in_force) | .client'\n");
-    const std::string asked_for = desk::parse(&app, {argv + std::min(argc, 1), argv + argc},
-                                              {{"CLIENT NUMBER", tools::client_names()}});
+    const std::string asked_for =
+        desk::parse(&app, {argv + std::min(argc, 1), argv + argc}, {{"CLIENT", tools::client_names()}});
     if (!asked_for.empty()) {
         return print(asked_for) ? STATUS_CLEAN : STATUS_UNREADABLE;
     }
@@ -131,7 +130,7 @@ int run(int argc, char** argv) {
     if (request.clients) {
         return print(show_clients(request)) ? STATUS_CLEAN : STATUS_UNREADABLE;
     }
-    if (!request.explain.empty()) {
+    if (!explained->empty()) {
         return explain(request);
     }
     const tools::CheckedConfig config = tools::check_config(request.path);
