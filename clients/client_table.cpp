@@ -42,6 +42,9 @@ constexpr dmd_client_info row(const char* name, uint32_t type, uint32_t buffer_s
     return info;
 }
 
+// A new row goes last: the places of the others are fixed. Its name follows `row(` on the same line, where
+// emulator/CMakeLists.txt looks for the phone's clients.
+//
 // Columns: name, type, buffer size in bytes, dump slots from 0, force-dump slots from 0.
 constexpr dmd_client_info ROWS[] = {
     row("dsm_tp", 1, 1024, {dsm_dump_error}, {dsm_force_dump_error, tp_force_dump_error, tp_debug_disable}),
