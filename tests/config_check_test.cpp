@@ -155,8 +155,8 @@ TEST(ConfigCheck, NamesWhatTheDaemonDoesOtherwise) {
          .status = WARNINGS},
         {.what = "one device, two servers, one number",
          .text = whole + poll_head + "sampling_period 12\nnum_triggers 1\n" + trigger(5, "dsm_tp+0"),
-         .found = {},
-         .status = CLEAN},
+         .found = {"12 the trigger at line 5, of dsm_tp, has the number 5 too"},
+         .status = WARNINGS},
         {.what = "two devices, one number",
          .text = whole + "[b]\nalgo_type listen\nclient_name dsm_lcd\nnum_triggers 2\n" +
                  trigger(6, "dsm_lcd+0") + trigger(5, "dsm_lcd+0"),
@@ -176,6 +176,17 @@ TEST(ConfigCheck, NamesWhatTheDaemonDoesOtherwise) {
          .found = {"7 archives of the number 100000 are neither counted nor deleted",
                    "11 archives of the number -10000 are"},
          .status = WARNINGS},
+        {.what = "a period, a long number and a shared one, without a report",
+         .text = poll_head + "num_triggers 2\n" + trigger(1, "dsm_lcd+1") + trigger(100000, "dsm_tp+1") +
+                 "[audio]\nalgo_type listen\nclient_name dsm_audio\nnum_triggers 1\n" +
+                 trigger(1, "dsm_audio+3"),
+         .found = {"7 archives of the number 100000"},
+         .status = WARNINGS},
+        {.what = "a long number without an archive",
+         .text = "[key]\nalgo_type listen\nclient_name dsm_power_key\nnum_triggers 1\n" +
+                 trigger(100000, "dsm_power_key+1"),
+         .found = {},
+         .status = CLEAN},
         {.what = "a failed action keeps the one before",
          .text = head + "num_triggers 1\n" + trigger(5, "dsm_tp+0 dsm_tp+1") +
                  "[a]\nalgo_type listen\naction dsm_tp\n",
@@ -372,7 +383,7 @@ TEST(ConfigCheck, ExplainsEachKindOfOperation) {
     };
     for (const auto& one : cases) {
         SCOPED_TRACE(one.asked);
-        const Answer answer = run(std::string(FILE_NAME) + " --explain " + one.asked);
+        const Answer answer = run(std::string("--explain ") + one.asked + " " + FILE_NAME);
         EXPECT_EQ(WARNINGS, answer.status);
         const std::string told = std::regex_replace(answer.output, std::regex("[ \n]+"), " ");
         size_t at = 0;
@@ -455,8 +466,10 @@ TEST(ConfigCheck, RefusesFilesAndOptionsThatItCannotUse) {
     }
 }
 
-TEST(ConfigCheck, HelpIsNoFailure) {
+TEST(ConfigCheck, TellsHowToUseIt) {
     EXPECT_EQ(CLEAN, run("--help").status);
+    EXPECT_EQ(0u, run("--complete --explain ''").output.find("dsm_tp\n"));
+    EXPECT_EQ(":files\n", run("--complete --explain dsm_tp 5 ''").output);
 }
 
 TEST(ConfigCheck, SaysThatItCannotWrite) {

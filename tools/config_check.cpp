@@ -34,6 +34,14 @@ client_dump_operation operation_of(const dmd_client_info& row, int32_t algo_type
     return algo_type == ALGO_POLL ? row.force_dump[slot] : row.dump[slot];
 }
 
+// Whether an action makes a file on a debug build that has the trigger's number in its name.
+bool archives(const CheckedTrigger& trigger) {
+    return std::any_of(trigger.actions.begin(), trigger.actions.end(), [](const CheckedAction& action) {
+        return action.operation != nullptr &&
+               (action.operation->report == Report::FULL || action.operation->saves_dump);
+    });
+}
+
 // One section on its way from the parser's record to what a person reads.
 class SectionCheck {
   public:
@@ -137,8 +145,8 @@ class SectionCheck {
         if (period < 0) {
             warn(lines_.header,
                  title_ + ": a sampling_period below 0 is a very long one, the client is never sampled");
-        } else if (section_.in_force && !section_.triggers.empty() &&
-                   section_.period_seconds < SHORT_PERIOD_SECONDS) {
+        } else if (section_.in_force && section_.period_seconds < SHORT_PERIOD_SECONDS &&
+                   std::any_of(section_.triggers.begin(), section_.triggers.end(), reports)) {
             warn(lines_.header, title_ + " samples every " + std::to_string(section_.period_seconds) +
                                     " s: a state that stays is reported each time, until the record files "
                                     "hold nothing else");
@@ -161,11 +169,6 @@ class SectionCheck {
         if (!fires) {
             warn(line, "a trigger of " + number + " stands earlier in the section: this one never fires");
         }
-        if (fires && section_.in_force && number.size() > ARCHIVED_NUMBER_LENGTH) {
-            warn(line, "archives of the number " + number +
-                           " are neither counted nor deleted: that takes a number of up to " +
-                           std::to_string(ARCHIVED_NUMBER_LENGTH) + " characters");
-        }
         CheckedTrigger checked = {line, trigger.error_no, trigger.running_test_switch, fires, {}};
         bool takes_error = false;
         for (int32_t i = 0; i < trigger.action_num; ++i) {
@@ -174,6 +177,11 @@ class SectionCheck {
             const OperationFacts* const operation = checked.actions.back().operation;
             takes_error = takes_error || (operation != nullptr && operation->reads == Reads::ERROR &&
                                           strcasecmp(action.client_name, setting_.client_name) == 0);
+        }
+        if (fires && section_.in_force && archives(checked) && number.size() > ARCHIVED_NUMBER_LENGTH) {
+            warn(line, "archives of the number " + number +
+                           " are neither counted nor deleted: that takes a number of up to " +
+                           std::to_string(ARCHIVED_NUMBER_LENGTH) + " characters");
         }
         if (setting_.algo_type == ALGO_LISTEN && row_ != nullptr && !takes_error) {
             warn(lines.action,
@@ -226,27 +234,25 @@ class SectionCheck {
     CheckedSection section_;
 };
 
-// A commercial build's history of a day knows numbers, not clients. Sections are compared, not what their
-// actions dump.
+// A commercial build's history of a day knows numbers, neither clients nor sections.
 void check_shared_numbers(const std::vector<CheckedSection>& sections, std::vector<Finding>* findings) {
     struct User {
-        std::string client;
+        const CheckedSection* section;
         int line;
     };
     std::map<int32_t, User> users;
     for (const CheckedSection& section : sections) {
         for (const CheckedTrigger& trigger : section.triggers) {
-            if (!section.in_force || !trigger.fires) {
+            if (!section.in_force || !trigger.fires || !reports(trigger)) {
                 continue;
             }
-            const User& first =
-                users.try_emplace(trigger.number, User{section.client, trigger.line}).first->second;
-            if (first.client != section.client) {
+            const User& first = users.try_emplace(trigger.number, User{&section, trigger.line}).first->second;
+            if (first.section != &section) {
                 findings->push_back(
                     {trigger.line,
-                     "the trigger at line " + std::to_string(first.line) + ", of " + first.client +
+                     "the trigger at line " + std::to_string(first.line) + ", of " + first.section->client +
                          ", has the number " + std::to_string(trigger.number) +
-                         " too: a commercial build uploads only the first of their errors in a day"});
+                         " too: a commercial build uploads only the first of their reports in a day"});
             }
         }
     }
@@ -279,6 +285,12 @@ void check_file(const CheckedConfig& config, const std::string& text, std::vecto
 }
 
 }  // namespace
+
+bool reports(const CheckedTrigger& trigger) {
+    return std::any_of(trigger.actions.begin(), trigger.actions.end(), [](const CheckedAction& action) {
+        return action.operation != nullptr && action.operation->report != Report::NONE;
+    });
+}
 
 CheckedConfig check_config(const std::string& path) {
     CheckedConfig config;

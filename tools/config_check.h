@@ -26,6 +26,9 @@ struct CheckedTrigger {
     std::vector<CheckedAction> actions;
 };
 
+// Whether an action of the trigger writes a report.
+bool reports(const CheckedTrigger& trigger);
+
 struct CheckedSection {
     std::string name;
     int line;               // where it first begins

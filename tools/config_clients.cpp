@@ -3,8 +3,6 @@
 
 #include <strings.h>
 
-#include <set>
-
 #include <nlohmann/json.hpp>
 
 #include "clients/client_table.h"

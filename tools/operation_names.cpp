@@ -34,7 +34,7 @@ std::string seconds(unsigned int count) {
 // A dump that is no report.
 #define OWN_DUMP "as a dump of its own, which it hands to the upload service"
 
-const OperationFacts unnamed = {nullptr, "?", "not known to this tool", Reads::ERROR, Report::FULL};
+const OperationFacts unnamed = {nullptr, "?", "not known to this tool", Reads::NOTHING, Report::NONE};
 
 }  // namespace
 
@@ -86,7 +86,8 @@ const std::vector<OperationFacts> operation_facts = {
      .report = Report::FULL,
      .debug = "also makes the driver dump, throws its text away, waits " +
               seconds(SENSORHUB_IMAGE_WAIT_SECONDS) + ", and saves rdr.bin of the newest entry of " +
-              MEMORY_DUMP_DIR + ", as far as it fits the client's bytes, " OWN_DUMP},
+              MEMORY_DUMP_DIR + ", as far as it fits the client's bytes, " OWN_DUMP,
+     .saves_dump = true},
     {.operation = sensorhub_dump_error_no_image,
      .name = "sensorhub_dump_error_no_image",
      .does = "report",
@@ -152,17 +153,21 @@ const std::vector<OperationFacts> operation_facts = {
      .reads = Reads::NOTHING,
      .report = Report::NONE,
      .debug =
-         "the first time shows touches and pointer on the display; the second time saves what panel, input "
-         "service and power supplies say " OWN_DUMP ", and switches the touch logs on; then "
-         "nothing until the debugging is switched off. Made for the volume keys",
-     .commercial = "no dump"},
+         "the first time shows touches and pointer on the display, and switches haptic feedback on. The "
+         "second time takes a screenshot, tp_screencap.png in the folder of the reports; has the input "
+         "service write /data/dmd_temp.txt; switches the touch logs on; saves what panel, input service and "
+         "power supplies say " OWN_DUMP "; and vibrates. If the charger's state reads empty, none of the "
+         "last three happens. Both files stay. Then nothing until the debugging is switched off. Made for "
+         "the volume keys",
+     .commercial = "no dump",
+     .saves_dump = true},
     {.operation = tp_debug_disable,
      .name = "tp_debug_disable",
      .does = "touch panel debugging off",
      .reads = Reads::NOTHING,
      .report = Report::NONE,
-     .debug = "after a dump of touch panel data switches touch logs, touches and pointer off. Made for the "
-              "volume keys",
+     .debug = "after a dump of touch panel data switches touch logs, touches, pointer and haptic feedback "
+              "off. Made for the volume keys",
      .commercial = "the same, after an attempt at such a dump"},
     {.operation = lcd_force_dump_error,
      .name = "lcd_force_dump_error",
@@ -170,8 +175,10 @@ const std::vector<OperationFacts> operation_facts = {
      .reads = Reads::NOTHING,
      .report = Report::NONE,
      .debug = "has the graphics side write its frames, waits up to " + seconds(FRAME_WAIT_SECONDS) +
-              " for that, and saves each " OWN_DUMP ". Made for the volume keys",
-     .commercial = "nothing"},
+              " for that, and saves each .bmp that was written meanwhile in /data/hwcdump " OWN_DUMP
+              ". If that time runs out, it saves nothing. Made for the volume keys",
+     .commercial = "nothing",
+     .saves_dump = true},
 };
 
 const OperationFacts& facts_of(client_dump_operation operation) {

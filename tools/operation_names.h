@@ -31,6 +31,7 @@ struct OperationFacts {
     std::string debug = {};           // on a debug build, besides the report
     std::string commercial = {};      // on a commercial build, besides the report
     std::string last = {};
+    bool saves_dump = false;  // of its own, on a debug build
 };
 
 // The row of an operation. One that the table lacks has "?" for a name.
