@@ -2,6 +2,7 @@
 #include "tools/config_explain.h"
 
 #include <algorithm>
+#include <set>
 #include <vector>
 
 #include "tools/config_clients.h"
@@ -30,6 +31,12 @@ class TriggerSteps {
                     (facts != nullptr ? std::string(": ") + facts->does + " (" + facts->name + ")" : "") +
                     "\n";
             text += format_steps(terminal_, steps_of(action));
+            if (facts != nullptr && facts->report != Report::NONE && reported_by_ == 0) {
+                reported_by_ = place_;
+            }
+            if (facts != nullptr && facts->report == Report::FULL && packed_by_ == 0) {
+                packed_by_ = place_;
+            }
         }
         return text + "\n" + wrap(what_becomes_of_error(), 0) + "\n";
     }
@@ -97,14 +104,21 @@ class TriggerSteps {
              std::count(facts.packs_for.begin(), facts.packs_for.end(), trigger_.number) > 0);
         return (packs_more ? "packs the record file, the system's logs, and what there is of " + facts.packs
                            : std::string("packs the record file and the system's logs")) +
-               "; hands the archive to the upload service" + (facts.debug.empty() ? "" : "; " + facts.debug);
+               "; hands the archive to the upload service" +
+               (packed_by_ != 0 ? "; begun in the same second as action " + std::to_string(packed_by_) +
+                                      ", it has no archive of its own"
+                                : "") +
+               (facts.debug.empty() ? "" : "; " + facts.debug);
     }
 
     std::string on_commercial_build(const OperationFacts& facts) const {
         if (facts.report == Report::NONE) {
             return facts.commercial;
         }
-        return "hands the report alone to the upload service, but reports of " + number_ + " once a day only";
+        return "hands the report alone to the upload service" +
+               (reported_by_ != 0 ? ", unless action " + std::to_string(reported_by_) + " did so: reports of "
+                                  : ", but reports of ") +
+               number_ + " once a day only";
     }
 
     std::string what_becomes_of_error() const {
@@ -124,8 +138,11 @@ class TriggerSteps {
     const std::vector<CheckedAction>& actions_;
     const std::string number_;
     const CheckedTrigger& trigger_;
-    size_t place_ = 0;     // of the action, from 1
-    size_t taken_by_ = 0;  // the action that reads the error's own text, 0 while there is none
+    size_t place_ = 0;  // of the action, from 1
+    // The first action that does it, 0 while there is none.
+    size_t taken_by_ = 0;  // reads the error's own text
+    size_t reported_by_ = 0;
+    size_t packed_by_ = 0;  // packs its report
 };
 
 const CheckedSection* section_of(const CheckedConfig& config, const std::string& client, const char* server) {
@@ -151,17 +168,43 @@ std::string place_of(const CheckedSection& section, const CheckedTrigger& trigge
 }
 
 // Who else uses the number, which a commercial build counts across all sections.
-std::string other_users(const CheckedConfig& config, const CheckedSection& section, int32_t number) {
+std::string other_users(const CheckedConfig& config, const CheckedSection& section,
+                        const CheckedTrigger& trigger) {
     std::string text;
+    if (!reports(trigger)) {
+        return text;
+    }
     for (const CheckedSection& other : config.sections) {
-        const CheckedTrigger* const trigger = other.in_force ? trigger_of(other, number) : nullptr;
-        if (&other != &section && trigger != nullptr) {
+        const CheckedTrigger* const same = other.in_force ? trigger_of(other, trigger.number) : nullptr;
+        if (&other != &section && same != nullptr && reports(*same)) {
             text += wrap(one_line("A trigger of " + other.client + " has the number too (" +
-                                  place_of(other, *trigger) +
+                                  place_of(other, *same) +
                                   "): of their reports, a commercial build uploads one a day."),
                          0) +
                     "\n";
         }
+    }
+    return text;
+}
+
+// The names in the report of an action come from the sections of the action's own client.
+std::string names_in_reports(const CheckedConfig& config, const CheckedTrigger& trigger) {
+    std::set<std::string> clients;
+    for (const CheckedAction& action : trigger.actions) {
+        if (action.operation != nullptr && action.operation->report != Report::NONE) {
+            clients.insert(find_client(action.client)->name);
+        }
+    }
+    std::string text;
+    for (const std::string& client : clients) {
+        const CheckedSection* const listened = section_of(config, client, "listen");
+        const CheckedSection* const section =
+            listened != nullptr ? listened : section_of(config, client, "poll");
+        text +=
+            wrap("Names for " + client + ": " +
+                     (section != nullptr ? format_names(*section) : "none, as no section watches it") + ".",
+                 0) +
+            "\n";
     }
     return text;
 }
@@ -195,8 +238,10 @@ std::string explain_section(const Terminal& terminal, const CheckedConfig& confi
     if (number == 0) {
         text += "A number that the driver refuses to tell counts as 0, too.\n";
     }
-    text += wrap("Names for " + section.client + ": " + format_names(section) + ".", 0) + "\n";
-    return text + other_users(config, section, number);
+    text +=
+        "Running test switch: " + (trigger->test_switch.empty() ? "none" : one_line(trigger->test_switch)) +
+        ".\n";
+    return text + names_in_reports(config, *trigger) + other_users(config, section, *trigger);
 }
 
 }  // namespace
