@@ -32,7 +32,8 @@ std::string near_word(const std::string& word, const std::vector<std::string>& k
     std::string nearest;
     size_t least = std::max<size_t>(word.size() / 3, 1) + 1;
     for (const std::string& other : known) {
-        const bool is_beginning = word.size() > other.size() / 2 && other.compare(0, word.size(), word) == 0;
+        const bool is_beginning =
+            word.size() > other.size() / 2 && strncasecmp(other.c_str(), word.c_str(), word.size()) == 0;
         const size_t between = is_beginning ? 1 : distance(word, other);
         if (between < least && between < other.size()) {
             least = between;

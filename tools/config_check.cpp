@@ -63,9 +63,10 @@ class SectionCheck {
         section_.ic = setting_.ic_name;
         section_.module = setting_.module_name;
         for (const int line : lines_.repetitions) {
-            warn(line, title_ + " begins at line " + std::to_string(lines_.header) +
-                           ": this adds to it, and overwrites what it names; a num_triggers in it drops the "
-                           "triggers so far");
+            warn(line,
+                 title_ + " begins at line " + std::to_string(lines_.header) +
+                     ": this adds to it, and overwrites what it names; another algo_type or a num_triggers "
+                     "in it drops the triggers so far");
         }
         if (section_.server.empty()) {
             return section_;

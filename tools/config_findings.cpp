@@ -24,6 +24,7 @@ namespace {
 constexpr char NOT_READ[] = "Unkown record!";
 
 constexpr char NOT_FIRST[] = "algo_type field not first field";
+constexpr char OUTSIDE[] = "Found filed ";
 constexpr char NO_SERVER[] = "Unknown algo";
 
 // The parser's messages by a part of their text, the first that fits. An empty explanation: the message adds
@@ -44,7 +45,6 @@ const struct {
      "the word does not end: the daemon takes the file for broken, and watches nothing"},
     {"Unable to open config file", "the file cannot be opened"},
     {"Failed to read config file", "the file cannot be read"},
-    {"Found filed ", "a field outside the sections has no effect"},
     {"Error in section", "the section is empty, and does nothing"},
     {"Error in file", "a word without an end" REST_UNREAD},
     {NOT_READ, "sampling_period has no effect in a listen section"},
@@ -89,6 +89,10 @@ std::vector<std::string> split(const std::string& line, const char* separators) 
     return words;
 }
 
+bool is_keyword(const std::string& word) {
+    return find_field(word.c_str()) != nullptr || strcasecmp(word.c_str(), "algo_type") == 0;
+}
+
 // The fields that are names, and how many bytes of them are kept.
 const std::map<field_code, size_t> name_limits = {
     {FIELD_CLIENT_NAME, sizeof(setting_info::client_name) - 1},
@@ -101,7 +105,9 @@ const std::map<field_code, size_t> name_limits = {
 // Goes through the steps of a trace.
 class StepWalk {
   public:
-    explicit StepWalk(const ConfigTrace& trace) : steps_(trace.steps) { explain_all(0, trace.messages); }
+    explicit StepWalk(const ConfigTrace& trace) : text_(trace.text), steps_(trace.steps) {
+        explain_all(0, trace.messages);
+    }
 
     StepFindings run() {
         for (; at_ < steps_.size(); ++at_) {
@@ -175,7 +181,7 @@ class StepWalk {
         header_line_ = step.line;
         trigger_ = 0;
         given_.clear();
-        open_number_ = nullptr;
+        open_.clear();
     }
 
     void take_word(const TraceStep& step) {
@@ -185,6 +191,9 @@ class StepWalk {
         }
         if (has_message(step, "Ignoring unknown field")) {
             check_unknown_word(step);
+        } else if (has_message(step, OUTSIDE)) {
+            found_.findings.push_back(
+                {step.line, "a field outside the sections has no effect", step.messages[0], !is_prose(step)});
         } else if (has_message(step, NOT_FIRST)) {
             const std::string correction = correct_keyword(step.text);
             warn(step.line,
@@ -203,16 +212,32 @@ class StepWalk {
         }
     }
 
+    // Whether the line that begins with the word has more words than a field takes. A sign counts for none,
+    // nor does a remark.
+    bool is_prose(const TraceStep& step) const {
+        const size_t end = std::min(text_.find('\n', step.offset), text_.size());
+        size_t count = 0;
+        for (const std::string& word : split(text_.substr(step.offset, end - step.offset), WORD_SEPARATORS)) {
+            if (word[0] == '#') {
+                break;
+            }
+            const bool is_action = word.find('+') != std::string::npos;
+            count += is_action || word == "=" || word == ":" ? 0 : 1;
+        }
+        return count > 2;
+    }
+
     // A line that is passed over: a misspelt keyword, or somebody's remark.
     void check_unknown_word(const TraceStep& step) {
         if (step.text[0] == '#') {
             return;
         }
         const std::string& log = step.messages[0];
-        const std::string correction = correct_keyword(step.text);
+        const bool is_remark = found_.sections.empty() || is_prose(step);
+        const std::string correction = is_remark ? "" : correct_keyword(step.text);
         if (!correction.empty()) {
             warn(step.line, "the line is passed over: " + correction, log);
-        } else if (strcasecmp(step.text.c_str(), "algo_type") == 0) {
+        } else if (!is_remark && strcasecmp(step.text.c_str(), "algo_type") == 0) {
             warn(step.line, "algo_type counts as the first field of a section only", log);
         } else {
             found_.findings.push_back(
@@ -220,15 +245,32 @@ class StepWalk {
         }
     }
 
+    // Whether the value is missing, so that the field took what follows on it. Warns of that.
+    bool is_missing(const std::vector<std::string>& words) {
+        if (words.empty() || (words[0][0] != '#' && !is_keyword(words[0]))) {
+            return false;
+        }
+        const TraceStep& keyword = steps_[at_ - 1];
+        warn(keyword.line, keyword.text + " takes " + quoted(words[0]) + ": its own value is missing");
+        return true;
+    }
+
     void take_algo(const TraceStep& step) {
         const std::vector<std::string> words = split(step.text, WORD_SEPARATORS);
+        const bool missing = is_missing(words);
+        const int line = missing ? steps_[at_ - 1].line : step.line;
         if (has_message(step, NO_SERVER)) {
-            warn(step.line,
+            const bool is_repetition = header_line_ != found_.sections[section_].header;
+            warn(line,
                  "the section is skipped: its algo_type " + quoted(words[0]) + " is neither listen nor poll" +
-                     desk::did_you_mean(words[0], {"listen", "poll"}),
+                     desk::did_you_mean(words[0], {"listen", "poll"}) +
+                     (is_repetition ? "; what stands earlier of it has no effect either" : ""),
                  step.messages[0]);
         } else {
-            explain_all(step.line, step.messages);
+            explain_all(line, step.messages);
+        }
+        if (missing) {
+            return;
         }
         check_sign(step.line, words);
         if (words.size() > 1) {
@@ -237,13 +279,18 @@ class StepWalk {
     }
 
     void take_value(const TraceStep& step) {
-        const bool is_read = !has_message(step, NOT_READ);
-        if (is_read && !has_message(step, "_section failed!")) {
+        if (has_message(step, NOT_READ)) {
+            explain_all(step.line, step.messages);
+            return;
+        }
+        if (!has_message(step, "_section failed!")) {
             place_value(step);
         }
-        explain_all(step.line, step.messages);
-        if (is_read) {
-            check_value(step);
+        const std::vector<std::string> words = split(step.text, WORD_SEPARATORS);
+        const bool missing = is_missing(words);
+        explain_all(missing ? steps_[at_ - 1].line : step.line, step.messages);
+        if (!missing && !words.empty()) {
+            check_value(step.line, words);
         }
     }
 
@@ -262,20 +309,18 @@ class StepWalk {
             case FIELD_NUM_TRIGGERS:
                 lines.num_triggers = step.line;
                 lines.triggers.clear();
-                open_number_ = nullptr;
+                open_.clear();
                 break;
             case FIELD_ERROR_NO:
-                if (open_number_ != nullptr) {
-                    warn(open_number_->line, "error_no " + split(open_number_->text, WORD_SEPARATORS)[0] +
-                                                 " has no action of its own: line " +
-                                                 std::to_string(step.line) + " takes its place");
-                }
-                open_number_ = &step;
+                open(step);
                 lines.triggers[trigger_].number = step.line;
+                break;
+            case FIELD_RUNNING_TEST_SWITCH:
+                open(step);
                 break;
             case FIELD_ACTION:
                 lines.triggers[trigger_].action = step.line;
-                open_number_ = nullptr;
+                open_.clear();
                 ++trigger_;
                 break;
             default:
@@ -283,21 +328,28 @@ class StepWalk {
         }
     }
 
-    // What a value loses without a word of the parser.
-    void check_value(const TraceStep& step) {
-        const std::vector<std::string> words = split(step.text, WORD_SEPARATORS);
-        if (words.empty()) {
-            return;
+    // Takes the value into the trigger that the next action completes.
+    void open(const TraceStep& step) {
+        const TraceStep*& earlier = open_[field_->code];
+        if (earlier != nullptr) {
+            warn(earlier->line,
+                 std::string(field_->keyword) + " " + split(earlier->text, WORD_SEPARATORS)[0] +
+                     " has no action of its own: line " + std::to_string(step.line) + " takes its place");
         }
-        check_sign(step.line, words);
+        earlier = &step;
+    }
+
+    // What a value loses without a word of the parser.
+    void check_value(int line, const std::vector<std::string>& words) {
+        check_sign(line, words);
         if (name_limits.count(field_->code) != 0) {
-            check_name_value(step.line, words);
+            check_name_value(line, words);
         } else if (field_->code == FIELD_ACTION) {
-            check_actions(step.line, words);
+            check_actions(line, words);
         } else if (field_->code == FIELD_ERROR_NO || words.size() == 1) {
-            check_number(step.line, field_->keyword, words[0]);
+            check_number(line, field_->keyword, words[0]);
             if (words.size() > 1) {
-                warn(step.line, "error_no takes the first number only, " + quoted(words[0]));
+                warn(line, "error_no takes the first number only, " + quoted(words[0]));
             }
         }
     }
@@ -312,10 +364,6 @@ class StepWalk {
 
     void check_name_value(int line, const std::vector<std::string>& words) {
         const std::string keyword = field_->keyword;
-        if (find_field(words[0].c_str()) != nullptr || strcasecmp(words[0].c_str(), "algo_type") == 0) {
-            warn(line, keyword + " takes the word " + quoted(words[0]) + ": its own value is missing");
-            return;
-        }
         check_name(line, keyword, words[0], name_limits.at(field_->code));
         if (words.size() > 1) {
             warn(line, keyword + " takes the first word only, " + quoted(words[0]));
@@ -364,15 +412,16 @@ class StepWalk {
         }
     }
 
+    const std::string& text_;
     const std::vector<TraceStep>& steps_;
     size_t at_ = 0;
     StepFindings found_;
     const config_field* field_ = nullptr;  // of the last word, null when that is no keyword
     size_t section_ = 0;                   // which of the sections this is
     int header_line_ = 0;
-    int32_t trigger_ = 0;                     // index of the slot that the next action line completes
-    std::set<field_code> given_;              // what the section has so far of the fields that count once
-    const TraceStep* open_number_ = nullptr;  // the error_no that waits for its action
+    int32_t trigger_ = 0;         // index of the slot that the next action line completes
+    std::set<field_code> given_;  // what the section has so far of the fields that count once
+    std::map<field_code, const TraceStep*> open_;  // the fields that wait for their trigger's action
 };
 
 }  // namespace

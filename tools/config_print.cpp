@@ -33,7 +33,7 @@ std::string format_block(const Terminal& terminal, const CheckedSection& section
     if (section.server.empty()) {
         return text + "  " + paint(terminal, Colour::YELLOW, "skipped") + "\n";
     }
-    text += "  client   " + one_line(section.client) + ", " +
+    text += "  client   " + (section.client.empty() ? "none" : one_line(section.client)) + ", " +
             (section.server == "listen" ? "listened to" : "polled " + format_period(section.period_seconds)) +
             (section.in_force ? "" : paint(terminal, Colour::YELLOW, "  has no effect")) + "\n";
     text += "  names    " + format_names(section) + "\n";
