@@ -360,6 +360,9 @@ TEST(ConfigCheck, PrintsAsAsked) {
         EXPECT_EQ(one.tells_note, answer.output.find("'text' is no field") != std::string::npos);
     }
     EXPECT_EQ("", run(sample + " --warnings").output);
+    const nlohmann::json document = nlohmann::json::parse(run(std::string("--json ") + FILE_NAME).output);
+    const nlohmann::json& actions = document["sections"][0]["triggers"][0]["actions"];
+    EXPECT_EQ("dsm_tp has no dump slot 3", actions[1]["why_nothing"]);
 }
 
 TEST(ConfigCheck, ColoursATerminalUnlessToldNotTo) {

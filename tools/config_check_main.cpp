@@ -112,7 +112,7 @@ int run(int argc, char** argv) {
     app.footer(
         "The file is read by the daemon's own parser and checked against the daemon's own clients.\n\n"
         "Exit status: 0 if the file is clean; 1 if there are warnings; 2 if the daemon cannot read the\n"
-        "file and would watch nothing, or if the command line is wrong.\n\n"
+        "file and would watch nothing, if the command line is wrong, or if the output cannot be written.\n\n"
         "Examples:\n"
         "  dmd-config-check my.conf\n"
         "  dmd-config-check my.conf --explain dsm_tp 20002\n"

@@ -84,8 +84,13 @@ std::string format_clients(const Terminal& terminal) {
         "\n" +
         wrap(
             "A listen section runs dump slots, a poll section force-dump slots. BYTES is the most that is "
-            "read of a text. Some operations do more than read the text and report it. A debug build packs "
-            "with the report what there is of their files:",
+            "read of a text. A report takes an error's text out of the driver and writes it to the record "
+            "file. "
+            "A debug build then uploads an archive of the record file and the system's logs; a commercial "
+            "build uploads the report alone, each number once a day. A short report leaves out the list of "
+            "processes, and a debug build uploads the record file instead of an archive. A report of a "
+            "forced dump has the text that the driver writes when it is asked to dump. Some operations do "
+            "more. A debug build packs with the report what there is of their files:",
             0) +
         "\n";
     for (const OperationFacts& facts : operation_facts) {

@@ -189,10 +189,13 @@ std::string format_config_json(const CheckedConfig& config) {
                 json done = {{"client", action.client},
                              {"slot", action.slot},
                              {"operation", nullptr},
-                             {"does", nullptr}};
+                             {"does", nullptr},
+                             {"why_nothing", nullptr}};
                 if (action.operation != nullptr) {
                     done["operation"] = action.operation->name;
                     done["does"] = action.operation->does;
+                } else {
+                    done["why_nothing"] = action.why_nothing;
                 }
                 actions.push_back(done);
             }
