@@ -200,7 +200,8 @@ std::string no_such(const std::string& kind, const std::string& what, const std:
     return "no " + kind + " " + (what.empty() ? "''" : what) + (meant.empty() ? all : meant);
 }
 
-std::string parse(CLI::App* app, const std::vector<std::string>& words, const ValueWords& value_words) {
+std::optional<std::string> parse(CLI::App* app, const std::vector<std::string>& words,
+                                 const ValueWords& value_words) {
     app->set_version_flag("--version", app->get_name() + " " + VERSION, "Print the version");
     if (!words.empty() && words[0] == COMPLETE) {
         return complete(*app, {words.begin() + 1, words.end()}, value_words);
@@ -215,7 +216,7 @@ std::string parse(CLI::App* app, const std::vector<std::string>& words, const Va
         }
         throw WrongUsage(explain(*app, words, error));
     }
-    return "";
+    return std::nullopt;
 }
 
 }  // namespace desk

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <map>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -25,10 +26,11 @@ using ValueWords = std::map<std::string, std::vector<std::string>>;
 // The release that this program is of.
 extern const char VERSION[];
 
-// Reads the words behind the program's name. An empty text: all were taken. Otherwise the text was asked for
-// and is to be printed: a help, the version, or what can stand in place of the last word behind --complete.
-// Throws WrongUsage.
-std::string parse(CLI::App* app, const std::vector<std::string>& words, const ValueWords& value_words = {});
+// Reads the words behind the program's name. Returns none when all were taken. Otherwise the text was asked
+// for and is to be printed: a help, the version, or what can stand in place of the last word behind
+// --complete. Throws WrongUsage.
+std::optional<std::string> parse(CLI::App* app, const std::vector<std::string>& words,
+                                 const ValueWords& value_words = {});
 
 // "no client dsm_tpp; did you mean dsm_tp?", or all that there are, or where they are listed, when none is
 // near.

@@ -257,10 +257,10 @@ bool read_command_line(const std::string& program, const std::vector<std::string
         add_command(&app, command, choices);
     }
     const std::vector<std::string> clients(std::begin(CLIENT_NAMES), std::end(CLIENT_NAMES));
-    const std::string asked_for = desk::parse(
+    const std::optional<std::string> asked_for = desk::parse(
         &app, parsed, {{"CLIENT", clients}, {"SWITCH", {"on", "off"}}, {"WORD", {"up", "down", "power"}}});
-    if (!asked_for.empty()) {
-        fputs(asked_for.c_str(), stdout);
+    if (asked_for) {
+        fputs(asked_for->c_str(), stdout);
         return false;
     }
     choices->program = program;

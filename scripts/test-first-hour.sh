@@ -76,6 +76,7 @@ expect "report	A driver reports*" bash -c "'$build/phone' --complete rep | grep 
 expect "dsm_tp" bash -c "'$build/phone' --complete report --count 3 dsm_t | head -n 1"
 expect "on
 off" "$build/phone" --complete command dsm_tp ""
+expect "" "$build/phone" --complete report dsm_tp ""
 
 # What is wrong in a configuration is told before the phone boots, and by the checker, in the form of compilers.
 sed '/client_name dsm_tp/{h;s/.*/algo_type: listen/;G}' "$build/device_state_monitor.conf" > my.conf

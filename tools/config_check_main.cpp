@@ -118,10 +118,10 @@ int run(int argc, char** argv) {
         "  dmd-config-check my.conf --explain dsm_tp 20002\n"
         "  dmd-config-check --clients | grep dsm_audio\n"
         "  dmd-config-check --json my.conf | jq '.sections[] | select(.in_force) | .client'\n");
-    const std::string asked_for =
+    const std::optional<std::string> asked_for =
         desk::parse(&app, {argv + std::min(argc, 1), argv + argc}, {{"CLIENT", tools::client_names()}});
-    if (!asked_for.empty()) {
-        return print(asked_for) ? STATUS_CLEAN : STATUS_UNREADABLE;
+    if (asked_for) {
+        return print(*asked_for) ? STATUS_CLEAN : STATUS_UNREADABLE;
     }
     if (request.clients == !request.path.empty()) {
         return refuse(request.clients ? "--clients takes no FILE"

@@ -188,9 +188,10 @@ Choices parse_command_line(const std::vector<std::string>& words, time_t now) {
         ->group(group);
     add("--phone-from", &choices.phone_from, "Where paths name the phone, as 'pulls/*/{phone}'", "PATTERN")
         ->group(group);
-    choices.help = desk::parse(&app, words, {{"phone|day", {"phone", "day"}}});
-    if (!choices.help.empty()) {
+    const auto asked_for = desk::parse(&app, words, {{"phone|day", {"phone", "day"}}});
+    if (asked_for) {
         choices.output = Output::HELP;
+        choices.help = *asked_for;
         return choices;
     }
     for (const std::string& text : errors) {
