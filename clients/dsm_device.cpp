@@ -4,26 +4,12 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <cerrno>
-
+#include "platform/io.h"
 #include "platform/log.h"
 #include "platform/owned.h"
 #include "platform/text.h"
 
 namespace {
-
-// A driver that interrupts calls for ever must not hold its thread.
-constexpr int INTERRUPTIONS_MAX = 100;
-
-// Makes a call again while it is interrupted. Returns what it returned last.
-template <typename Call>
-auto repeat_interrupted(Call call) {
-    auto result = call();
-    for (int i = 0; result < 0 && errno == EINTR && i < INTERRUPTIONS_MAX; ++i) {
-        result = call();
-    }
-    return result;
-}
 
 // Opens the driver and binds the descriptor to the client. Returns what the request returned, or -1 when the
 // driver could not be opened, after a message.

@@ -1,9 +1,22 @@
-// Whole reads and writes.
+// Calls that are made again: until they are not interrupted, or until all is read or written.
 #pragma once
 
 #include <unistd.h>
 
 #include <cerrno>
+
+// A driver that interrupts calls for ever must not hold its thread.
+constexpr int INTERRUPTIONS_MAX = 100;
+
+// Makes a call again while it is interrupted. Returns what it returned last.
+template <typename Call>
+auto repeat_interrupted(Call call) {
+    auto result = call();
+    for (int i = 0; result < 0 && errno == EINTR && i < INTERRUPTIONS_MAX; ++i) {
+        result = call();
+    }
+    return result;
+}
 
 // Reads until `count` bytes, end of file or an error. Returns the bytes read (less than count: end of file),
 // or -1 on an error.
