@@ -261,9 +261,12 @@ int driver_read(Driver* driver, OpenFile* file, size_t size, uint64_t offset, st
     return 0;
 }
 
-unsigned driver_poll(const Driver& driver, const OpenFile& file) {
+unsigned driver_poll(const Driver& driver, const OpenFile& file, bool waits) {
     if (driver.gone) {
         return POLLIN | POLLERR | POLLHUP;
+    }
+    if (waits && file.client != nullptr && file.client->fault == Fault::never_wakes) {
+        return 0;
     }
     // A forced dump is read by whoever forced it; it makes nothing readable.
     return file.client != nullptr && is_readable(driver, file) ? POLLIN | POLLRDNORM : 0;

@@ -46,6 +46,7 @@ enum class Fault {
     none,
     always_readable,
     never_readable,
+    never_wakes,     // who waits; who only looks sees what is pending
     one_readable,    // of the client's descriptors only the one that was opened first
     force_readable,  // a forced dump makes its descriptor readable
     force_last,      // the text of a forced dump comes after what is pending
@@ -129,8 +130,8 @@ constexpr int READ_WAITS = 1;
 // been woken, the first piece of a read that had to wait is to be tried again.
 int driver_read(Driver* driver, OpenFile* file, size_t size, uint64_t offset, std::string_view* text);
 
-// The poll events that hold for `file` now.
-unsigned driver_poll(const Driver& driver, const OpenFile& file);
+// The poll events that hold for `file` now, as told to a program that only looks, or one that `waits`.
+unsigned driver_poll(const Driver& driver, const OpenFile& file, bool waits);
 
 // A driver reports an error. False when the queues are full.
 bool driver_report(Driver* driver, Client* client, int32_t number, const std::string& text);

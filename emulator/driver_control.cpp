@@ -24,7 +24,7 @@ constexpr const char* REQUEST_NAMES[REQUEST_COUNT] = {
     "open", "bind", "state", "force", "error", "device_name", "module_name", "ic_name", "read", "bits"};
 
 constexpr const char* FAULT_NAMES[static_cast<size_t>(Fault::count)] = {
-    "none",           "always-readable", "never-readable", "one-readable",
+    "none",           "always-readable", "never-readable", "never-wakes", "one-readable",
     "force-readable", "force-last",      "read-waits",     "read-keeps"};
 
 // Which of the names it is.

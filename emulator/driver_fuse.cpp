@@ -160,7 +160,9 @@ void op_poll(fuse_req_t req, fuse_ino_t, fuse_file_info* info, fuse_pollhandle* 
         }
         file->poll_handle = handle;
     }
-    fuse_reply_poll(req, file->key_device != nullptr ? key_poll(*file) : driver_poll(*driver_of(req), *file));
+    const bool waits = handle != nullptr;
+    fuse_reply_poll(
+        req, file->key_device != nullptr ? key_poll(*file) : driver_poll(*driver_of(req), *file, waits));
 }
 
 void wake(OpenFile* file) {
