@@ -34,7 +34,8 @@ LOCAL_SRC_FILES := $(dmd_sources)
 LOCAL_REQUIRED_MODULES := device_state_monitor.conf init.dmd.rc
 include $(LOCAL_PATH)/platform/android/program.mk
 
-# Tries the driver behind /dev/dsm. A product has it only if it names it, too: PRODUCT_PACKAGES += dmd-driver-check
+# Tries the driver behind /dev/dsm. A product has it only if it names it, too:
+# PRODUCT_PACKAGES_DEBUG += dmd-driver-check
 # The client table names operations of the whole daemon.
 include $(CLEAR_VARS)
 LOCAL_MODULE := dmd-driver-check
