@@ -1,11 +1,17 @@
-// What is tried with a driver: the names that it does not have, and each client that it has.
+// What is tried with a driver: the device, and each client that it has.
 #pragma once
 
 #include "driver_check/watched_check.h"
 
-// Binds names that no client has.
-void check_unknown_names(driver_check* check);
+// Whether dmd has a client of that name.
+bool is_client(const char* name);
 
-// Tries the requests of a client, what is readable when, and what a read returns. Takes a pending error only
-// if the check drains, and forces a dump only if the check has a number for it.
+// Opens the device, and binds a name that no client has.
+void check_device(driver_check* check);
+
+// Tries the requests of a client, which names bind it, and its errors.
 void check_client(driver_check* check);
+
+// Binds a descriptor of every client and holds them, as dmd does. There should be as many as were there one
+// at a time.
+void check_all_together(driver_check* check);

@@ -1,19 +1,22 @@
 // dmd-driver-check: tries on a phone whether the driver behind /dev/dsm does what dmd needs of it.
-#include <fcntl.h>
 #include <getopt.h>
 
+#include <cctype>
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
 #include "clients/client_table.h"
 #include "driver_check/client_check.h"
-#include "platform/owned.h"
 
 namespace {
 
 enum exit_status { CONFORMING = 0, DEVIATING = 1, UNUSABLE = 2 };
+
+// Seconds to wait for an error, at most.
+constexpr int WAIT_MAX = 3600;
 
 constexpr char PROGRAM[] = "dmd-driver-check";
 
@@ -23,6 +26,7 @@ constexpr char HELP[] =
     "\n"
     "  --drain          read what is pending, which dmd then does not get\n"
     "  --force NUMBER   force a dump of that error of each client\n"
+    "  --wait SECONDS   wait for an error of the one client, which somebody makes the driver report\n"
     "  --clients        print the clients\n"
     "  --version        print the version\n"
     "  -h, --help       print this\n"
@@ -30,23 +34,26 @@ constexpr char HELP[] =
     "It ends with 0 if the driver conforms, with 1 if it deviates, and with 2 if it could not be tried.\n";
 
 struct summary {
-    int clients, deviating, missing, pending;
-    bool driver_deviates;
+    int clients, deviating, missing, bound, pending;
 };
 
+// Whether it is a number of 32 bits and nothing else.
 bool is_number(const char* text) {
+    const char* const digits = text + (*text == '-' ? 1 : 0);
     char* end;
-    strtol(text, &end, 10);
-    return end != text && *end == '\0';
+    errno = 0;
+    const long long number = strtoll(text, &end, 10);
+    return isdigit(static_cast<unsigned char>(*digits)) != 0 && *end == '\0' && errno == 0 &&
+           number >= INT32_MIN && number <= INT32_MAX;
 }
 
-const dmd_client_info* find_row(const char* name) {
-    for (const dmd_client_info& row : default_clients) {
-        if (strcmp(row.name, name) == 0) {
-            return &row;
-        }
+// Whether the client is among the names; all are if there are none.
+bool is_asked_for(const char* client, char** names) {
+    bool found = *names == nullptr;
+    for (; *names != nullptr; ++names) {
+        found = found || strcmp(*names, client) == 0;
     }
-    return nullptr;
+    return found;
 }
 
 void count_client(const driver_check& options, const dmd_client_info& row, summary* sum) {
@@ -57,13 +64,11 @@ void count_client(const driver_check& options, const dmd_client_info& row, summa
     ++sum->clients;
     sum->deviating += findings.warnings > 0 ? 1 : 0;
     sum->missing += findings.missing ? 1 : 0;
+    sum->bound += findings.bound ? 1 : 0;
     sum->pending += findings.seen_pending ? 1 : 0;
 }
 
 void print_summary(const driver_check& options, const summary& sum) {
-    if (sum.missing == sum.clients) {
-        puts("driver: warning: has none of these clients: dmd watches none");
-    }
     if (sum.pending == 0) {
         puts("not tried: what the driver does while an error is pending; there was none");
     } else if (!options.drain) {
@@ -77,26 +82,32 @@ void print_summary(const driver_check& options, const summary& sum) {
 }
 
 int check_driver(const driver_check& options, char** names) {
-    const UniqueFd device(open(DSM_DEVICE, O_RDWR | O_CLOEXEC));
-    if (!device.valid()) {
-        fprintf(stderr, "%s: cannot open %s - %s\n", PROGRAM, DSM_DEVICE, strerror(errno));
+    driver_check driver = options;
+    driver.name = "driver";
+    const check_findings device = watch(driver, check_device);
+    if (device.open_errno != 0) {
+        fprintf(stderr, "%s: cannot open %s - %s\n", PROGRAM, DSM_DEVICE, strerror(device.open_errno));
         return UNUSABLE;
     }
+    if (device.hung) {
+        return DEVIATING;
+    }
+    int deviations = device.warnings;
     summary sum = {};
-    driver_check unknown_names = options;
-    unknown_names.name = "driver";
-    sum.driver_deviates = watch(unknown_names, check_unknown_names).warnings > 0;
-    if (*names == nullptr) {
-        for (const dmd_client_info& row : default_clients) {
+    for (const dmd_client_info& row : default_clients) {
+        if (is_asked_for(row.name, names)) {
             count_client(options, row, &sum);
         }
     }
-    for (; *names != nullptr; ++names) {
-        count_client(options, *find_row(*names), &sum);
+    if (*names == nullptr && sum.missing == sum.clients) {
+        puts("driver: warning: has no client: dmd watches none");
+        ++deviations;
+    } else if (*names == nullptr) {
+        driver.bound = sum.bound;
+        deviations += watch(driver, check_all_together).warnings;
     }
     print_summary(options, sum);
-    const bool deviates = sum.driver_deviates || sum.deviating > 0 || sum.missing == sum.clients;
-    return deviates ? DEVIATING : CONFORMING;
+    return deviations > 0 || sum.deviating > 0 ? DEVIATING : CONFORMING;
 }
 
 // One line about a wrong command line.
@@ -107,9 +118,13 @@ int refuse(const char* what, const char* word, const char* hint) {
 
 int run(int argc, char** argv) {
     static const option long_options[] = {
-        {"drain", no_argument, nullptr, 'd'},   {"force", required_argument, nullptr, 'f'},
-        {"clients", no_argument, nullptr, 'c'}, {"version", no_argument, nullptr, 'v'},
-        {"help", no_argument, nullptr, 'h'},    {nullptr, 0, nullptr, 0},
+        {"drain", no_argument, nullptr, 'd'},
+        {"force", required_argument, nullptr, 'f'},
+        {"wait", required_argument, nullptr, 'w'},
+        {"clients", no_argument, nullptr, 'c'},
+        {"version", no_argument, nullptr, 'v'},
+        {"help", no_argument, nullptr, 'h'},
+        {nullptr, 0, nullptr, 0},
     };
     driver_check options = {};
     int letter;
@@ -123,6 +138,12 @@ int run(int argc, char** argv) {
                     return refuse("--force takes an error number, not", optarg, "");
                 }
                 options.force = optarg;
+                break;
+            case 'w':
+                options.wait_seconds = is_number(optarg) ? atoi(optarg) : 0;
+                if (options.wait_seconds < 1 || options.wait_seconds > WAIT_MAX) {
+                    return refuse("--wait takes 1 to 3600 seconds, not", optarg, "");
+                }
                 break;
             case 'c':
                 for (const dmd_client_info& row : default_clients) {
@@ -140,9 +161,12 @@ int run(int argc, char** argv) {
         }
     }
     for (int i = optind; i < argc; ++i) {
-        if (find_row(argv[i]) == nullptr) {
+        if (!is_client(argv[i])) {
             return refuse("no client", argv[i], "; --clients prints them");
         }
+    }
+    if (options.wait_seconds > 0 && argc - optind != 1) {
+        return refuse("--wait takes", "the name of one client", "");
     }
     return check_driver(options, argv + optind);
 }
@@ -153,5 +177,9 @@ int main(int argc, char** argv) {
     // What a check has found stays said when its process is killed.
     setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
     const int status = run(argc, argv);
-    return fflush(stdout) == 0 ? status : UNUSABLE;
+    if (fflush(stdout) != 0 || ferror(stdout) != 0) {
+        fprintf(stderr, "%s: cannot write what was found\n", PROGRAM);
+        return UNUSABLE;
+    }
+    return status;
 }

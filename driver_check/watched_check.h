@@ -19,13 +19,16 @@ enum dsm_call {
     CALL_SELECT,
     CALL_READ,
     CALL_READ_NOTHING,  // with nothing pending
+    CALL_WAIT,
+    CALL_CLOSE,
     CALL_COUNT
 };
 
 struct dsm_call_info {
     const char* name;
     unsigned int request;  // 0 where it is none
-    int seconds;           // that it may take
+    int seconds;           // that it may take, apart from waiting as long as told to
+    const char* harm;      // what dmd loses if it does not return
 };
 
 extern const dsm_call_info CALLS[CALL_COUNT];
@@ -34,7 +37,10 @@ extern const dsm_call_info CALLS[CALL_COUNT];
 struct check_findings {
     dsm_call call;      // about to be made
     int warnings;       // printed
+    bool hung;          // in the call
+    int open_errno;     // why the device cannot be opened; 0 if it can
     bool missing;       // the driver does not have the client
+    bool bound;         // the client, as often as dmd binds it
     bool seen_pending;  // an error was pending
 };
 
@@ -44,6 +50,8 @@ struct driver_check {
     const dmd_client_info* row;  // null where the check is not of a client
     bool drain;                  // read what is pending
     const char* force;           // the number of a forced dump, decimal; null for none
+    int wait_seconds;            // how long to wait for an error; 0 for not at all
+    int bound;                   // clients that could be bound one by one
     int watcher;                 // a pipe that takes the findings
     check_findings findings;
 };
