@@ -269,7 +269,7 @@ void wait_for_error(const bound_client& client) {
     } else if (is_readable(client, LISTENING)) {
         warn(check, "an error was reported, but did not wake select: dmd does not notice it");
     } else {
-        note(check, "not tried: waking who waits; no error came");
+        note(check, "not tried: waking who waits; no error came, or another client's descriptors got it");
     }
 }
 

@@ -322,6 +322,7 @@ TEST(DriverCheck, FindsWhetherAnErrorWakesWhoWaits) {
         std::thread check([&] { answer = run("--wait " + c.seconds + " dsm_tp"); });
         EXPECT_TRUE(
             wait_until([] { return count_of(read_file("/tmp/output"), "report an error now") == 1; }));
+        EXPECT_EQ("1", phone_do({"bound", "dsm_lcd"})) << "as dmd holds it";
         report_error("dsm_tp", 20002, "wake up");
         check.join();
         EXPECT_EQ(c.status, answer.status);
