@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <functional>
 
 #include <CLI/CLI.hpp>
 
@@ -77,6 +78,17 @@ void add_boot_options(CLI::App* app, Choices* choices) {
         ->type_name("DIR");
 }
 
+// Refuses what is no number in that range.
+std::function<std::string(std::string&)> whole_number(unsigned least, unsigned most) {
+    return [least, most](const std::string& value) {
+        unsigned number = 0;
+        return CLI::detail::lexical_cast(value, number) && number >= least && number <= most
+                   ? ""
+                   : "a whole number from " + std::to_string(least) + " to " + std::to_string(most) +
+                         ", not '" + value + "'";
+    };
+}
+
 void add_outcome_options(CLI::App* app, Choices* choices) {
     app->add_flag("--no-wait", choices->no_wait, "Do not wait to see what becomes of it");
 }
@@ -84,10 +96,10 @@ void add_outcome_options(CLI::App* app, Choices* choices) {
 void add_report_options(CLI::App* app, Choices* choices) {
     add_outcome_options(app, choices);
     app->add_option("--count", choices->count, "Report it so many times")
-        ->check(CLI::Range(1U, COUNT_MAX).description(""))
+        ->transform(CLI::Validator(whole_number(1, COUNT_MAX), "", "count"))
         ->type_name("N");
     app->add_option("--every", choices->every_ms, "Let so many milliseconds pass between two of them")
-        ->check(CLI::Range(0U, EVERY_MS_MAX).description(""))
+        ->transform(CLI::Validator(whole_number(0, EVERY_MS_MAX), "", "milliseconds"))
         ->type_name("MS");
 }
 

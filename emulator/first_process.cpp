@@ -67,30 +67,6 @@ struct Log {
     UniqueFd lines;
 };
 
-Log start_log(const std::string& head, const std::string& banner) {
-    Pipe lines = make_pipe();
-    Pipe keeper = make_pipe();
-    start_process("the keeper of the log", [&] {
-        lines.write_end.reset();
-        keeper.read_end.reset();
-        run_log_keeper(lines.read_end);
-    });
-    const pid_t display = start_process("the display of the log", [&] {
-        lines = {};
-        keeper.write_end.reset();
-        run_log_display(keeper.read_end, head, banner);
-    });
-    return {display, std::move(lines.write_end)};
-}
-
-// Lets the log be shown to its end, which others may hold open, or a terminal hold up.
-void end_log(Log* log) {
-    log->lines.reset();
-    for (int tries = 0; tries < 100 && waitpid(log->display, nullptr, WNOHANG) == 0; ++tries) {
-        usleep(10000);
-    }
-}
-
 // Says how many reports the phone takes with it.
 void tell_discarded() {
     size_t reports = 0;
@@ -113,6 +89,34 @@ void tell_discarded() {
         print_refusal((std::to_string(reports) + (reports == 1 ? " report" : " reports") +
                        " discarded; --data DIR keeps them")
                           .c_str());
+    }
+}
+
+Log start_log(const PhoneOptions& options, const std::string& head) {
+    Pipe lines = make_pipe();
+    Pipe keeper = make_pipe();
+    start_process("the keeper of the log", [&] {
+        lines.write_end.reset();
+        keeper.read_end.reset();
+        run_log_keeper(lines.read_end);
+    });
+    const pid_t display = start_process("the display of the log", [&] {
+        lines = {};
+        keeper.write_end.reset();
+        show_log(keeper.read_end, head, options.banner);
+        if (options.data_dir.empty()) {
+            tell_discarded();
+        }
+        _exit(0);
+    });
+    return {display, std::move(lines.write_end)};
+}
+
+// Lets the log be shown to its end, which others may hold open, or a terminal hold up.
+void end_log(Log* log) {
+    log->lines.reset();
+    for (int tries = 0; tries < 100 && waitpid(log->display, nullptr, WNOHANG) == 0; ++tries) {
+        usleep(10000);
     }
 }
 
@@ -184,8 +188,7 @@ int run_first_process(const PhoneOptions& options) {
 
     Log log;
     if (options.is_boot) {
-        log = start_log(std::string("The log is in /proc/") + number + "/root" + LOG_PATH + "\n",
-                        options.banner);
+        log = start_log(options, std::string("The log is in /proc/") + number + "/root" + LOG_PATH + "\n");
     }
     pid_t command = start_command(options, log);
     bool is_told_to_end = forward_held_signals(command);
@@ -197,13 +200,11 @@ int run_first_process(const PhoneOptions& options) {
             break;
         }
         command = start_command(options, log);
+        is_told_to_end = forward_held_signals(command);
         status = wait_for_command(command, driver, &is_told_to_end);
     }
     if (options.is_boot) {
         end_log(&log);
-        if (options.data_dir.empty()) {
-            tell_discarded();
-        }
     }
     return exit_status(status);
 }

@@ -91,7 +91,7 @@ class LogKeeper {
         if (fstat(file_.get(), &status) == 0 && status.st_size >= LOG_MAX) {
             rename(LOG_PATH, (std::string(LOG_PATH) + ".old").c_str());
             open_file();
-            write_file(start_);
+            write_file(start_ + LOG_GOES_ON);
         }
         write_file(timed);
         if (has(line, STARTED)) {
@@ -187,10 +187,9 @@ void run_log_keeper(const UniqueFd& lines) {
     _exit(0);
 }
 
-void run_log_display(const UniqueFd& keeper, const std::string& head, const std::string& banner) {
+void show_log(const UniqueFd& keeper, const std::string& head, const std::string& banner) {
     signal(SIGPIPE, SIG_IGN);
     LogDisplay(head, banner).run(keeper.get());
-    _exit(0);
 }
 
 }  // namespace phone

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <iterator>
 #include <thread>
 
 #include "emulator/control_client.h"
@@ -27,13 +28,15 @@ constexpr int QUIET_LOOKS = 15;
 // Lines of the daemon, from behind the time. A text of a driver that is logged has no such beginning.
 constexpr char LINE[] = "E/DMD: [M/";
 constexpr char STARTED[] = "[M/main] Qelvan Device monitor daemon started";
+constexpr char STARTING[] = "[M/main] Enter daemon main loop";
 constexpr char NO_CONFIGURATION[] = "[M/main] Parse config file failed";
 constexpr char LISTENS[] = "E/DMD: [M/listen_server] Enter select";
 constexpr char LISTENS_TO_NOBODY[] = "dmd listen no client wait broadcast";
 constexpr char COMMAND_DONE[] = "E/DMD: [M/dmd_cmd_thread] Removing client on fd ";
 constexpr char COMBINATION[] = "dmd_key_dispatch combination_key:";
 constexpr char NO_COMBINATION[] = "unknown combination_key!!";
-constexpr char LOST[] = " is cut or lost - ";
+// Of a part of a report, and of an archive that lacks members.
+constexpr char LOST[] = " is cut or l";
 constexpr char SAME_NAME[] = " already exists;";
 constexpr char NOT_COMPRESSED[] = " is not compressed, status ";
 
@@ -42,6 +45,8 @@ constexpr char KEY_NUMBER[] = "20005";
 
 constexpr char NOT_RUNNING[] = "the daemon is not running";
 constexpr char AT_WORK[] = "the daemon is at work on it; phone log -f shows what it does";
+constexpr char NOT_COME_TO_IT[] =
+    "the daemon has not come to it within 2 seconds; phone log -f shows what it does";
 
 // The property that keeps the daemon from starting, seen from the phone's root.
 constexpr char DISABLING_PROPERTY[] = "/dev/__properties__/persist.sys.dmd.disable";
@@ -60,6 +65,13 @@ std::string joined(const std::vector<std::string>& names) {
     }
     return names.size() <= NAMES_MAX ? text
                                      : text + " and " + std::to_string(names.size() - NAMES_MAX) + " more";
+}
+
+// The text of a file from that place on.
+std::string text_of(const std::string& path, off_t begin) {
+    std::ifstream file(path);
+    file.seekg(begin);
+    return {std::istreambuf_iterator<char>(file), {}};
 }
 
 bool begins_with(const std::string& text, const std::string& beginning) {
@@ -145,7 +157,8 @@ std::string Outcome::why_idle() const {
     }
     std::string disabled;
     std::getline(std::ifstream(root_ + DISABLING_PROPERTY), disabled);
-    if (disabled == "true") {
+    // It looks at the property when it starts.
+    if (disabled == "true" && !has_started_with(STARTING)) {
         return "the daemon is disabled by the property persist.sys.dmd.disable";
     }
     return has_started_with(NO_CONFIGURATION)
@@ -161,6 +174,8 @@ std::string Outcome::written(const std::string& number, size_t begin) const {
     }
     char dump[64];
     snprintf(dump, sizeof dump, "dmd_dump_%05ld_", strtol(number.c_str(), nullptr, 10));
+    char head_line[64];
+    snprintf(head_line, sizeof head_line, "[Error no]:%02ld\n", strtol(number.c_str(), nullptr, 10));
     std::vector<std::string> records;
     std::vector<std::string> dumps;
     for (const auto& [name, state] : reports_in(root_)) {
@@ -169,7 +184,11 @@ std::string Outcome::written(const std::string& number, size_t begin) const {
             continue;
         }
         if (begins_with(name, "dmd_record_")) {
-            records.push_back(name);
+            const bool has_grown = old != before_.end() && old->second.first < state.first;
+            if (text_of(root_ + PHONE_LOG_DIR + "/" + name, has_grown ? old->second.first : 0)
+                    .find(head_line) != NOWHERE) {
+                records.push_back(name);
+            }
         } else if (begins_with(name, dump) && name.find(".gz") != NOWHERE) {
             dumps.push_back(name);
         }
@@ -191,10 +210,12 @@ std::string Outcome::judge(const std::string& error, const std::vector<size_t>& 
                (is_taken ? ": cleared" : ", and it cannot be read: the driver keeps it");
     }
     const std::string trigger = "there is a trigger for " + error + ", but ";
-    std::string files = written(error, lines.front());
-    if (!is_taken && files.empty()) {
-        return trigger + "nothing takes the error out of the driver, where it holds up those behind it";
+    if (!is_taken) {
+        return trigger +
+               "the driver still has it: no action takes it, or it cannot be read; phone log --client " +
+               client_ + " shows which";
     }
+    std::string files = written(error, lines.front());
     if (files.empty()) {
         return trigger + "it wrote no report; phone log --client " + client_ + " shows what it did";
     }
@@ -216,14 +237,14 @@ std::string Outcome::of_report(const std::string& error, size_t times, size_t si
         return lines;
     };
     const auto look = [&]() -> std::string {
-        std::string idle = why_idle();
+        const bool is_taken = ask_driver("handed") >= ahead_ + times;
+        const std::string idle = why_idle();
         if (!idle.empty()) {
-            return idle + "; the driver keeps the error";
+            return idle + (is_taken ? "; it had taken the error" : "; the driver keeps the error");
         }
         if (has_started_with("can't find client " + client_ + "'s config.")) {
             return client_ + " has no listen section: nobody reads it";
         }
-        const bool is_taken = ask_driver("handed") >= ahead_ + times;
         const size_t last = news_.rfind(says);
         if ((!is_taken && !is_quiet()) || find(LISTENS, last) == NOWHERE) {
             return "";
@@ -231,6 +252,13 @@ std::string Outcome::of_report(const std::string& error, size_t times, size_t si
         const std::vector<size_t> lines = own_lines();
         if (lines.size() == times) {
             return judge(error, lines, is_taken, size);
+        }
+        if (is_taken && lines.empty() && last != NOWHERE) {
+            const std::string told =
+                news_.substr(last + says.size(), news_.find(')', last) - last - says.size());
+            if (told != "0") {
+                return "the driver tells " + told + " in place of " + error + ", and the daemon goes by that";
+            }
         }
         if (find("lclient_get_error] " + client_ + " get client error failed") != NOWHERE) {
             return "the driver does not tell the error's number, and the daemon takes it for 0; phone log "
@@ -246,7 +274,7 @@ std::string Outcome::of_report(const std::string& error, size_t times, size_t si
                    AT_WORK;
         }
         return has_started_with("lclient " + client_ + " init success")
-                   ? "the daemon has not come to it within 2 seconds; phone log -f shows what it does"
+                   ? NOT_COME_TO_IT
                    : "the daemon does not listen to " + client_ + " yet; phone log -f shows what it does";
     });
 }
@@ -303,7 +331,8 @@ std::string Outcome::of_command(const std::string& client, const std::string& nu
         return said_something ? "nothing was written; phone log --client " + client + " shows why"
                               : client + " has no force-dump slot 0: nothing is dumped";
     };
-    const std::string outcome = wait(look, [&]() -> std::string { return AT_WORK; });
+    const std::string outcome =
+        wait(look, [&]() -> std::string { return find(received) != NOWHERE ? AT_WORK : NOT_COME_TO_IT; });
     return find("] " + client + " is not found in dmd client list") != NOWHERE ? "" : outcome;
 }
 

@@ -35,11 +35,18 @@ std::string LogReader::read_more() {
     for (;;) {
         ssize_t got = 0;
         while ((got = read(file_.get(), piece, sizeof piece)) > 0) {
-            text.append(piece, static_cast<size_t>(got));
+            (is_copy_ ? copied_ : text).append(piece, static_cast<size_t>(got));
+        }
+        const size_t own = copied_.find(LOG_GOES_ON);
+        if (is_copy_ && own != std::string::npos) {
+            text += copied_.substr(own + strlen(LOG_GOES_ON));
+            copied_.clear();
+            is_copy_ = false;
         }
         if (next_.valid()) {
             // A full log was renamed before the next one was there, and is now read to its end.
             file_ = std::move(next_);
+            is_copy_ = true;
             continue;
         }
         next_.reset(open(path_.c_str(), O_RDONLY | O_CLOEXEC));

@@ -30,7 +30,9 @@ class LogReader {
   private:
     std::string path_;
     UniqueFd file_;
-    UniqueFd next_;  // that took its place
+    UniqueFd next_;         // that took its place
+    bool is_copy_ = false;  // what comes next in the file has been read from the one before
+    std::string copied_;
 };
 
 // Size and time of a file.

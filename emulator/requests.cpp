@@ -70,8 +70,9 @@ std::string ask(const Choices& choices, const Words& words) {
 int report(const Choices& choices) {
     const std::string& client = choices.words[0];
     const std::string error = plain_number(choices.words[1]);
-    Outcome outcome(socket_name(choices), client);
+    ask(choices, {"pending", client});  // refuses a client that there is not, before its text is read
     const std::string text = choices.words[2] == "-" ? read_standard_input() : choices.words[2];
+    Outcome outcome(socket_name(choices), client);
     for (unsigned i = 0; i < choices.count; ++i) {
         if (i > 0) {
             usleep(choices.every_ms * 1000);
