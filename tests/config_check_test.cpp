@@ -493,7 +493,8 @@ TEST(ConfigCheck, RefusesFilesAndOptionsThatItCannotUse) {
         const char* answer;
     } cases[] = {
         {.asked = "dsm_tpp 5", .answer = "dmd-config-check: no client dsm_tpp; did you mean dsm_tp?\n"},
-        {.asked = "thermometer 5", .answer = "dmd-config-check: no client thermometer; dmd-config-check --clients lists "},
+        {.asked = "thermometer 5",
+         .answer = "dmd-config-check: no client thermometer; dmd-config-check --clients lists "},
         {.asked = "dsm_tp 5x", .answer = "dmd-config-check: 5x is no error number\n"},
     };
     for (const auto& one : cases) {
