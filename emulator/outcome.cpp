@@ -167,11 +167,6 @@ std::string Outcome::why_idle() const {
 }
 
 std::string Outcome::written(const std::string& number, size_t begin) const {
-    const size_t lost = find(LOST, begin);
-    if (lost != NOWHERE) {
-        const size_t message = news_.rfind("] ", lost) + 2;
-        return news_.substr(message, news_.find('\n', lost) - message);
-    }
     char dump[64];
     snprintf(dump, sizeof dump, "dmd_dump_%05ld_", strtol(number.c_str(), nullptr, 10));
     char head_line[64];
@@ -193,10 +188,18 @@ std::string Outcome::written(const std::string& number, size_t begin) const {
             dumps.push_back(name);
         }
     }
-    if (records.empty() && dumps.empty()) {
+    const std::string files =
+        joined(records) + (records.empty() || dumps.empty() ? "" : ", ") + joined(dumps);
+    const size_t lost = find(LOST, begin);
+    if (lost != NOWHERE) {
+        const size_t message = news_.rfind("] ", lost) + 2;
+        return news_.substr(message, news_.find('\n', lost) - message) +
+               (files.empty() ? "" : "; what there is of it: " + files);
+    }
+    if (files.empty()) {
         return "";
     }
-    return "reported: " + joined(records) + (records.empty() || dumps.empty() ? "" : ", ") + joined(dumps) +
+    return "reported: " + files +
            (find(SAME_NAME, begin) != NOWHERE ? "; one archive is not kept: it has the second of another"
             : find(NOT_COMPRESSED, begin) != NOWHERE ? "; an archive is not compressed, phone log shows why"
                                                      : "");
@@ -268,7 +271,12 @@ std::string Outcome::of_report(const std::string& error, size_t times, size_t si
         return "";
     };
     return wait(look, [&]() -> std::string {
-        const size_t begun = own_lines().size();
+        const std::vector<size_t> lines = own_lines();
+        const size_t begun = lines.size();
+        const std::string files = begun == times ? written(error, lines.front()) : "";
+        if (!files.empty()) {
+            return files + "; the daemon is still at work, phone log -f shows on what";
+        }
         if (begun > 0) {
             return (times > 1 ? std::to_string(begun) + " of " + std::to_string(times) + " so far; " : "") +
                    AT_WORK;
@@ -343,7 +351,9 @@ std::string Outcome::of_keys(const std::function<bool()>& are_read) {
             return "";
         }
         if (combination != NOWHERE) {
-            return written(KEY_NUMBER, combination);
+            // Frames become dumps one after the other, a second apart.
+            const std::string files = written(KEY_NUMBER, combination);
+            return files.empty() ? "" : files + "; phone log -f shows whether more come";
         }
         return find(NO_COMBINATION) != NOWHERE
                    ? "the daemon knows no such combination"

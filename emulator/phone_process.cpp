@@ -211,11 +211,12 @@ std::string place_in_phone(const std::string& build_dir, const std::string& prog
 }
 
 void become_command(const std::string& socket_name, const std::vector<std::string>& command) {
-    std::vector<std::string> variables = {"PATH=/system/bin:/usr/local/bin:/usr/bin:/bin:/usr/sbin:/sbin",
-                                          "HOME=/data", std::string(CONTROL_VARIABLE) + "=" + socket_name,
-                                          // A phone's C library gives memory back when it is freed. The
-                                          // desk's would keep 10 MiB for each thread of the daemon.
-                                          "MALLOC_MMAP_THRESHOLD_=49152", "MALLOC_TOP_PAD_=0"};
+    std::vector<std::string> variables = {
+        std::string("PATH=/system/bin:/usr/local/bin:/usr/bin:/bin:/usr/sbin:/sbin:") + BUILD_DIR,
+        "HOME=/data", std::string(CONTROL_VARIABLE) + "=" + socket_name,
+        // A phone's C library gives memory back when it is freed. The
+        // desk's would keep 10 MiB for each thread of the daemon.
+        "MALLOC_MMAP_THRESHOLD_=49152", "MALLOC_TOP_PAD_=0"};
     for (const char* name : PASSED_VARIABLES) {
         if (const char* value = getenv(name)) {
             variables.push_back(std::string(name) + "=" + value);

@@ -19,7 +19,7 @@ fail() { echo "test-first-hour: $*"; failures=$((failures + 1)); }
 expect() {
   local pattern=$1 said tries=0
   shift
-  until said=$("$@" 2>&1 < /dev/stdin); [[ $said != "the daemon "*"phone log -f"* ]] || [ $((tries += 1)) -ge 10 ]; do
+  until said=$("$@" 2>&1 < /dev/stdin); [[ $said != *"the daemon "*"phone log -f"* ]] || [ $((tries += 1)) -ge 10 ]; do
     sleep 1
   done
   # shellcheck disable=SC2053
@@ -163,7 +163,7 @@ expect "0" grep -c discarded log
 
 # Reports for which there is no room, and a daemon that does nothing, are told.
 boot --data-size 4K
-is_full() { [[ $(phone report dsm_tp 20002 "too much") == *" is cut or l"*" - No space left on device" ]]; }
+is_full() { [[ $(phone report dsm_tp 20002 "too much") == *" is cut or l"*" - No space left on device"* ]]; }
 wait_until is_full
 end_phone
 echo "[touch" > broken.conf

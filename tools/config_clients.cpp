@@ -77,8 +77,9 @@ std::vector<std::string> client_names() {
 }
 
 std::string format_clients(const Terminal& terminal) {
-    Terminal readable = terminal;
-    readable.is_terminal = true;  // aligned, wherever it goes
+    Terminal readable;  // aligned, and as wide, wherever it goes
+    readable.is_terminal = true;
+    readable.colours = terminal.colours;
     std::string text = format_table(readable, table_of_slots());
     text +=
         "\n" +
