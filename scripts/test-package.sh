@@ -6,7 +6,7 @@ work=$(realpath "$1")/package
 cd -- "$(dirname -- "$(realpath -- "$0")")/.." || exit
 rm -rf "$work"
 mkdir -p "$work/log"
-root=$work/root/usr
+root=$work/unpacked/usr
 bin=$root/bin
 name=package-$$
 failures=0
@@ -24,7 +24,7 @@ source_paths() {
 (umask 077 && cpack --config "$work/../CPackConfig.cmake" -B "$work") > "$work/log/cpack" 2>&1 ||
   { cat "$work/log/cpack"; exit 1; }
 package=$(echo "$work"/*.deb)
-dpkg-deb -x "$package" "$work/root" || exit 1
+dpkg-deb -x "$package" "$work/unpacked" || exit 1
 
 # What it is, and what is in it.
 version=$(dpkg-deb -f "$package" Version)
@@ -65,7 +65,7 @@ for page in "$root"/share/man/*/*; do
   files=$(sed -n 's/^\.\(It \)*Pa //p' "$page")
   expect "the files of $page" '' "$(source_paths <<< "$files")"
   for file in $(grep -o '^/usr/[^ ]*' <<< "$files"); do
-    [ -e "$work/root$file" ] || fail "$page: $file is not installed"
+    [ -e "$work/unpacked$file" ] || fail "$page: $file is not installed"
   done
 done
 complete_words() { # WORD...: what bash makes of the last one
